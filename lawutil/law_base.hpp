@@ -1,0 +1,417 @@
+// The law: an immutable, reference-counted function object from take_dim() reals to
+// return_dim() reals.
+//
+// Ownership: a law is created with a use count of 1 owned by its creator; every holder
+// calls add() when it keeps a pointer and remove() when it drops it; the last remove()
+// destroys the law.  Every function that returns a law* hands the caller one reference.
+// A pointer that a law keeps to *itself* in one of its caches (simplified form, inverse,
+// a derivative slot) is never counted, or the law would keep itself alive.
+//
+// A law never changes its meaning after construction.  Only its caches fill in later,
+// through const operations; they are the mutable fields below.  A law tree is used by
+// one thread at a time.
+#pragma once
+
+#include <atomic>
+
+#include "base/errors.hpp"
+#include "base/lists.hpp"
+#include "base/memory.hpp"
+#include "base/null_ref.hpp"
+#include "base/position.hpp"
+#include "lawutil/main_law_err.hpp"
+
+class law;
+class law_data;
+class law_data_node;
+class law_polynomial;
+class interval;
+class matrix;
+class transf;
+class complex_number;
+class nvector;
+class pointer_map;
+
+// Selects a spelling when printing: 0 is the library's own upper-case syntax (the one
+// str_to_law reads); any other value is the Maple spelling.
+enum law_symbol_type { law_symbol_default = 0, law_symbol_maple = 1 };
+
+// The next type number of the library-wide counter (the first is 1).
+int new_law_id();
+
+// Declares a class's type identity: its static id() (a type number drawn lazily from
+// new_law_id), isa() answering its own id and then its base's, type() and class_name().
+// Pair it with LAW_TYPE_DEF(cls) in the class's source file.  Leaves access public.
+#define LAW_TYPE_DECL(cls, base_cls)               \
+  public:                                          \
+    static int id();                               \
+    int isa(int t) const override {                \
+        return t == cls::id() || base_cls::isa(t); \
+    }                                              \
+    int type() const override {                    \
+        return cls::id();                          \
+    }                                              \
+    const char* class_name() const override {      \
+        return #cls;                               \
+    }
+
+#define LAW_TYPE_DEF(cls)                            \
+    int cls::id() {                                  \
+        static const int type_number = new_law_id(); \
+        return type_number;                          \
+    }
+
+class law : public VORX_OBJECT {
+  public:
+    // Count of live laws (registered prototypes are not counted).
+    static std::atomic<int> how_many_laws;
+
+    law();
+    // Used only inside subclass copies: copies every field word for word.
+    law(const law& other);
+    law& operator=(const law& other);
+
+    // Reference counting.  Member calls need a live object; the null-safe forms are the
+    // free functions law_add and law_remove.
+    void add() const { ++use_count; }
+    void remove() const;
+    int ref_count() const { return use_count; }
+
+    static int id();
+
+    // Equality: the same object, or the same type and same() says so.
+    int operator==(const law& other) const;
+    int operator!=(const law& other) const { return !(*this == other); }
+
+  protected:
+    // ---- virtual operations, in slot order ----
+    // 0: the symbolic derivative in input `which`, or null when the class has none.
+    virtual law* deriv(int which) const;
+    // 1: the inverse function, or null.
+    virtual law* sub_inverse() const;
+    // 2, 3: the dimensions, computed (cached by take_dim/return_dim).
+    virtual int take_size() const;
+    virtual int return_size() const;
+    // 4
+    virtual ~law() noexcept(false);
+
+  public:
+    // 5: the cached, simplified partial derivative in input `which`.
+    virtual law* derivative(int which = 0) const;
+    // 6-8: raw evaluation; `y` has return_dim() entries.
+    virtual void evaluate(const double* x, double* y) const;
+    virtual void evaluate_with_side(const double* x, double* y, const int* side) const;
+    virtual void evaluate_with_guess(const double* x, double* y, const double* guess) const;
+    // 9: evaluation into a newly allocated array of return_dim() values (null when 0).
+    virtual void evaluateVAR(const double* x, double*& y, int& n) const;
+    // 10-12
+    virtual int isa(int type_id) const;
+    virtual int type() const;
+    virtual const char* class_name() const;
+    // 13, 14: cached dimensions.
+    virtual int return_dim() const;
+    virtual int take_dim() const;
+    // 15-18: text form.
+    virtual const char* symbol(law_symbol_type type = law_symbol_default) const;
+    virtual int precedence() const;
+    virtual int same(const law* a, const law* b) const;
+    virtual char* string(law_symbol_type type = law_symbol_default,
+                         int& counter = null_out_ref<int>(),
+                         law_data_node*& list = null_out_ref<law_data_node*>()) const;
+    // 19
+    virtual int date() const;
+    // 20: a copy with the same sharing as this tree; `pm` null starts a new map.
+    virtual law* deep_copy(pointer_map* pm = nullptr) const;
+    // 21
+    virtual law_polynomial* polynomial(law* var) const;
+    // 22-26: domains.
+    virtual int term_domain(int which, interval& dom) const;
+    virtual int in_domain(const double* x) const;
+    virtual int singularities(double** where, int** type, double start, double end,
+                              double** period = nullptr) const;
+    virtual law* set_domain(interval* dom, int flag = 0) const;
+    virtual law* set_range(interval* range, int flag = 0) const;
+    // 27: one simplification step of this class's own rules, or null; `what` names it.
+    virtual law* sub_simplify(int level, const char*& what) const;
+    // 28, 29
+    virtual law* enable_branching() const;
+    virtual int branches() const;
+    // 30, 31
+    virtual void full_size(SizeAccumulator& acc, int count_self = 1) const;
+    virtual void hasa(int type_id, VOID_LIST& list) const;
+
+    // ---- dimensions, read from the caches ----
+    // The hot path asks for "one output" through this: a cache read, no virtual call
+    // once the cache is filled.
+    bool returns_scalar() const {
+        return return_dim_cache >= 0 ? return_dim_cache == 1 : return_dim() == 1;
+    }
+
+    // ---- evaluation (input form _ output form) ----
+    double evaluateM_R(const double* x, const int* side = nullptr,
+                       const double* guess = nullptr) const {
+        if (!returns_scalar()) raise_not_scalar();
+        double y;
+        dispatch(x, &y, side, guess);
+        return y;
+    }
+    double eval(double x, const int& side = null_ref<int>(),
+                const double& guess = null_ref<double>()) const {
+        return evaluateM_R(&x, null_ref_ptr(side), null_ref_ptr(guess));
+    }
+    double evaluateC_R(const complex_number& z, const int* side = nullptr,
+                       const double* guess = nullptr) const;
+    double evaluateNV_R(const nvector& x, const int* side = nullptr,
+                        const double* guess = nullptr) const;
+    vector evaluateR_V(double x, const int& side = null_ref<int>(),
+                       const double& guess = null_ref<double>()) const;
+    unit_vector evaluateR_UV(double x, const int& side = null_ref<int>(),
+                             const double& guess = null_ref<double>()) const;
+    vector evaluateM_V(const double* x, const int* side = nullptr,
+                       const double* guess = nullptr) const;
+    position evaluateR_P(double x, const int& side = null_ref<int>(),
+                         const double& guess = null_ref<double>()) const;
+    position evaluateM_P(const double* x, const int* side = nullptr,
+                         const double* guess = nullptr) const;
+    position evaluateP_P(const position& p, const int* side = nullptr,
+                         const double* guess = nullptr) const;
+    position evaluateNV_P(const nvector& x, const int* side = nullptr,
+                          const double* guess = nullptr) const;
+    vector evaluateNV_V(const nvector& x, const int* side = nullptr,
+                        const double* guess = nullptr) const;
+    par_pos evaluateM_PP(const double* x, const int* side = nullptr,
+                         const double* guess = nullptr) const;
+    par_pos evaluateP_PP(const position& p, const int* side = nullptr,
+                         const double* guess = nullptr) const;
+    position evaluatePP_P(const par_pos& uv, const int* side = nullptr,
+                          const double* guess = nullptr) const;
+    vector evaluatePP_V(const par_pos& uv, const int* side = nullptr,
+                        const double* guess = nullptr) const;
+    matrix evaluateM_MAT(const double* x) const;
+    transf evaluateM_T(const double* x) const;
+
+    // Values of derivatives in the first input.
+    double evaluateDM_R(const double* x, int n, const int* side = nullptr,
+                        const double* guess = nullptr) const;
+    void evaluateDM(const double* x, double* y, int n, const int* side = nullptr,
+                    const double* guess = nullptr) const;
+    double evaluateDR_R(double t, int n, const int& side = null_ref<int>(),
+                        const double& guess = null_ref<double>()) const;
+    vector evaluateDR_V(double t, int n, const int& side = null_ref<int>(),
+                        const double& guess = null_ref<double>()) const;
+
+    // Evaluation with the side/guess rule: side alone, guess alone, else plain.
+    void dispatch(const double* x, double* y, const int* side, const double* guess) const {
+        if (side && !guess)
+            evaluate_with_side(x, y, side);
+        else if (guess && !side)
+            evaluate_with_guess(x, y, guess);
+        else
+            evaluate(x, y);
+    }
+
+    // ---- derivative and inverse caches ----
+    int cached_derivative(int which) const;
+    int has_derivative(int which) const;
+    int set_derivative(int which, law* d, int share = 1) const;
+    void reset_derivative(int which) const;
+    law* nth_derivative(int n) const;
+    law* uv_partials(int nu, int nv) const;
+    law* inverse() const;
+    void set_inverse(law* l) const;
+
+    // ---- simplification (cached per law) ----
+    law* simplify(int level = 1, int trace = 0) const;
+
+    // ---- classification, cached in property_level/non_property_level ----
+    int zero(double tol = 0.0) const;
+    int integer() const;
+    int constant() const;
+    int linear() const;
+
+    // Text with the data arguments in placeholder order (the caller owns the text, the
+    // array and one reference on each element).
+    char* string_and_data(law_data*** data, int* count,
+                          law_symbol_type type = law_symbol_default) const;
+
+  protected:
+    // Fields, in this order.
+    mutable int use_count;
+    mutable int property_level;
+    mutable int non_property_level;
+    mutable law* simplified;
+    mutable int simplify_level;
+    mutable law** dlaw_cache;
+    mutable int dlaw_cache_size;
+    mutable law* inverse_law;
+    mutable int take_dim_cache;
+    mutable int return_dim_cache;
+
+    // Stores `l` in a cache slot: counted unless it is this law itself.
+    void store_cached(law*& slot, law* l) const;
+    void release_cached(law*& slot) const;
+
+  private:
+    friend class law_list;
+    [[noreturn]] void raise_not_scalar() const;
+    void set_dlaw_cache(int which) const;
+};
+
+// Null-safe reference counting.
+inline void law_add(const law* l) {
+    if (l) l->add();
+}
+inline void law_remove(const law* l) {
+    if (l) l->remove();
+}
+
+// Holds one reference to a counted object (a law or a law_data) and releases it when it
+// goes, also when an error passes.  It adopts a reference handed to it (adopt) or takes
+// one of its own (share).
+template <class T>
+class counted_ref {
+  public:
+    counted_ref() noexcept : p_(nullptr) {}
+    // Adopts the reference the caller was handed (from make_one, derivative, ...).
+    explicit counted_ref(T* adopted) noexcept : p_(adopted) {}
+    static counted_ref share(const T* p) {
+        if (p) p->add();
+        return counted_ref(const_cast<T*>(p));
+    }
+    counted_ref(const counted_ref& o) : p_(o.p_) {
+        if (p_) p_->add();
+    }
+    counted_ref(counted_ref&& o) noexcept : p_(o.p_) { o.p_ = nullptr; }
+    counted_ref& operator=(counted_ref o) noexcept {
+        T* t = p_;
+        p_ = o.p_;
+        o.p_ = t;
+        return *this;
+    }
+    ~counted_ref() {
+        if (p_) p_->remove();
+    }
+
+    T* get() const noexcept { return p_; }
+    T* operator->() const noexcept { return p_; }
+    T& operator*() const noexcept { return *p_; }
+    explicit operator bool() const noexcept { return p_ != nullptr; }
+
+    // Hands the reference to the caller.
+    T* release() noexcept {
+        T* t = p_;
+        p_ = nullptr;
+        return t;
+    }
+    // Adopts `adopted` and drops the old reference (in that order: they may be related).
+    void reset(T* adopted = nullptr) {
+        T* old = p_;
+        p_ = adopted;
+        if (old) old->remove();
+    }
+    // A copy of the pointer with a reference of its own for the caller.
+    T* share_out() const {
+        if (p_) p_->add();
+        return p_;
+    }
+
+  private:
+    T* p_;
+};
+
+using law_holder = counted_ref<law>;
+
+// A scratch array of counted references: each slot adopts what is stored in it, and the
+// references and the array are released when it goes, also when an error passes.
+template <class T>
+class counted_array {
+  public:
+    explicit counted_array(int n) : n_(n > 0 ? n : 0), items_(VORX_ALLOC_ARRAY(T*, n_ ? n_ : 1)) {
+        for (int i = 0; i < n_; ++i) items_[i] = nullptr;
+    }
+    ~counted_array() {
+        for (int i = 0; i < n_; ++i)
+            if (items_[i]) items_[i]->remove();
+        VORX_FREE(items_);
+    }
+    counted_array(const counted_array&) = delete;
+    counted_array& operator=(const counted_array&) = delete;
+
+    void set(int i, T* adopted) {
+        T* old = items_[i];
+        items_[i] = adopted;
+        if (old) old->remove();
+    }
+    T* operator[](int i) const { return items_[i]; }
+    T** get() const { return items_; }
+    int size() const { return n_; }
+
+  private:
+    int n_;
+    T** items_;
+};
+
+using law_array = counted_array<law>;
+
+// One node of the library-wide list of registered law prototypes, searched by the parser.
+// Registering a prototype sets its use count to 0: it is never destroyed by counting.
+class law_list {
+  public:
+    explicit law_list(law* l);
+    law* fthis() const { return law_; }
+    law_list* fnext() const { return next_; }
+    static law_list* head();
+
+  private:
+    law* law_;
+    law_list* next_;
+};
+
+// Registers one prototype of T, built in static storage at load time and never destroyed.
+template <class T>
+class law_prototype {
+  public:
+    template <class... Args>
+    explicit law_prototype(Args... args) : node_(::new (static_cast<void*>(storage_)) T(args...)) {}
+    T* get() const { return static_cast<T*>(node_.fthis()); }
+
+  private:
+    alignas(T) unsigned char storage_[sizeof(T)];
+    law_list node_;
+};
+
+// ---- deep copy: the pointer map hooks ----
+// The map records, per source object, the copy made of it, so shared sub-trees stay
+// shared in the copy.  The library installs a default map; a host may install its own.
+typedef pointer_map* (*make_pointer_map_func)();
+typedef void (*destroy_pointer_map_func)(pointer_map*);
+typedef law* (*pm_get_law_func)(pointer_map*, const law*);
+typedef law_data* (*pm_get_law_data_func)(pointer_map*, const law_data*);
+
+pointer_map* make_pointer_map();
+void destroy_pointer_map(pointer_map* pm);
+law* pm_get_law(pointer_map* pm, const law* l);
+law_data* pm_get_law_data(pointer_map* pm, const law_data* d);
+// A null function restores the library's default.
+void set_make_pointer_map_func(make_pointer_map_func f);
+void set_destroy_pointer_map_func(destroy_pointer_map_func f);
+void set_pm_get_law_func(pm_get_law_func f);
+void set_pm_get_law_data_func(pm_get_law_data_func f);
+
+// A pointer map owned for the duration of a deep copy: made when the caller passed none,
+// destroyed on the way out, also when an error passes.
+class pointer_map_scope {
+  public:
+    explicit pointer_map_scope(pointer_map* given)
+        : pm_(given ? given : make_pointer_map()), owned_(given == nullptr) {}
+    ~pointer_map_scope() {
+        if (owned_) destroy_pointer_map(pm_);
+    }
+    pointer_map_scope(const pointer_map_scope&) = delete;
+    pointer_map_scope& operator=(const pointer_map_scope&) = delete;
+    pointer_map* get() const { return pm_; }
+
+  private:
+    pointer_map* pm_;
+    bool owned_;
+};

@@ -1,0 +1,26 @@
+// Reading laws from text, and the list helpers behind the associative and commutative
+// comparisons.
+#pragma once
+
+#include "lawutil/law_base.hpp"
+
+class binary_law;
+
+// The law that `text` describes (use count 1, owned by the caller), or null.  `data`
+// holds the arguments the text names as LAW1, LAW2, ... and by data-prototype symbols.
+law* str_to_law(const char* text, law_data** data = nullptr, int count = 0);
+
+// The registered data prototype whose symbol is `name` (the earliest registered among
+// equals), or null.
+law_data* get_law_data(const char* name);
+
+// 1 when the two arrays hold equal laws in any order.
+int same_law_list(law** a, law** b, int n);
+
+// The operands of a chain of one associative operation, flattened.  The array belongs to
+// the caller (vorx_discard); its laws carry no extra references.
+law** get_asso_list(const binary_law* l, int* n);
+
+// The left-nested chain make_one(make_one(list[0], list[1]), list[2]) ... built with the
+// prototype's make_one.
+law* make_list_law(law** list, int n, const binary_law* prototype);

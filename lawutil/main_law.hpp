@@ -1,0 +1,74 @@
+// Starting and stopping the library, its per-thread context, run-time options and timers.
+//
+// initialize_law/terminate_law are counted per thread: the first start on a thread makes
+// that thread's lawutil_thread_ctx, the matching last stop destroys it.  Separate threads
+// therefore work with separate contexts and never share working state.
+#pragma once
+
+#include <cstdio>
+
+#include "base/context.hpp"
+#include "base/options.hpp"
+
+// A derivative work record of the root finders: the values of a law and its derivatives
+// at one parameter.  Empty until a root finder fills it.
+struct derivs_data {
+    double param = 0.0;
+    int count = 0;
+    double* values = nullptr;  // tracked memory owned by the record
+    derivs_data() = default;
+    ~derivs_data();
+    derivs_data(const derivs_data&) = delete;
+    derivs_data& operator=(const derivs_data&) = delete;
+    void clear();
+};
+
+// Working state of the library on one thread.
+class lawutil_thread_ctx : public context_callbacks {
+  public:
+    lawutil_thread_ctx();
+    ~lawutil_thread_ctx() override;
+
+    // "compile %d", "law %d", ... "Total for lawutil_thread_ctx %d", to `fp`.
+    void debug_dump(FILE* fp) const override;
+
+    struct compile_section {
+        int count = 0;
+    } compile;
+    struct law_section {
+        int count = 0;
+        int lhospital_depth = 0;  // depth of the running zero-over-zero resolution
+    } law;
+    struct law_util_section {
+        int count = 0;
+        double start_time = 0.0;  // clock ticks
+        double end_time = 0.0;
+    } law_util;
+    struct maple_section {
+        int count = 0;
+    } maple;
+    struct root_section {
+        int count = 0;
+        derivs_data derivs[4];
+        // Root-search tolerances (the "made" values).
+        double root_far_ratio = 1.0;
+    } root;
+    int total = 0;
+};
+
+// The calling thread's context; null while the library is not started on this thread.
+extern thread_local lawutil_thread_ctx* lawutil_thread_ctx_ptr;
+
+// The calling thread's context.  Evaluation on a thread that never started the library
+// still works: it then uses a quiet per-thread fallback.
+lawutil_thread_ctx& law_context();
+
+int initialize_law();
+int terminate_law();
+
+void law_start_time();
+void law_end_time();
+double law_get_time();
+
+// True when the "law_mem_check" option asks for the construction/release trace.
+bool law_mem_check_on();

@@ -1,0 +1,401 @@
+// The law object model: counting, caches that point at their own law, type identity,
+// equality, deep copy, search by type, data arguments and the prototype registries.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "base/output.hpp"
+#include "lawutil/lawutil.hpp"
+
+namespace {
+
+std::string text_of(const law* l, law_symbol_type type = law_symbol_default) {
+    char* s = l->string(type);
+    std::string r = s;
+    VORX_FREE(s);
+    return r;
+}
+
+// A law whose use count a test can corrupt on purpose.
+class tamper_law : public constant_law {
+  public:
+    tamper_law() : constant_law(7.0) {}
+    void force_count(int n) const { use_count = n; }
+    void destroy() { delete this; }
+    void set_self_caches() const {
+        store_cached(simplified, const_cast<tamper_law*>(this));
+        store_cached(inverse_law, const_cast<tamper_law*>(this));
+        set_derivative(0, const_cast<tamper_law*>(this), 1);
+    }
+};
+
+// Two-argument test operators: one plain, one associative and commutative.
+class pair_law : public binary_law {
+    LAW_TYPE_DECL(pair_law, binary_law)
+    pair_law(law* a, law* b) : binary_law(a, b) {}
+    const char* symbol(law_symbol_type) const override { return "#"; }
+    int precedence() const override { return 6; }
+    binary_law* make_one(law* a, law* b) const override { return VORX_NEW pair_law(a, b); }
+};
+LAW_TYPE_DEF(pair_law)
+
+class ac_law : public binary_law {
+    LAW_TYPE_DECL(ac_law, binary_law)
+    ac_law(law* a, law* b) : binary_law(a, b) {}
+    const char* symbol(law_symbol_type) const override { return "&"; }
+    int precedence() const override { return 5; }
+    int associative() const override { return 1; }
+    int commutative() const override { return 1; }
+    binary_law* make_one(law* a, law* b) const override { return VORX_NEW ac_law(a, b); }
+};
+LAW_TYPE_DEF(ac_law)
+
+class wrap_law : public unary_law {
+    LAW_TYPE_DECL(wrap_law, unary_law)
+    explicit wrap_law(law* a) : unary_law(a) {}
+    const char* symbol(law_symbol_type t) const override { return t ? "w" : "W"; }
+    unary_law* make_one(law* a) const override { return VORX_NEW wrap_law(a); }
+};
+LAW_TYPE_DEF(wrap_law)
+
+class list_law : public multiple_law {
+    LAW_TYPE_DECL(list_law, multiple_law)
+    list_law(law** s, int n, int comm = 0) : multiple_law(s, n), comm_(comm) {}
+    const char* symbol(law_symbol_type t) const override { return t ? "[#a]" : "L"; }
+    int commutative() const override { return comm_; }
+    multiple_law* make_one(law** s, int n) const override { return VORX_NEW list_law(s, n, comm_); }
+
+  private:
+    int comm_;
+};
+LAW_TYPE_DEF(list_law)
+
+// A data kind for the printing and copying tests.
+class tag_data : public law_data {
+    LAW_TYPE_DECL(tag_data, law_data)
+    explicit tag_data(int v) : value(v) {}
+    void save(int&) const override {}
+    const char* symbol(law_symbol_type) const override { return "TAG"; }
+    law_data* deep_copy(pointer_map*) const override { return VORX_NEW tag_data(value); }
+    void input(D3_istream&) override {}
+    void print(D3_ostream&) const override {}
+    int value;
+};
+LAW_TYPE_DEF(tag_data)
+
+class data_pair_law : public multiple_data_law {
+    LAW_TYPE_DECL(data_pair_law, multiple_data_law)
+    data_pair_law(law_data** d, int n) : multiple_data_law(d, n) {}
+    const char* symbol(law_symbol_type) const override { return "DP"; }
+    multiple_data_law* make_one(law_data** d, int n) const override {
+        return VORX_NEW data_pair_law(d, n);
+    }
+};
+LAW_TYPE_DEF(data_pair_law)
+
+int error_code_of(void (*f)(law*), law* l) {
+    try {
+        f(l);
+    } catch (const vorx_exception& e) {
+        return e.code();
+    }
+    return 0;
+}
+
+}  // namespace
+
+TEST(LawCounting, NullSafeFormsDoNothing) {
+    law_add(nullptr);
+    law_remove(nullptr);
+    law_holder h;
+    EXPECT_FALSE(h);
+}
+
+TEST(LawCounting, HolderAdoptsSharesAndReleases) {
+    int before = law::how_many_laws;
+    law* c = VORX_NEW constant_law(2.0);
+    {
+        law_holder shared = law_holder::share(c);
+        EXPECT_EQ(c->ref_count(), 2);
+        law_holder adopted(c);
+        EXPECT_EQ(law::how_many_laws, before + 1);
+    }
+    EXPECT_EQ(law::how_many_laws, before);
+}
+
+TEST(LawCounting, MisuseRaisesBadLawUseCount) {
+    tamper_law* t = VORX_NEW tamper_law;
+    t->force_count(-1);
+    EXPECT_EQ(error_code_of([](law* l) { l->remove(); }, t), BAD_LAW_USE_COUNT);
+    t->force_count(1000000001);
+    EXPECT_EQ(error_code_of([](law* l) { l->remove(); }, t), BAD_LAW_USE_COUNT);
+    // Destroying a law that still has owners is reported too.
+    t->force_count(3);
+    EXPECT_EQ(error_code_of([](law* l) { static_cast<tamper_law*>(l)->destroy(); }, t),
+              BAD_LAW_USE_COUNT);
+    --law::how_many_laws;  // destroy() bypassed remove's bookkeeping
+}
+
+TEST(LawCounting, SelfReferencingCachesHoldNoReference) {
+    int before = law::how_many_laws;
+    tamper_law* t = VORX_NEW tamper_law;
+    t->set_self_caches();
+    EXPECT_EQ(t->ref_count(), 1);
+    law* inv = t->inverse();
+    EXPECT_EQ(inv, t);
+    inv->remove();
+    t->remove();
+    EXPECT_EQ(law::how_many_laws, before);
+}
+
+TEST(LawCounting, MemoryTracePrintsCreateAndDelete) {
+    option_guard trace("law_mem_check", 1);
+    output_capture out;
+    FILE* saved = debug_file_ptr;
+    (VORX_NEW constant_law(1.0))->remove();
+    debug_file_ptr = saved;
+    unsigned a1, a2;
+    int n1, n2;
+    ASSERT_EQ(std::sscanf(out.text(), "Create %x %d\nDelete %x %d\n", &a1, &n1, &a2, &n2), 4)
+        << out.text();
+    EXPECT_EQ(a1, a2);
+    EXPECT_EQ(n1, n2 + 1);
+}
+
+TEST(LawTypes, IsaWalksTheBaseChain) {
+    law_holder x(VORX_NEW identity_law(0, 'X'));
+    law_holder p(VORX_NEW pair_law(x.get(), x.get()));
+    EXPECT_TRUE(p->isa(pair_law::id()));
+    EXPECT_TRUE(p->isa(binary_law::id()));
+    EXPECT_TRUE(p->isa(law::id()));
+    EXPECT_FALSE(p->isa(unary_law::id()));
+    EXPECT_EQ(p->type(), pair_law::id());
+    EXPECT_STREQ(p->class_name(), "pair_law");
+    EXPECT_STREQ(x->class_name(), "identity_law");
+    EXPECT_NE(pair_law::id(), ac_law::id());
+}
+
+TEST(LawEquality, ConstantsCompareWithinTolerance) {
+    law_holder a(VORX_NEW constant_law(1.0));
+    law_holder b(VORX_NEW constant_law(1.0 + 1e-15));
+    law_holder c(VORX_NEW constant_law(1.0 + 1e-13));
+    EXPECT_TRUE(*a == *b);
+    EXPECT_FALSE(*a == *c);
+    EXPECT_TRUE(*a != *c);
+}
+
+TEST(LawEquality, VariablesCompareByIndexOnly) {
+    law_holder x(VORX_NEW identity_law(0, 'X'));
+    law_holder t(VORX_NEW identity_law(0, 'T'));
+    law_holder y(VORX_NEW identity_law(1, 'Y'));
+    EXPECT_TRUE(*x == *t);
+    EXPECT_FALSE(*x == *y);
+}
+
+TEST(LawEquality, CommutativeChainsIgnoreOrderOthersDoNot) {
+    law_holder x(VORX_NEW identity_law(0, 'X')), y(VORX_NEW identity_law(1, 'Y')),
+        z(VORX_NEW identity_law(2, 'Z'));
+    // (X&Y)&Z against Z&(Y&X)
+    law_holder xy(VORX_NEW ac_law(x.get(), y.get()));
+    law_holder a(VORX_NEW ac_law(xy.get(), z.get()));
+    law_holder yx(VORX_NEW ac_law(y.get(), x.get()));
+    law_holder b(VORX_NEW ac_law(z.get(), yx.get()));
+    EXPECT_TRUE(*a == *b);
+    // The same shapes with a plain operator differ.
+    law_holder pxy(VORX_NEW pair_law(x.get(), y.get()));
+    law_holder pyx(VORX_NEW pair_law(y.get(), x.get()));
+    EXPECT_FALSE(*pxy == *pyx);
+    // A repeated operand must be matched as often as it occurs.
+    law_holder xx(VORX_NEW ac_law(x.get(), x.get()));
+    law_holder xxy(VORX_NEW ac_law(xx.get(), y.get()));
+    law_holder xyy0(VORX_NEW ac_law(y.get(), y.get()));
+    law_holder xyy(VORX_NEW ac_law(x.get(), xyy0.get()));
+    EXPECT_FALSE(*xxy == *xyy);
+
+    law* la[3] = {x.get(), y.get(), z.get()};
+    law* lb[3] = {z.get(), x.get(), y.get()};
+    law_holder m1(VORX_NEW list_law(la, 3, 1)), m2(VORX_NEW list_law(lb, 3, 1));
+    law_holder m3(VORX_NEW list_law(la, 3, 0)), m4(VORX_NEW list_law(lb, 3, 0));
+    EXPECT_TRUE(*m1 == *m2);
+    EXPECT_FALSE(*m3 == *m4);
+}
+
+TEST(LawText, VariablesAndConstants) {
+    struct {
+        int index;
+        char letter;
+        const char* text;
+    } rows[] = {{0, 'X', "X"},  {1, 'X', "X2"}, {2, 'Z', "Z"}, {2, 'Y', "Y3"},
+                {3, 'X', "X4"}, {0, 'A', "A1"}, {0, 'T', "T"}, {1, 'V', "V"}};
+    for (auto& r : rows) {
+        law_holder v(VORX_NEW identity_law(r.index, r.letter));
+        EXPECT_EQ(text_of(v.get()), r.text);
+    }
+    law_holder third(VORX_NEW constant_law(1.0 / 3.0));
+    EXPECT_EQ(text_of(third.get()), "0.3333333333333333");
+    law_holder tenth(VORX_NEW constant_law(0.1));
+    EXPECT_EQ(text_of(tenth.get()), "0.1");
+    law_holder three(VORX_NEW constant_law(3.0));
+    EXPECT_EQ(text_of(three.get()), "3");
+}
+
+TEST(LawText, ParenthesesFollowPrecedenceAndAssociativity) {
+    law_holder x(VORX_NEW identity_law(0, 'X')), y(VORX_NEW identity_law(1, 'Y')),
+        z(VORX_NEW identity_law(2, 'Z'));
+    law_holder xy(VORX_NEW ac_law(x.get(), y.get()));
+    law_holder left(VORX_NEW ac_law(xy.get(), z.get()));
+    EXPECT_EQ(text_of(left.get()), "X&Y&Z");
+    law_holder yz(VORX_NEW ac_law(y.get(), z.get()));
+    law_holder right(VORX_NEW ac_law(x.get(), yz.get()));
+    EXPECT_EQ(text_of(right.get()), "X&Y&Z");
+    // Same precedence, not associative: both sides keep their parentheses.
+    law_holder pxy(VORX_NEW pair_law(x.get(), y.get()));
+    law_holder nested(VORX_NEW pair_law(pxy.get(), z.get()));
+    EXPECT_EQ(text_of(nested.get()), "(X#Y)#Z");
+    law_holder w(VORX_NEW wrap_law(xy.get()));
+    EXPECT_EQ(text_of(w.get()), "W(X&Y)");
+    EXPECT_EQ(text_of(w.get(), law_symbol_maple), "w(X&Y)");
+    law* parts[3] = {x.get(), y.get(), z.get()};
+    law_holder l(VORX_NEW list_law(parts, 3));
+    EXPECT_EQ(text_of(l.get()), "L(X,Y,Z)");
+    EXPECT_EQ(text_of(l.get(), law_symbol_maple), "[X,Y,Z]");
+}
+
+TEST(LawData, PlaceholdersAreNumberedAndHandedBack) {
+    law_data* d = VORX_NEW tag_data(5);
+    law_data* both[2] = {d, d};
+    law_holder l(VORX_NEW data_pair_law(both, 2));
+    law_data** out = nullptr;
+    int n = -1;
+    char* text = l->string_and_data(&out, &n);
+    EXPECT_STREQ(text, "DP(TAG1,TAG2)");
+    ASSERT_EQ(n, 2);
+    EXPECT_EQ(out[0], d);
+    EXPECT_EQ(out[1], d);
+    EXPECT_EQ(d->ref_count(), 1 + 2 + 2);  // creator, the law (twice), the returned array
+    for (int i = 0; i < n; ++i) out[i]->remove();
+    VORX_FREE(out);
+    VORX_FREE(text);
+    d->remove();
+
+    law_holder x(VORX_NEW identity_law(0, 'X'));
+    text = x->string_and_data(&out, &n);
+    EXPECT_EQ(n, 0);
+    EXPECT_NE(out, nullptr);
+    VORX_FREE(out);
+    VORX_FREE(text);
+}
+
+TEST(LawData, WrappedLawPrintsAsItsText) {
+    law_holder x(VORX_NEW identity_law(1, 'Y'));
+    law_data_holder w(VORX_NEW law_law_data(x.get()));
+    char* s = w->string();
+    EXPECT_STREQ(s, "Y");
+    VORX_FREE(s);
+    EXPECT_STREQ(w->symbol(law_symbol_default), "LAW");
+}
+
+TEST(LawDeepCopy, PreservesSharing) {
+    law_holder x(VORX_NEW identity_law(0, 'X'));
+    law_holder sum(VORX_NEW ac_law(x.get(), x.get()));
+    law_holder copy(sum->deep_copy());
+    ASSERT_TRUE(copy);
+    const binary_law* c = static_cast<const binary_law*>(copy.get());
+    EXPECT_NE(c, sum.get());
+    EXPECT_NE(c->fleft(), x.get());
+    EXPECT_EQ(c->fleft(), c->fright());
+    EXPECT_TRUE(*copy == *sum);
+
+    // Shared data stays shared as well, through several levels.
+    law_data* d = VORX_NEW tag_data(1);
+    law_data* both[2] = {d, d};
+    law_holder dp(VORX_NEW data_pair_law(both, 2));
+    d->remove();
+    law_holder w(VORX_NEW wrap_law(dp.get()));
+    law_holder pair(VORX_NEW pair_law(w.get(), dp.get()));
+    law_holder pc(pair->deep_copy());
+    const binary_law* b = static_cast<const binary_law*>(pc.get());
+    EXPECT_EQ(static_cast<const unary_law*>(b->fleft())->fsub(), b->fright());
+    const multiple_data_law* dc = static_cast<const multiple_data_law*>(b->fright());
+    EXPECT_EQ(dc->fsubs()[0], dc->fsubs()[1]);
+    EXPECT_NE(dc->fsubs()[0], d);
+}
+
+TEST(LawDeepCopy, UncopyableClassReportsAndLeaksNothing) {
+    tamper_law* t = VORX_NEW tamper_law;  // a constant: copyable
+    law_holder ht(t);
+    law_holder copy(t->deep_copy());
+    EXPECT_TRUE(*copy == *t);
+    // The base class cannot be copied: the error passes through the composite's copy.
+    class opaque_law : public law {
+      public:
+        void evaluate(const double*, double* y) const override { *y = 0; }
+    };
+    law_holder o(VORX_NEW opaque_law);
+    law_holder x(VORX_NEW identity_law(0, 'X'));
+    law_holder p(VORX_NEW pair_law(x.get(), o.get()));
+    try {
+        law_holder bad(p->deep_copy());
+        FAIL() << "copied an uncopyable law";
+    } catch (const vorx_exception& e) {
+        EXPECT_EQ(e.code(), LAW_DEEP_COPY);
+        EXPECT_STREQ(e.what(), "This law may not be deep copied");
+    }
+}
+
+TEST(LawSearch, HasaVisitsChildrenFirst) {
+    law_holder x(VORX_NEW identity_law(0, 'X'));
+    law_holder y(VORX_NEW identity_law(1, 'Y'));
+    law_holder xy(VORX_NEW pair_law(x.get(), y.get()));
+    law_holder w(VORX_NEW wrap_law(xy.get()));
+    VOID_LIST found;
+    w->hasa(identity_law::id(), found);
+    ASSERT_EQ(found.count(), 2);
+    EXPECT_EQ(found[0], x.get());
+    EXPECT_EQ(found[1], y.get());
+    VOID_LIST all;
+    w->hasa(law::id(), all);
+    EXPECT_EQ(all.count(), 4);
+    EXPECT_EQ(all[3], w.get());
+}
+
+TEST(LawSize, FullSizeCountsSharedNodesOnce) {
+    law_holder x(VORX_NEW identity_law(0, 'X'));
+    law_holder p(VORX_NEW pair_law(x.get(), x.get()));
+    SizeAccumulator a1, a2;
+    x->full_size(a1);
+    p->full_size(a2);
+    EXPECT_GT(a1.size(), 0u);
+    EXPECT_GT(a2.size(), a1.size());
+    EXPECT_EQ(a2.blocks(), 2);
+}
+
+TEST(LawRegistry, PrototypesHaveUseCountZero) {
+    int found = 0;
+    for (law_list* n = law_list::head(); n; n = n->fnext()) {
+        EXPECT_EQ(n->fthis()->ref_count(), 0) << n->fthis()->class_name();
+        ++found;
+    }
+    static law_data_prototype<tag_data> registered(3);
+    EXPECT_EQ(registered.get()->ref_count(), 0);
+    EXPECT_EQ(get_law_data("TAG"), registered.get());
+    EXPECT_EQ(get_law_data("NO_SUCH"), nullptr);
+}
+
+TEST(LawLists, MakeListLawBuildsLeftNestedChains) {
+    law_holder x(VORX_NEW identity_law(0, 'X')), y(VORX_NEW identity_law(1, 'Y')),
+        z(VORX_NEW identity_law(2, 'Z'));
+    law* items[3] = {x.get(), y.get(), z.get()};
+    law_holder proto(VORX_NEW pair_law(nullptr, nullptr));
+    law_holder chain(make_list_law(items, 3, static_cast<binary_law*>(proto.get())));
+    EXPECT_EQ(text_of(chain.get()), "(X#Y)#Z");
+    int n = 0;
+    law_holder ac(VORX_NEW ac_law(nullptr, nullptr));
+    law_holder c2(make_list_law(items, 3, static_cast<binary_law*>(ac.get())));
+    law** flat = get_asso_list(static_cast<binary_law*>(c2.get()), &n);
+    ASSERT_EQ(n, 3);
+    EXPECT_EQ(flat[2], z.get());
+    VORX_FREE(flat);
+    EXPECT_EQ(same_law_list(nullptr, nullptr, 0), 1);
+}
