@@ -6,7 +6,7 @@
 #include "base/position.hpp"
 
 class box {
-public:
+  public:
     box() = default;
     box(const interval& x, const interval& y, const interval& z) : x_(x), y_(y), z_(z) {}
     // The box spanned by two corners, in any order.
@@ -49,9 +49,13 @@ public:
         return *this;
     }
 
-private:
+  private:
     interval x_, y_, z_;
 };
 
-inline box operator|(box a, const box& b) { return a |= b; }
-inline box operator&(box a, const box& b) { return a &= b; }
+inline box operator|(box a, const box& b) {
+    return a |= b;
+}
+inline box operator&(box a, const box& b) {
+    return a &= b;
+}

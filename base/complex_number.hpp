@@ -4,7 +4,7 @@
 #include <cmath>
 
 class complex_number {
-public:
+  public:
     complex_number() : re_(0.0), im_(0.0) {}
     complex_number(double re, double im) : re_(re), im_(im) {}
 
@@ -43,19 +43,31 @@ public:
     // Division by zero gives infinities or NaNs, as for doubles.
     complex_number& operator/=(const complex_number& c);
 
-private:
+  private:
     double re_, im_;
 };
 
-inline complex_number operator+(complex_number a, const complex_number& b) { return a += b; }
-inline complex_number operator-(complex_number a, const complex_number& b) { return a -= b; }
+inline complex_number operator+(complex_number a, const complex_number& b) {
+    return a += b;
+}
+inline complex_number operator-(complex_number a, const complex_number& b) {
+    return a -= b;
+}
 inline complex_number operator-(const complex_number& a) {
     return complex_number(-a.re(), -a.im());
 }
-inline complex_number operator*(complex_number a, const complex_number& b) { return a *= b; }
-inline complex_number operator*(complex_number a, double s) { return a *= s; }
-inline complex_number operator*(double s, complex_number a) { return a *= s; }
-inline complex_number operator/(complex_number a, const complex_number& b) { return a /= b; }
+inline complex_number operator*(complex_number a, const complex_number& b) {
+    return a *= b;
+}
+inline complex_number operator*(complex_number a, double s) {
+    return a *= s;
+}
+inline complex_number operator*(double s, complex_number a) {
+    return a *= s;
+}
+inline complex_number operator/(complex_number a, const complex_number& b) {
+    return a /= b;
+}
 inline complex_number operator/(const complex_number& a, double s) {
     return complex_number(a.re() / s, a.im() / s);
 }
@@ -63,4 +75,6 @@ inline complex_number operator/(const complex_number& a, double s) {
 inline bool operator==(const complex_number& a, const complex_number& b) {
     return a.re() == b.re() && a.im() == b.im();
 }
-inline bool operator!=(const complex_number& a, const complex_number& b) { return !(a == b); }
+inline bool operator!=(const complex_number& a, const complex_number& b) {
+    return !(a == b);
+}

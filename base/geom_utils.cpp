@@ -7,6 +7,23 @@
 
 #include "base/memory.hpp"
 
+namespace {
+
+// Insertion sort for the handful of elements sorted here; std::sort's unrolled
+// small-array path draws false array-bounds warnings from GCC on fixed arrays this
+// small.
+template <class T, class Less>
+void small_sort(T* a, int n, Less less) {
+    for (int i = 1; i < n; ++i) {
+        T v = a[i];
+        int j = i;
+        for (; j > 0 && less(v, a[j - 1]); --j) a[j] = a[j - 1];
+        a[j] = v;
+    }
+}
+
+}  // namespace
+
 // ---------------------------------------------------------------------------------------
 // Directions
 
@@ -69,7 +86,7 @@ void symmetric_eigen3(const double m[3][3], double values[3], vector vecs[3]) {
             }
     }
     int order[3] = {0, 1, 2};
-    std::sort(order, order + 3, [&](int i, int j) { return a[i][i] < a[j][j]; });
+    small_sort(order, 3, [&](int i, int j) { return a[i][i] < a[j][j]; });
     for (int i = 0; i < 3; ++i) {
         int k = order[i];
         values[i] = a[k][k];
@@ -208,8 +225,8 @@ void balance(double h[4][4], int n) {
 // Applies the reflector I - beta v v^T, of size `len` (2 or 3) at row/column k, to rows
 // k.. of columns [c0, c1] from the left and to columns k.. of rows [r0, r1] from the
 // right.
-void reflect(double h[4][4], int k, int len, const double v[3], double beta, int c0, int c1,
-             int r0, int r1) {
+void reflect(double h[4][4], int k, int len, const double v[3], double beta, int c0, int c1, int r0,
+             int r1) {
     for (int j = c0; j <= c1; ++j) {
         double s = 0.0;
         for (int i = 0; i < len; ++i) s += v[i] * h[k + i][j];
@@ -270,18 +287,20 @@ bool hessenberg_eigenvalues(double h[4][4], int n, cplx* out) {
             its = 0;
             continue;
         }
-        if (++its > 60) {
+        if (++its > 300) {
             for (int i = 0; i <= hi; ++i) out[i] = cplx(h[i][i], 0.0);
             return false;
         }
         // Shifts by the eigenvalues of the trailing 2x2 block, through their sum and
-        // product; every tenth step an ad hoc pair breaks the cycles the standard shifts
-        // can fall into (a permutation matrix, e.g. the companion of x^4 - 1).
+        // product; every tenth step an ad hoc pair near the last diagonal element breaks
+        // the cycles the standard shifts can fall into (a permutation matrix, e.g. the
+        // companion of x^4 - 1).
         double s, t;
         if (its % 10 == 0) {
             double w = std::fabs(h[hi][hi - 1]) + std::fabs(h[hi - 1][hi - 2]);
-            s = 1.5 * w;
-            t = w * w;
+            double c = h[hi][hi] + 0.75 * w;
+            s = 2.0 * c;
+            t = c * c + 0.4375 * w * w;
         } else {
             s = h[hi - 1][hi - 1] + h[hi][hi];
             t = h[hi - 1][hi - 1] * h[hi][hi] - h[hi - 1][hi] * h[hi][hi - 1];
@@ -308,33 +327,67 @@ bool hessenberg_eigenvalues(double h[4][4], int n, cplx* out) {
     return true;
 }
 
-// How far the polynomial with roots r[0..m-1] and leading coefficient p[0] is from p,
-// relative to p's size: the backward error of the roots as a set.
-double backward_error(const double* p, int m, const cplx* r) {
-    cplx c[5];
-    c[0] = cplx(p[0], 0.0);
-    for (int k = 0; k < m; ++k) {
-        // Multiply by (x - r[k]).
-        c[k + 1] = cplx();
-        for (int i = k + 1; i > 0; --i) c[i] -= c[i - 1] * r[k];
+// Newton steps on p, each kept only when it lowers |p|.  A root of multiplicity k is a
+// simple root of the (k-1)-th derivative, so a merged cluster is polished there, where
+// Newton still converges fast.
+void polish(const double* p, int m, int multiplicity, cplx& r) {
+    double q[5];
+    int deg = m;
+    for (int i = 0; i <= m; ++i) q[i] = p[i];
+    for (int k = 1; k < multiplicity; ++k, --deg)
+        for (int i = 0; i < deg; ++i) q[i] *= deg - i;
+    if (deg < 1) return;
+    cplx d;
+    double res = poly_eval(q, deg, r, &d).abs();
+    for (int it = 0; it < 10 && res > 0.0; ++it) {
+        if (d.re() == 0.0 && d.im() == 0.0) return;
+        cplx next = r - poly_eval(q, deg, r) / d;
+        cplx nd;
+        double next_res = poly_eval(q, deg, next, &nd).abs();
+        if (!(next_res < res)) return;
+        r = next;
+        res = next_res;
+        d = nd;
     }
-    double size = 0.0, err = 0.0;
+}
+
+// Whether x is, within the rounding of evaluating p, a root of multiplicity k: the
+// Taylor coefficients of p at x below the k-th must all be as small as the error made
+// in computing them.  That error is bounded, up to a small factor, by eps times the same
+// sums taken with absolute values, which keeps the test relative to the size of x, so
+// small roots are judged on their own scale.
+bool is_multiple_root(const double* p, int m, const cplx& x, int k) {
+    // Repeated synthetic division by (y - x): after pass j, t[m - j] holds the j-th
+    // Taylor coefficient; the same passes over |p| and |x| give the bounds.
+    cplx t[5];
+    double b[5];
     for (int i = 0; i <= m; ++i) {
-        size += std::fabs(p[i]);
-        err = std::max(err, (c[i] - cplx(p[i], 0.0)).abs());
+        t[i] = cplx(p[i], 0.0);
+        b[i] = std::fabs(p[i]);
     }
-    return err / size;
+    double ax = x.abs();
+    for (int j = 0; j < k; ++j) {
+        for (int i = 1; i <= m - j; ++i) {
+            t[i] += t[i - 1] * x;
+            b[i] += b[i - 1] * ax;
+        }
+        if (t[m - j].abs() > 8.0 * (m + 1) * DBL_EPSILON * b[m - j]) return false;
+    }
+    return true;
 }
 
 // Replaces clusters of roots that are, within rounding, one multiple root by their
 // mean.  The eigenvalues of a matrix with a k-fold eigenvalue scatter by eps^(1/k)
-// round it, but their mean is good to near eps; a cluster is merged when the polynomial
-// rebuilt from the merged roots matches p no worse than that from the scattered ones.
-// Distinct roots that are close but resolvable fail that test, as merging them changes
-// the coefficients by far more than rounding.
-void merge_multiple_roots(const double* p, int m, cplx* r) {
-    const double floor = 4.0 * m * DBL_EPSILON;
-    double be = backward_error(p, m, r);
+// round it, but their mean is good to near eps, and Newton on the (k-1)-th derivative
+// then polishes it further.  Distinct roots that are close but resolvable fail the
+// multiplicity test, as p at their mean is far from negligible.
+// Each root's multiplicity goes to `multiplicity` and the first root of its cluster to
+// `leader`.
+void merge_multiple_roots(const double* p, int m, cplx* r, int* multiplicity, int* leader) {
+    for (int i = 0; i < m; ++i) {
+        multiplicity[i] = 1;
+        leader[i] = i;
+    }
     int merged = 0;  // mask of roots already merged
     for (int size = m; size >= 2; --size) {
         // Candidate clusters of this size, tightest first.
@@ -359,37 +412,85 @@ void merge_multiple_roots(const double* p, int m, cplx* r) {
                 if (mask & (1 << i)) spread = std::max(spread, (r[i] - mean).abs());
             if (spread <= 0.1 * (1.0 + mean.abs())) cand[nc++] = {mask, spread, mean};
         }
-        std::sort(cand, cand + nc,
-                  [](const candidate& x, const candidate& y) { return x.spread < y.spread; });
+        small_sort(cand, nc,
+                   [](const candidate& x, const candidate& y) { return x.spread < y.spread; });
         for (int k = 0; k < nc; ++k) {
             if (cand[k].mask & merged) continue;
-            cplx trial[4];
-            for (int i = 0; i < m; ++i) trial[i] = (cand[k].mask & (1 << i)) ? cand[k].mean : r[i];
-            double trial_be = backward_error(p, m, trial);
-            if (trial_be <= std::max(2.0 * be, floor)) {
-                for (int i = 0; i < m; ++i) r[i] = trial[i];
-                be = trial_be;
+            cplx mean = cand[k].mean;
+            polish(p, m, size, mean);
+            if (is_multiple_root(p, m, mean, size)) {
+                int first = -1;
+                for (int i = 0; i < m; ++i) {
+                    if (cand[k].mask & (1 << i)) {
+                        r[i] = mean;
+                        if (first < 0) first = i;
+                        multiplicity[i] = size;
+                        leader[i] = first;
+                    }
+                }
                 merged |= cand[k].mask;
             }
         }
     }
 }
 
-// Newton steps on p, each kept only when it lowers |p|.  Near a multiple root Newton
-// crawls and rounding soon dominates, which the residual test catches.
-void polish(const double* p, int m, cplx& r) {
-    cplx d;
-    double res = poly_eval(p, m, r, &d).abs();
-    for (int it = 0; it < 3 && res > 0.0; ++it) {
-        if (d.re() == 0.0 && d.im() == 0.0) return;
-        cplx next = r - poly_eval(p, m, r) / d;
-        cplx nd;
-        double next_res = poly_eval(p, m, next, &nd).abs();
-        if (!(next_res < res)) return;
-        r = next;
-        res = next_res;
-        d = nd;
+// |p(x)| relative to the sum of the magnitudes of its terms, which bounds the rounding
+// error of evaluating it: near DBL_EPSILON means x is as good a root as can be told.
+double relative_residual(const double* p, int m, const cplx& x) {
+    double ax = x.abs(), scale = 0.0;
+    for (int i = 0; i <= m; ++i) scale = scale * ax + std::fabs(p[i]);
+    double v = poly_eval(p, m, x).abs();
+    if (!std::isfinite(scale) || !std::isfinite(v)) return HUGE_VAL;
+    return scale > 0.0 ? v / scale : v;
+}
+
+double worst_residual(const double* p, int m, const cplx* r) {
+    double w = 0.0;
+    for (int i = 0; i < m; ++i) w = std::max(w, relative_residual(p, m, r[i]));
+    return w;
+}
+
+// The eigenvalues of the balanced companion matrix of p (degree m >= 2, p[0] != 0).
+void companion_roots(const double* p, int m, cplx* r) {
+    // Companion matrix of the monic polynomial, already in Hessenberg form.
+    double h[4][4] = {};
+    for (int j = 0; j < m; ++j) h[0][j] = -p[j + 1] / p[0];
+    for (int i = 1; i < m; ++i) h[i][i - 1] = 1.0;
+    balance(h, m);
+    hessenberg_eigenvalues(h, m, r);
+}
+
+// Eigenvalues carry errors of about eps times the largest root, which swamps roots many
+// orders of magnitude smaller.  The reversed polynomial (roots 1/r) gets those right, so
+// the set is rebuilt from its smallest roots and the given set's largest, split where
+// both sets show a clear gap in modulus, keeping the split that leaves the smallest
+// worst residual.  p has no zero roots, so the reverse keeps the degree.
+void mix_in_reversed_roots(const double* p, int m, cplx* r) {
+    double rev[5];
+    for (int i = 0; i <= m; ++i) rev[i] = p[m - i];
+    cplx s[4];
+    companion_roots(rev, m, s);
+    for (int i = 0; i < m; ++i) s[i] = cplx(1.0, 0.0) / s[i];
+    auto by_modulus = [](const cplx& x, const cplx& y) { return x.abs() < y.abs(); };
+    small_sort(r, m, by_modulus);
+    small_sort(s, m, by_modulus);
+    cplx best[4];
+    std::copy(r, r + m, best);
+    double best_res = worst_residual(p, m, r);
+    for (int k = 1; k <= m; ++k) {
+        // Splitting between members of a conjugate pair or a cluster could take one
+        // root twice and lose another.
+        if (k < m && !(s[k].abs() > 1.5 * s[k - 1].abs() && r[k].abs() > 1.5 * r[k - 1].abs()))
+            continue;
+        cplx trial[4];
+        for (int i = 0; i < m; ++i) trial[i] = i < k ? s[i] : r[i];
+        double res = worst_residual(p, m, trial);
+        if (res < best_res) {
+            best_res = res;
+            std::copy(trial, trial + m, best);
+        }
     }
+    std::copy(best, best + m, r);
 }
 
 }  // namespace
@@ -419,19 +520,21 @@ complex_number* quartic_roots(double a, double b, double c, double d, double e, 
     if (m == 1) {
         r[0] = cplx(-p[1] / p[0], 0.0);
     } else if (m >= 2) {
-        // Companion matrix of the monic polynomial, already in Hessenberg form.
-        double h[4][4] = {};
-        for (int j = 0; j < m; ++j) h[0][j] = -p[j + 1] / p[0];
-        for (int i = 1; i < m; ++i) h[i][i - 1] = 1.0;
-        balance(h, m);
-        hessenberg_eigenvalues(h, m, r);
-        for (int i = 0; i < m; ++i) polish(p, m, r[i]);
-        merge_multiple_roots(p, m, r);
+        companion_roots(p, m, r);
+        if (worst_residual(p, m, r) > 1e-13) mix_in_reversed_roots(p, m, r);
+        // Merging first: Newton on the single roots of a cluster would move them by
+        // amounts the rounding decides, and their mean would lose its accuracy.
+        int multiplicity[4], leader[4];
+        merge_multiple_roots(p, m, r, multiplicity, leader);
+        // The roots of a cluster are equal: polish its first and copy to the rest.
+        for (int i = 0; i < m; ++i)
+            if (leader[i] == i) polish(p, m, multiplicity[i], r[i]);
+        for (int i = 0; i < m; ++i) r[i] = r[leader[i]];
     }
 
     complex_number* roots = VORX_ALLOC_ARRAY(complex_number, 4);
     for (int i = 0; i < 4; ++i) new (&roots[i]) complex_number(i < m ? r[i] : cplx());
-    std::sort(roots, roots + deg, [](const cplx& x, const cplx& y) {
+    small_sort(roots, deg, [](const cplx& x, const cplx& y) {
         return x.re() < y.re() || (x.re() == y.re() && x.im() < y.im());
     });
     return roots;

@@ -6,12 +6,16 @@
 #include "base/tolerance.hpp"
 
 // |a - b| < resabs.
-inline bool is_equal(double a, double b) { return std::fabs(a - b) < resabs; }
+inline bool is_equal(double a, double b) {
+    return std::fabs(a - b) < resabs;
+}
 
 inline double distance_to_point_squared(const position& a, const position& b) {
     return (a - b).len_sq();
 }
-inline double distance_to_point(const position& a, const position& b) { return (a - b).len(); }
+inline double distance_to_point(const position& a, const position& b) {
+    return (a - b).len();
+}
 
 // The points are closer than `tol`.
 inline bool same_point(const position& a, const position& b, double tol = resabs) {
@@ -55,15 +59,17 @@ void symmetric_eigen3(const double m[3][3], double values[3], vector vecs[3]);
 //
 // The degree is that of the highest coefficient that is not negligible: a leading
 // coefficient below 1e-14 times the largest one counts as zero, so a vanishing a gives
-// the three roots of the cubic, and so on.  The number of roots goes to *n (when given)
-// and the roots, sorted by real then imaginary part, to an array of four allocated with
+// the three roots of the cubic, and so on (roots so large that they make the leading
+// coefficient negligible go with it).  The number of roots goes to *n (when given) and
+// the roots, sorted by real then imaginary part, to an array of four allocated with
 // VORX_ALLOC_ARRAY that the caller releases with VORX_FREE.  With no roots (a constant,
 // including the zero polynomial) the result is null.
 //
-// Roots are found as eigenvalues of the balanced companion matrix, polished by Newton
-// steps that are kept only when they lower the residual, and a cluster of roots that is,
-// within rounding, one multiple root is replaced by its mean.  Simple roots come out to
-// near machine precision; a root of multiplicity m that is not recognised as such is
-// good to about eps^(1/m).
-complex_number* quartic_roots(double a, double b, double c, double d, double e,
-                              int* n = nullptr);
+// Roots are found as eigenvalues of the balanced companion matrix; when roots span so
+// many orders of magnitude that the small ones drown in the large ones' rounding, those
+// are taken from the reversed polynomial instead.  A cluster of roots that is, within
+// rounding, one multiple root is replaced by its mean, and every root is then polished
+// by Newton steps kept only while they lower the residual (a multiple root on the
+// derivative where it is simple).  Simple roots come out to near machine precision; a
+// root of multiplicity m that is not recognised as such is good to about eps^(1/m).
+complex_number* quartic_roots(double a, double b, double c, double d, double e, int* n = nullptr);

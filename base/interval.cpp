@@ -19,11 +19,17 @@ interval_type type_of(double low, double high) {
 
 }  // namespace
 
-interval::interval() { set_empty(); }
+interval::interval() {
+    set_empty();
+}
 
-interval::interval(double a, double b) { set(interval_finite, std::min(a, b), std::max(a, b)); }
+interval::interval(double a, double b) {
+    set(interval_finite, std::min(a, b), std::max(a, b));
+}
 
-interval::interval(double v) { set(interval_finite, v, v); }
+interval::interval(double v) {
+    set(interval_finite, v, v);
+}
 
 interval::interval(interval_type type, const double& low, const double& high) {
     if (type == interval_finite)
@@ -107,7 +113,9 @@ interval& interval::operator|=(const interval& other) {
     return *this;
 }
 
-interval& interval::operator|=(double v) { return *this |= interval(v); }
+interval& interval::operator|=(double v) {
+    return *this |= interval(v);
+}
 
 interval& interval::operator+=(double d) {
     if (!empty_) {

@@ -7,7 +7,8 @@
 // - interval_unknown stands for a range nobody has worked out: it contains everything
 //   like an infinite interval, intersecting with it gives the other operand, and a union
 //   with it stays unknown.
-// - The empty interval has type interval_finite, length 0, and start and end 0.
+// - The empty interval has type interval_finite, length 0, and start and end 0, but is
+//   neither finite() nor bounded at either end: those promise usable ends.
 // - == compares types and finite ends within resabs; all empty intervals are equal.
 #pragma once
 
@@ -22,7 +23,7 @@ enum interval_type {
 };
 
 class interval {
-public:
+  public:
     // Empty.
     interval();
     // [min(a, b), max(a, b)].
@@ -35,9 +36,13 @@ public:
 
     interval_type type() const { return type_; }
     bool empty() const { return empty_; }
-    bool finite() const { return type_ == interval_finite; }
-    bool bounded_below() const { return type_ == interval_finite || type_ == interval_finite_below; }
-    bool bounded_above() const { return type_ == interval_finite || type_ == interval_finite_above; }
+    bool finite() const { return !empty_ && type_ == interval_finite; }
+    bool bounded_below() const {
+        return !empty_ && (type_ == interval_finite || type_ == interval_finite_below);
+    }
+    bool bounded_above() const {
+        return !empty_ && (type_ == interval_finite || type_ == interval_finite_above);
+    }
     bool infinite() const { return type_ == interval_infinite; }
     bool unknown() const { return type_ == interval_unknown; }
 
@@ -71,7 +76,7 @@ public:
     // Scales both ends; a negative factor turns the interval round.
     interval& operator*=(double f);
 
-private:
+  private:
     void set(interval_type type, double low, double high);
     void set_empty();
 
@@ -81,21 +86,39 @@ private:
     bool empty_;
 };
 
-inline interval operator&(interval a, const interval& b) { return a &= b; }
-inline interval operator|(interval a, const interval& b) { return a |= b; }
-inline interval operator+(interval a, double d) { return a += d; }
-inline interval operator+(double d, interval a) { return a += d; }
-inline interval operator-(interval a, double d) { return a -= d; }
-inline interval operator*(interval a, double f) { return a *= f; }
-inline interval operator*(double f, interval a) { return a *= f; }
+inline interval operator&(interval a, const interval& b) {
+    return a &= b;
+}
+inline interval operator|(interval a, const interval& b) {
+    return a |= b;
+}
+inline interval operator+(interval a, double d) {
+    return a += d;
+}
+inline interval operator+(double d, interval a) {
+    return a += d;
+}
+inline interval operator-(interval a, double d) {
+    return a -= d;
+}
+inline interval operator*(interval a, double f) {
+    return a *= f;
+}
+inline interval operator*(double f, interval a) {
+    return a *= f;
+}
 // { x + y : x in a, y in b }; empty when either is.
 interval operator+(const interval& a, const interval& b);
 // { -x : x in a }.
 interval operator-(const interval& a);
 // { x - y : x in a, y in b }.
-inline interval operator-(const interval& a, const interval& b) { return a + (-b); }
+inline interval operator-(const interval& a, const interval& b) {
+    return a + (-b);
+}
 bool operator==(const interval& a, const interval& b);
-inline bool operator!=(const interval& a, const interval& b) { return !(a == b); }
+inline bool operator!=(const interval& a, const interval& b) {
+    return !(a == b);
+}
 
 // Brings a periodic parameter into `range` by adding or subtracting whole periods.  A
 // period of 0 means the parameter is not periodic and leaves it alone, as does a value

@@ -7,7 +7,7 @@
 #include "base/position.hpp"
 
 class matrix {
-public:
+  public:
     // The identity.
     matrix() : e_{{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}, {0.0, 0.0, 1.0}} {}
     // From three rows.
@@ -15,8 +15,9 @@ public:
         : e_{{r0.x(), r0.y(), r0.z()}, {r1.x(), r1.y(), r1.z()}, {r2.x(), r2.y(), r2.z()}} {}
     // From nine values, row by row.
     explicit matrix(const double rows[9])
-        : e_{{rows[0], rows[1], rows[2]}, {rows[3], rows[4], rows[5]}, {rows[6], rows[7], rows[8]}} {
-    }
+        : e_{{rows[0], rows[1], rows[2]},
+             {rows[3], rows[4], rows[5]},
+             {rows[6], rows[7], rows[8]}} {}
 
     double element(int i, int j) const { return e_[i][j]; }
     void set_element(int i, int j, double v) { e_[i][j] = v; }
@@ -44,7 +45,7 @@ public:
         return *this;
     }
 
-private:
+  private:
     double e_[3][3];
 };
 
@@ -61,7 +62,9 @@ inline matrix operator*(const matrix& a, double s) {
     matrix r = a;
     return r *= s;
 }
-inline matrix operator*(double s, const matrix& a) { return a * s; }
+inline matrix operator*(double s, const matrix& a) {
+    return a * s;
+}
 inline matrix operator+(const matrix& a, const matrix& b) {
     return matrix(a.row(0) + b.row(0), a.row(1) + b.row(1), a.row(2) + b.row(2));
 }

@@ -55,7 +55,9 @@ nvector::nvector(const double* values, int n) : data_(buf_), n_(0), cap_(inline_
         for (int i = 0; i < n; ++i) data_[i] = 0.0;
 }
 
-nvector::nvector(int n) : data_(buf_), n_(0), cap_(inline_size) { set(n); }
+nvector::nvector(int n) : data_(buf_), n_(0), cap_(inline_size) {
+    set(n);
+}
 
 nvector::nvector(const nvector& other) : nvector(other.data_, other.n_) {}
 
@@ -147,4 +149,6 @@ nvector operator-(const nvector& a, const nvector& b) {
     return r -= b;
 }
 
-nvector operator-(const nvector& a) { return a.scale(-1.0); }
+nvector operator-(const nvector& a) {
+    return a.scale(-1.0);
+}

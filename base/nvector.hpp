@@ -6,7 +6,7 @@
 #pragma once
 
 class nvector {
-public:
+  public:
     static constexpr int inline_size = 4;
 
     nvector() : data_(buf_), n_(0), cap_(inline_size) {}
@@ -43,7 +43,7 @@ public:
     double max_coord() const;
     double dot(const nvector& other) const;
 
-private:
+  private:
     // Sets the size, allocating when it outgrows the inline buffer; values undefined.
     void reserve(int n);
     void release();
@@ -58,6 +58,12 @@ private:
 nvector operator+(const nvector& a, const nvector& b);
 nvector operator-(const nvector& a, const nvector& b);
 nvector operator-(const nvector& a);
-inline nvector operator*(const nvector& a, double s) { return a.scale(s); }
-inline nvector operator*(double s, const nvector& a) { return a.scale(s); }
-inline double dot(const nvector& a, const nvector& b) { return a.dot(b); }
+inline nvector operator*(const nvector& a, double s) {
+    return a.scale(s);
+}
+inline nvector operator*(double s, const nvector& a) {
+    return a.scale(s);
+}
+inline double dot(const nvector& a, const nvector& b) {
+    return a.dot(b);
+}

@@ -15,7 +15,7 @@ class transf;
 class position;
 
 class vector {
-public:
+  public:
     vector() : c_{0.0, 0.0, 0.0} {}
     vector(double x, double y, double z) : c_{x, y, z} {}
     explicit vector(const double xyz[3]) : c_{xyz[0], xyz[1], xyz[2]} {}
@@ -60,7 +60,7 @@ public:
     // Transforms the direction: translation does not apply.
     vector& operator*=(const transf& t);
 
-private:
+  private:
     double c_[3];
 };
 
@@ -70,12 +70,18 @@ inline vector operator+(const vector& a, const vector& b) {
 inline vector operator-(const vector& a, const vector& b) {
     return vector(a.x() - b.x(), a.y() - b.y(), a.z() - b.z());
 }
-inline vector operator-(const vector& a) { return vector(-a.x(), -a.y(), -a.z()); }
+inline vector operator-(const vector& a) {
+    return vector(-a.x(), -a.y(), -a.z());
+}
 inline vector operator*(const vector& a, double s) {
     return vector(a.x() * s, a.y() * s, a.z() * s);
 }
-inline vector operator*(double s, const vector& a) { return a * s; }
-inline vector operator/(const vector& a, double s) { return a * (1.0 / s); }
+inline vector operator*(double s, const vector& a) {
+    return a * s;
+}
+inline vector operator/(const vector& a, double s) {
+    return a * (1.0 / s);
+}
 // Cross product.
 inline vector operator*(const vector& a, const vector& b) {
     return vector(a.y() * b.z() - a.z() * b.y(), a.z() * b.x() - a.x() * b.z(),
@@ -87,7 +93,7 @@ inline double operator%(const vector& a, const vector& b) {
 }
 
 class position {
-public:
+  public:
     position() : c_{0.0, 0.0, 0.0} {}
     position(double x, double y, double z) : c_{x, y, z} {}
     explicit position(const double xyz[3]) : c_{xyz[0], xyz[1], xyz[2]} {}
@@ -119,14 +125,16 @@ public:
     }
     position& operator*=(const transf& t);
 
-private:
+  private:
     double c_[3];
 };
 
 inline position operator+(const position& p, const vector& v) {
     return position(p.x() + v.x(), p.y() + v.y(), p.z() + v.z());
 }
-inline position operator+(const vector& v, const position& p) { return p + v; }
+inline position operator+(const vector& v, const position& p) {
+    return p + v;
+}
 inline position operator-(const position& p, const vector& v) {
     return position(p.x() - v.x(), p.y() - v.y(), p.z() - v.z());
 }
@@ -139,7 +147,7 @@ inline vector operator-(const position& a, const position& b) {
 // zero vector, which has no direction: normalising it yields (0, 0, 0) rather than an
 // error, and callers that care test `is_zero()`.
 class unit_vector : public vector {
-public:
+  public:
     // The z direction, so a default unit_vector is still of length one.
     unit_vector() : vector(0.0, 0.0, 1.0) {}
     // Normalises (x, y, z); all zeros give (0, 0, 0).
@@ -159,7 +167,7 @@ public:
     // unit result.
     unit_vector& operator*=(const transf& t);
 
-private:
+  private:
     static vector unit(double x, double y, double z) {
         double l = std::sqrt(x * x + y * y + z * z);
         if (l == 0.0) return vector();
@@ -168,14 +176,16 @@ private:
 };
 
 // `v` scaled to length one; the zero vector gives (0, 0, 0).
-inline unit_vector normalise(const vector& v) { return unit_vector(v.x(), v.y(), v.z()); }
+inline unit_vector normalise(const vector& v) {
+    return unit_vector(v.x(), v.y(), v.z());
+}
 inline unit_vector operator-(const unit_vector& u) {
     return unit_vector(-u.x(), -u.y(), -u.z());
 }
 
 // A point of a parameter plane.
 class par_pos {
-public:
+  public:
     par_pos() : u_(0.0), v_(0.0) {}
     par_pos(double u, double v) : u_(u), v_(v) {}
 
@@ -196,7 +206,7 @@ public:
         return *this;
     }
 
-private:
+  private:
     double u_, v_;
 };
 
@@ -206,14 +216,24 @@ inline par_pos operator+(const par_pos& a, const par_pos& b) {
 inline par_pos operator-(const par_pos& a, const par_pos& b) {
     return par_pos(a.u() - b.u(), a.v() - b.v());
 }
-inline par_pos operator-(const par_pos& a) { return par_pos(-a.u(), -a.v()); }
-inline par_pos operator*(const par_pos& a, double s) { return par_pos(a.u() * s, a.v() * s); }
-inline par_pos operator*(double s, const par_pos& a) { return a * s; }
+inline par_pos operator-(const par_pos& a) {
+    return par_pos(-a.u(), -a.v());
+}
+inline par_pos operator*(const par_pos& a, double s) {
+    return par_pos(a.u() * s, a.v() * s);
+}
+inline par_pos operator*(double s, const par_pos& a) {
+    return a * s;
+}
 
 // Both parameters within `tol` of each other.
 inline bool same_par_pos(const par_pos& a, const par_pos& b, double tol = resabs) {
     return std::fabs(a.u() - b.u()) <= tol && std::fabs(a.v() - b.v()) <= tol;
 }
 // Equality within resabs, as parameter values come out of iterative solvers.
-inline bool operator==(const par_pos& a, const par_pos& b) { return same_par_pos(a, b); }
-inline bool operator!=(const par_pos& a, const par_pos& b) { return !same_par_pos(a, b); }
+inline bool operator==(const par_pos& a, const par_pos& b) {
+    return same_par_pos(a, b);
+}
+inline bool operator!=(const par_pos& a, const par_pos& b) {
+    return !same_par_pos(a, b);
+}

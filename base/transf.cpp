@@ -41,7 +41,9 @@ void transf::to_array(double v13[13]) const {
     v13[12] = scaling_;
 }
 
-transf& transf::operator*=(const transf& t) { return *this = *this * t; }
+transf& transf::operator*=(const transf& t) {
+    return *this = *this * t;
+}
 
 transf operator*(const transf& a, const transf& b) {
     if (a.identity()) return b;
@@ -67,7 +69,9 @@ transf transf_from_array(const double v13[13]) {
     return transf(matrix(v13), v13[12], vector(v13 + 9));
 }
 
-transf translate_transf(const vector& v) { return transf(matrix(), 1.0, v); }
+transf translate_transf(const vector& v) {
+    return transf(matrix(), 1.0, v);
+}
 
 transf rotate_transf(double angle, const vector& axis) {
     double l = axis.len();
@@ -93,7 +97,9 @@ transf reflect_transf(const vector& normal) {
     return transf(m, 1.0, vector());
 }
 
-transf scale_transf(double s) { return transf(matrix(), s, vector()); }
+transf scale_transf(double s) {
+    return transf(matrix(), s, vector());
+}
 
 transf coordinate_transf(const position& origin, const unit_vector& x_axis,
                          const unit_vector& z_axis) {

@@ -13,7 +13,7 @@
 #include "base/position.hpp"
 
 class transf : public VORX_OBJECT {
-public:
+  public:
     // The identity.
     transf() : scaling_(1.0), rotate_(false), reflect_(false), shear_(false), identity_(true) {}
     // A general transform.  A uniform scale folded into `affine` (|det| != 1) is moved
@@ -43,7 +43,7 @@ public:
 
     transf& operator*=(const transf& t);
 
-private:
+  private:
     void set_flags();
 
     matrix affine_;
@@ -60,7 +60,9 @@ transf operator*(const transf& a, const transf& b);
 // Equal parts: affine within resnor, translation within resabs, scaling within resnor
 // relative.
 bool operator==(const transf& a, const transf& b);
-inline bool operator!=(const transf& a, const transf& b) { return !(a == b); }
+inline bool operator!=(const transf& a, const transf& b) {
+    return !(a == b);
+}
 
 inline vector operator*(const vector& v, const transf& t) {
     return (v * t.affine()) * t.scaling();

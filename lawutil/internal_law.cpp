@@ -1,5 +1,6 @@
 #include "lawutil/internal_law.hpp"
 
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
@@ -93,8 +94,10 @@ char* join_args(int n, F print_one) {
 }  // namespace
 
 char* number_string(double value) {
-    char* s = VORX_ALLOC_ARRAY(char, 24);
-    std::snprintf(s, 24, "%.16g", value);
+    // As "%.16g", but with a '.' whatever the process's locale.
+    char* s = VORX_ALLOC_ARRAY(char, 32);
+    std::to_chars_result r = std::to_chars(s, s + 31, value, std::chars_format::general, 16);
+    *r.ptr = '\0';
     return s;
 }
 

@@ -155,8 +155,10 @@ class law : public VORX_OBJECT {
         dispatch(x, &y, side, guess);
         return y;
     }
+    // One input: a law that reads more than one cannot be fed (LAW_DIM).
     double eval(double x, const int& side = null_ref<int>(),
                 const double& guess = null_ref<double>()) const {
+        if (take_dim_cache > 1 || (take_dim_cache < 0 && take_dim() > 1)) raise_bad_dim();
         return evaluateM_R(&x, null_ref_ptr(side), null_ref_ptr(guess));
     }
     double evaluateC_R(const complex_number& z, const int* side = nullptr,
@@ -254,6 +256,7 @@ class law : public VORX_OBJECT {
   private:
     friend class law_list;
     [[noreturn]] void raise_not_scalar() const;
+    [[noreturn]] void raise_bad_dim() const;
     void set_dlaw_cache(int which) const;
 };
 

@@ -1,9 +1,11 @@
 // The law library: everything a client needs, in one include.
 #pragma once
 
+#include "lawutil/diff.hpp"
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/law_data.hpp"
+#include "lawutil/law_unary.hpp"
 #include "lawutil/law_util.hpp"
 #include "lawutil/main_law.hpp"
 #include "lawutil/main_law_err.hpp"

@@ -1,0 +1,467 @@
+// str_to_law: the reader of the law text form.
+//
+// A recursive splitter, not a grammar: at each level the whole text is scanned once,
+// token by token, the token at which to split is picked (the shallowest, then the lowest
+// precedence), the law it names is built and the pieces of text around it are read
+// recursively.  The names it knows are the symbols of the registered prototypes.
+#include <cctype>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <locale.h>
+
+#include "base/output.hpp"
+#include "lawutil/internal_law.hpp"
+#include "lawutil/law_data.hpp"
+#include "lawutil/law_util.hpp"
+
+namespace {
+
+// Deeper nesting than this is refused rather than risking the stack.
+constexpr int max_nesting = 2500;
+
+thread_local int nesting = 0;
+
+class nesting_guard {
+  public:
+    nesting_guard() { ++nesting; }
+    ~nesting_guard() { --nesting; }
+    nesting_guard(const nesting_guard&) = delete;
+    nesting_guard& operator=(const nesting_guard&) = delete;
+};
+
+// A working copy of the text in tracked memory.
+class text_buf {
+  public:
+    explicit text_buf(size_t cap) : s_(VORX_ALLOC_ARRAY(char, cap + 1)), n_(0) { s_[0] = '\0'; }
+    ~text_buf() { VORX_FREE(s_); }
+    text_buf(const text_buf&) = delete;
+    text_buf& operator=(const text_buf&) = delete;
+    void push(char c) {
+        s_[n_++] = c;
+        s_[n_] = '\0';
+    }
+    char* get() { return s_; }
+    size_t size() const { return n_; }
+
+  private:
+    char* s_;
+    size_t n_;
+};
+
+// A copy of text[begin, end) in tracked memory.
+class piece {
+  public:
+    piece(const char* text, size_t begin, size_t end) : buf_(end - begin) {
+        for (size_t i = begin; i < end; ++i) buf_.push(text[i]);
+    }
+    char* get() { return buf_.get(); }
+    size_t size() const { return buf_.size(); }
+
+  private:
+    text_buf buf_;
+};
+
+enum token_kind {
+    tok_none = 0,
+    tok_open = 1,
+    tok_close = 2,
+    tok_variable = 3,
+    tok_law_ref = 4,
+    tok_number = 5,
+    tok_prototype = 6,
+    tok_comma = 7,
+    tok_data_ref = 8
+};
+
+struct token {
+    token_kind kind = tok_none;
+    size_t length = 0;
+    int index = 0;      // variable index, or data index for kinds 4 and 8
+    char letter = 0;    // variable letter
+    double value = 0;   // number
+    law* proto = nullptr;
+};
+
+// Numbers are read in the C locale whatever the process's locale: '2.5' is always 2.5.
+locale_t c_locale() {
+    static locale_t c = newlocale(LC_ALL_MASK, "C", (locale_t)0);
+    return c;
+}
+
+bool starts_with(const char* s, const char* prefix) {
+    return std::strncmp(s, prefix, std::strlen(prefix)) == 0;
+}
+
+// Length of the run of digits at s.
+size_t digits_at(const char* s) {
+    size_t n = 0;
+    while (std::isdigit((unsigned char)s[n])) ++n;
+    return n;
+}
+
+// A decimal integer read from the digits at s (saturating, so a huge index fails later).
+int read_index(const char* s, size_t n) {
+    long v = 0;
+    for (size_t i = 0; i < n; ++i) {
+        v = v * 10 + (s[i] - '0');
+        if (v > 1000000000) v = 1000000000;
+    }
+    return (int)v;
+}
+
+// Which prototypes may start where: operators only after an operand, everything else
+// only where an operand is expected.
+bool accepts(const law* proto, bool operand_expected) {
+    if (proto->isa(binary_law::id())) return !operand_expected;
+    if (!operand_expected) return false;
+    return proto->isa(unary_law::id()) || proto->isa(unary_data_law::id()) ||
+           proto->isa(multiple_law::id()) || proto->isa(multiple_data_law::id()) ||
+           proto->isa(constant_law::id());
+}
+
+token next_token(const char* s, bool operand_expected) {
+    token t;
+    char c = s[0];
+    if (c == '\0') return t;
+    if (c == ',') {
+        t.kind = tok_comma;
+        t.length = 1;
+    } else if (c == '(') {
+        t.kind = tok_open;
+        t.length = 1;
+    } else if (c == ')') {
+        t.kind = tok_close;
+        t.length = 1;
+    }
+    // Variables: X, U, T (input 0), Y, V (input 1), Z (input 2); then a letter and a
+    // number n (input n-1).
+    if (c == 'X' || c == 'U' || c == 'T' || c == 'Y' || c == 'V' || c == 'Z') {
+        t.kind = tok_variable;
+        t.length = 1;
+        t.letter = c;
+        t.index = (c == 'Y' || c == 'V') ? 1 : (c == 'Z' ? 2 : 0);
+    }
+    if (std::isupper((unsigned char)c)) {
+        size_t nd = digits_at(s + 1);
+        if (nd > 0) {
+            int n = read_index(s + 1, nd);
+            if (n >= 1) {
+                t.kind = tok_variable;
+                t.length = 1 + nd;
+                t.letter = c;
+                t.index = n - 1;
+            }
+        }
+    }
+    // Numbers never start with E; an E always takes the character after it as its sign.
+    if (std::isdigit((unsigned char)c) || c == '.') {
+        size_t n = 0;
+        while (s[n] && std::strchr(".0123456789EE", s[n])) {
+            if (s[n] == 'E' && s[n + 1]) ++n;
+            ++n;
+        }
+        piece run(s, 0, n);
+        char* end = nullptr;
+        double v = strtod_l(run.get(), &end, c_locale());
+        if (end != run.get()) {
+            t.kind = tok_number;
+            t.length = n;
+            t.value = v;
+        }
+    }
+    if (starts_with(s, "LAW")) {
+        size_t nd = digits_at(s + 3);
+        t.kind = tok_law_ref;
+        t.length = 3 + nd;
+        t.index = nd ? read_index(s + 3, nd) - 1 : 0;
+        t.proto = nullptr;
+    }
+    for (law_data_list* d = law_data_list::head(); d; d = d->fnext()) {
+        const char* sym = d->fthis()->symbol(law_symbol_default);
+        size_t k = std::strlen(sym);
+        if (k > t.length && starts_with(s, sym)) {
+            size_t nd = digits_at(s + k);
+            if (nd) {
+                t.kind = tok_data_ref;
+                t.length = k;
+                t.index = read_index(s + k, nd) - 1;
+            }
+        }
+    }
+    // Longest symbol wins; among equal lengths the first in list order.
+    for (law_list* p = law_list::head(); p; p = p->fnext()) {
+        law* proto = p->fthis();
+        const char* sym = proto->symbol(law_symbol_default);
+        size_t k = std::strlen(sym);
+        if (k > t.length && starts_with(s, sym) && accepts(proto, operand_expected)) {
+            t.kind = tok_prototype;
+            t.length = k;
+            t.proto = proto;
+        }
+    }
+    return t;
+}
+
+// Upper-case, drop white space, and make implied products explicit ("2X" is 2*X).
+void normalise(const char* in, text_buf& out) {
+    text_buf raw(std::strlen(in));
+    for (const char* p = in; *p; ++p)
+        if (*p != ' ' && *p != '\n' && *p != '\t') raw.push((char)std::toupper((unsigned char)*p));
+    const char* s = raw.get();
+    size_t n = raw.size();
+    for (size_t i = 0; i < n; ++i) {
+        char c = s[i];
+        if (i > 0 && std::isdigit((unsigned char)s[i - 1])) {
+            char next = i + 1 < n ? s[i + 1] : '\0';
+            if (c == 'E' && (next == '+' || next == '-')) {
+                out.push(c);  // an exponent
+                continue;
+            }
+            // '2*E-3' is the number 2E-3: deliberate.
+            if (c == '*' && next == 'E' && i + 2 < n && (s[i + 2] == '+' || s[i + 2] == '-') &&
+                i + 3 < n && std::isdigit((unsigned char)s[i + 3]))
+                continue;
+            if (std::isupper((unsigned char)c) && c != 'O' && !starts_with(s + i, "AND") &&
+                !starts_with(s + i, "OR"))
+                out.push('*');
+        }
+        out.push(c);
+    }
+}
+
+law* bad_syntax(const char* rest) {
+    vorx_printf("Error bad syntax at %s\n", rest);
+    return nullptr;
+}
+
+law* law_not_given(int n) {
+    vorx_printf("Error law %d was not given\n", n);
+    return nullptr;
+}
+
+bool balanced(const char* s, size_t n) {
+    int depth = 0;
+    for (size_t i = 0; i < n; ++i) {
+        if (s[i] == '(') ++depth;
+        if (s[i] == ')') --depth;
+    }
+    return depth == 0;
+}
+
+// Index of the ')' matching the '(' at `open`, or npos.
+size_t matching_close(const char* s, size_t open) {
+    int depth = 0;
+    for (size_t i = open; s[i]; ++i) {
+        if (s[i] == '(') ++depth;
+        if (s[i] == ')' && --depth == 0) return i;
+    }
+    return (size_t)-1;
+}
+
+law* read_law(const char* text, law_data** data, int count);
+
+// The arguments of NAME(a,b,...) starting at the '(' at `open`, split at top-level
+// commas: the closing ')' counts as a final comma, so every argument ends in one.
+// Calls take(piece text) for each; returns false when the ')' is missing.
+template <class F>
+bool for_each_argument(const char* s, size_t open, F take) {
+    size_t close = matching_close(s, open);
+    if (close == (size_t)-1) return false;
+    int depth = 0;
+    size_t start = open + 1;
+    for (size_t i = open + 1; i <= close; ++i) {
+        char c = s[i];
+        if (c == '(') ++depth;
+        if (c == ')' && i != close) --depth;
+        if ((c == ',' && depth == 0) || i == close) {
+            piece arg(s, start, i);
+            if (!take(arg.get())) return true;
+            start = i + 1;
+        }
+    }
+    return true;
+}
+
+law* build_binary(const char* s, size_t at, const token& t, law_data** data, int count) {
+    size_t n = std::strlen(s);
+    piece left(s, 0, at);
+    piece right(s, at + t.length, n);
+    // Strip the unmatched '(' or ')' that enclosed the split token.
+    if (!balanced(left.get(), left.size()) && left.size()) left.get()[0] = ' ';
+    if (!balanced(right.get(), right.size()) && right.size()) right.get()[right.size() - 1] = ' ';
+    law_holder l(read_law(left.get(), data, count));
+    if (!l) return nullptr;
+    law_holder r(read_law(right.get(), data, count));
+    if (!r) return nullptr;
+    return static_cast<binary_law*>(t.proto)->make_one(l.get(), r.get());
+}
+
+law* build_unary(const char* s, size_t at, const token& t, law_data** data, int count) {
+    size_t from = at + t.length;
+    size_t to;
+    if (s[from] == '(') {
+        to = matching_close(s, from);
+        if (to == (size_t)-1) return bad_syntax(s + from);
+        ++from;
+    } else {
+        int depth = 0;
+        for (to = from; s[to]; ++to) {
+            if (s[to] == '(') ++depth;
+            if (s[to] == ')' && --depth < 0) break;
+        }
+    }
+    piece arg(s, from, to);
+    law_holder a(read_law(arg.get(), data, count));
+    if (!a) return nullptr;
+    return static_cast<unary_law*>(t.proto)->make_one(a.get());
+}
+
+law* build_multiple(const char* s, size_t at, const token& t, law_data** data, int count) {
+    size_t open = at + t.length;
+    if (s[open] != '(') return bad_syntax(s + open);
+    int n = 0;
+    for_each_argument(s, open, [&](const char*) { return ++n, true; });
+    law_array args(n);
+    int k = 0;
+    bool ok = true;
+    if (!for_each_argument(s, open, [&](const char* a) {
+            law* l = *a ? read_law(a, data, count) : VORX_NEW constant_law(0.0);
+            if (!l) return ok = false;
+            args.set(k++, l);
+            return true;
+        }))
+        return bad_syntax(s + open);
+    if (!ok) return nullptr;
+    return static_cast<multiple_law*>(t.proto)->make_one(args.get(), n);
+}
+
+// A data argument named by LAWn or a data-prototype symbol and number, or null.
+law_data* data_argument(const token& d, law_data** data, int count) {
+    if (d.index < 0 || d.index >= count || !data) {
+        law_not_given(d.index + 1);
+        return nullptr;
+    }
+    return data[d.index];
+}
+
+law* build_unary_data(const char* s, size_t at, const token& t, law_data** data, int count) {
+    size_t open = at + t.length;
+    if (s[open] != '(') return bad_syntax(s + open);
+    token d = next_token(s + open + 1, false);
+    if (d.kind != tok_data_ref && d.kind != tok_law_ref) return bad_syntax(s + open + 1);
+    law_data* arg = data_argument(d, data, count);
+    if (!arg) return nullptr;
+    return static_cast<unary_data_law*>(t.proto)->make_one(arg);
+}
+
+law* build_multiple_data(const char* s, size_t at, const token& t, law_data** data, int count) {
+    size_t open = at + t.length;
+    if (s[open] != '(') return bad_syntax(s + open);
+    int n = 0;
+    for_each_argument(s, open, [&](const char*) { return ++n, true; });
+    law_data_array args(n);
+    int k = 0;
+    bool ok = true;
+    for_each_argument(s, open, [&](const char* a) {
+        token d = next_token(a, true);
+        if (d.kind == tok_data_ref && a[d.length + digits_at(a + d.length)] == '\0') {
+            law_data* arg = data_argument(d, data, count);
+            if (!arg) return ok = false;
+            arg->add();
+            args.set(k++, arg);
+            return true;
+        }
+        law_holder l(*a ? read_law(a, data, count) : VORX_NEW constant_law(0.0));
+        if (!l) return ok = false;
+        args.set(k++, VORX_NEW law_law_data(l.get()));
+        return true;
+    });
+    if (!ok) return nullptr;
+    return static_cast<multiple_data_law*>(t.proto)->make_one(args.get(), n);
+}
+
+law* read_law(const char* in, law_data** data, int count) {
+    nesting_guard guard;
+    if (nesting > max_nesting) return bad_syntax(in);
+
+    text_buf text(2 * std::strlen(in) + 1);
+    normalise(in, text);
+    const char* s = text.get();
+    if (std::strcmp(s, "NULL") == 0) return nullptr;
+    if (*s == '\0') return VORX_NEW constant_law(0.0);
+
+    // Pick the split token: shallowest, then lowest rank; equal ranks go to the last one
+    // standing after an operand (operators associate to the left) and to the first one
+    // standing where an operand is expected.
+    bool operand_expected = true;
+    int depth = 0;
+    size_t best_at = (size_t)-1;
+    token best;
+    int best_depth = 0, best_rank = 0;
+    for (size_t at = 0; s[at];) {
+        token t = next_token(s + at, operand_expected);
+        if (t.length == 0) return bad_syntax(s + at);
+        if (t.kind != tok_open && t.kind != tok_close) {
+            int rank = t.kind == tok_prototype ? t.proto->precedence() : 9;
+            bool better = best_at == (size_t)-1 || depth < best_depth ||
+                          (depth == best_depth &&
+                           (rank < best_rank || (rank == best_rank && !operand_expected)));
+            if (better) {
+                best_at = at;
+                best = t;
+                best_depth = depth;
+                best_rank = rank;
+            }
+        }
+        if (t.kind == tok_open) ++depth;
+        if (t.kind == tok_close) --depth;
+        operand_expected =
+            t.kind == tok_open || t.kind == tok_comma ||
+            (t.kind == tok_prototype && (t.proto->isa(binary_law::id()) ||
+                                         std::strcmp(t.proto->symbol(law_symbol_default), "-") == 0));
+        at += t.length;
+    }
+    if (best_at == (size_t)-1) return bad_syntax(s);
+
+    const token& t = best;
+    switch (t.kind) {
+        case tok_variable:
+            return VORX_NEW identity_law(t.index, t.letter);
+        case tok_number:
+            return VORX_NEW constant_law(t.value);
+        case tok_law_ref: {
+            if (count < t.index + 1 || t.index < 0 || !data) return law_not_given(t.index + 1);
+            law_data* d = data[t.index];
+            if (!d || !d->isa(law_law_data::id())) return bad_syntax(s + best_at);
+            law* l = static_cast<law_law_data*>(d)->data_law();
+            law_add(l);
+            return l;
+        }
+        case tok_prototype: {
+            law* p = t.proto;
+            if (p->isa(binary_law::id())) return build_binary(s, best_at, t, data, count);
+            if (p->isa(unary_law::id())) return build_unary(s, best_at, t, data, count);
+            if (p->isa(multiple_law::id())) return build_multiple(s, best_at, t, data, count);
+            if (p->isa(unary_data_law::id())) return build_unary_data(s, best_at, t, data, count);
+            if (p->isa(multiple_data_law::id()))
+                return build_multiple_data(s, best_at, t, data, count);
+            if (p->isa(constant_law::id())) {
+                double zero = 0.0, v = 0.0;
+                p->evaluate(&zero, &v);
+                return static_cast<constant_law*>(p)->make_one(v);
+            }
+            return nullptr;
+        }
+        default:
+            // A ',' or a data reference standing alone.
+            return bad_syntax(s + best_at);
+    }
+}
+
+}  // namespace
+
+law* str_to_law(const char* text, law_data** data, int count) {
+    if (!text) return nullptr;
+    return read_law(text, data, count);
+}

@@ -1,0 +1,67 @@
+// Starting and stopping the library, its per-thread context and timers.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <ctime>
+#include <thread>
+
+#include "base/output.hpp"
+#include "lawutil/lawutil.hpp"
+
+TEST(Lifecycle, StartsAndStopsAreCounted) {
+    // The test program holds one start of its own.
+    lawutil_thread_ctx* ctx = lawutil_thread_ctx_ptr;
+    ASSERT_NE(ctx, nullptr);
+    EXPECT_EQ(initialize_law(), 1);
+    EXPECT_EQ(lawutil_thread_ctx_ptr, ctx);
+    EXPECT_EQ(terminate_law(), 1);
+    EXPECT_EQ(lawutil_thread_ctx_ptr, ctx);
+    EXPECT_EQ(ctx->root.root_far_ratio, 1.0);
+}
+
+TEST(Lifecycle, EachThreadHasItsOwnContext) {
+    lawutil_thread_ctx* mine = lawutil_thread_ctx_ptr;
+    lawutil_thread_ctx* theirs = nullptr;
+    int stop_before_start = -1, stop_after = -1;
+    bool fresh_after_restart = false;
+    std::thread t([&] {
+        stop_before_start = terminate_law();
+        initialize_law();
+        initialize_law();
+        theirs = lawutil_thread_ctx_ptr;
+        terminate_law();
+        bool kept = lawutil_thread_ctx_ptr == theirs;
+        stop_after = terminate_law();
+        fresh_after_restart = kept && lawutil_thread_ctx_ptr == nullptr;
+    });
+    t.join();
+    EXPECT_EQ(stop_before_start, 0);
+    EXPECT_EQ(stop_after, 1);
+    EXPECT_TRUE(fresh_after_restart);
+    EXPECT_NE(theirs, mine);
+    EXPECT_EQ(lawutil_thread_ctx_ptr, mine);
+}
+
+TEST(Lifecycle, TimersMeasureClockTicksInThousands) {
+    lawutil_thread_ctx& c = law_context();
+    law_start_time();
+    law_end_time();
+    EXPECT_GE(law_get_time(), 0.0);
+    c.law_util.start_time = 1000.0;
+    c.law_util.end_time = 2500.0;
+    EXPECT_DOUBLE_EQ(law_get_time(), 1.5);
+}
+
+TEST(Lifecycle, DiagnosticDumpListsEverySection) {
+    output_capture out;
+    law_context().debug_dump(debug_file_ptr);
+    EXPECT_STREQ(out.text(),
+                 "compile 0\nlaw 0\nlaw_util 0\nmaple 0\nroot 0\nTotal for lawutil_thread_ctx 0\n");
+}
+
+TEST(Lifecycle, NewLawIdsAreDistinct) {
+    int a = new_law_id();
+    int b = new_law_id();
+    EXPECT_GT(a, 0);
+    EXPECT_EQ(b, a + 1);
+}

@@ -1,0 +1,330 @@
+// Numerical differentiation: accuracy of the centred and one-sided rules, where the samples
+// fall, the scratch coordinate put back exactly (also when the law raises an error), one
+// evaluation per sample for every output, higher orders, and the storage used.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <ostream>
+#include <string>
+
+#include "lawutil/diff.hpp"
+#include "lawutil/lawutil.hpp"
+
+namespace {
+
+constexpr double h = 1e-4;
+
+// A law of `in` inputs whose output i is shape(t, i) with t = x[var].  It counts its
+// evaluations, keeps the first sampled coordinates, and raises LAW_SQRT above `limit`, like
+// a law defined only up to there.
+class probe_law : public law {
+  public:
+    using shape_fn = double (*)(double t, int component);
+    static constexpr int max_seen = 64;
+
+    explicit probe_law(shape_fn shape, int out = 1, int in = 1, int var = 0,
+                       double limit = HUGE_VAL)
+        : shape_(shape), out_(out), in_(in), var_(var), limit_(limit) {}
+    void evaluate(const double* x, double* y) const override {
+        double t = x[var_];
+        if (calls < max_seen) seen[calls] = t;
+        ++calls;
+        if (t > limit_) sys_error(LAW_SQRT);
+        for (int i = 0; i < out_; ++i) y[i] = shape_(t, i);
+    }
+    mutable int calls = 0;
+    mutable double seen[max_seen] = {};
+
+  protected:
+    int take_size() const override { return in_; }
+    int return_size() const override { return out_; }
+
+  private:
+    shape_fn shape_;
+    int out_, in_, var_;
+    double limit_;
+};
+
+double cube(double t, int) {
+    return t * t * t;
+}
+double sin30(double t, int) {
+    return std::sin(30 * t);
+}
+// (i+1) t^3 for output i.
+double scaled_cube(double t, int i) {
+    return (i + 1) * t * t * t;
+}
+// t^2 + 2t^3 + t^4: derivatives 0, 0, 2, 12, 24 at 0.
+double quartic(double t, int) {
+    return t * t + 2 * t * t * t + t * t * t * t;
+}
+
+// (sin(u) v, u^2 + v^3, exp(u v)) over (u, v).
+class field_law : public law {
+  public:
+    void evaluate(const double* x, double* y) const override {
+        double u = x[0], v = x[1];
+        y[0] = std::sin(u) * v;
+        y[1] = u * u + v * v * v;
+        y[2] = std::exp(u * v);
+    }
+
+  protected:
+    int take_size() const override { return 2; }
+    int return_size() const override { return 3; }
+};
+
+// Blocks ever allocated under the source tag "diff".
+long diff_allocations() {
+    for (int i = 1; i <= vorx_mem_tag_count(); ++i) {
+        vorx_mem_tag_stats s = vorx_mem_tag(i);
+        if (std::string(s.tag) == "diff") return s.total_count;
+    }
+    return 0;
+}
+
+bool same_bits(double a, double b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// side < 0 selects the centred rule.
+void differentiate(law* f, const double* x, int which, int side, double* answer, int order) {
+    if (side < 0)
+        Ndifferentiate(f, x, which, answer, order);
+    else
+        Ndifferentiate_sided(f, x, which, side, answer, order);
+}
+
+}  // namespace
+
+TEST(Ndifferentiate, FirstDerivativeOfCubicAtOne) {
+    law_holder f(VORX_NEW probe_law(cube));
+    double x = 1.0, d = 0.0;
+    Ndifferentiate(f.get(), &x, 0, &d, 1);
+    EXPECT_NEAR(d, 3.0, 1e-8);
+    // Both rules are exact on cubics; only rounding separates them here.
+    for (int side : {0, 1}) {
+        Ndifferentiate_sided(f.get(), &x, 0, side, &d, 1);
+        EXPECT_NEAR(d, 3.0, 1e-8) << "side " << side;
+    }
+}
+
+// Where the fourth derivative is large the sided rule shows its h^3/4 f'''' truncation,
+// with the sign of the step, while the centred rule stays at rounding level.
+TEST(Ndifferentiate, SidedRuleIsThirdOrderAndLessAccurate) {
+    law_holder f(VORX_NEW probe_law(sin30));
+    double x = 0.025, d = 0.0;
+    const double exact = 30 * std::cos(0.75);
+    const double predicted = h * h * h / 4 * (810000 * std::sin(0.75));
+    Ndifferentiate(f.get(), &x, 0, &d, 1);
+    double centred_error = std::fabs(d - exact);
+    Ndifferentiate_sided(f.get(), &x, 0, 0, &d, 1);
+    EXPECT_NEAR(d - exact, predicted, 0.02 * predicted);
+    Ndifferentiate_sided(f.get(), &x, 0, 1, &d, 1);
+    EXPECT_NEAR(d - exact, -predicted, 0.02 * predicted);
+    EXPECT_LT(centred_error, 0.01 * predicted);
+}
+
+// Sample coordinates, in steps of h from x0, for each rule and order.
+struct sample_row {
+    int side;  // -1 centred
+    int order;
+    int count;
+    double offsets[7];
+};
+
+void PrintTo(const sample_row& r, std::ostream* os) {
+    *os << "{side " << r.side << ", order " << r.order << "}";
+}
+
+class NdifferentiateSamples : public testing::TestWithParam<sample_row> {};
+
+TEST_P(NdifferentiateSamples, FallWhereTheRuleSays) {
+    const sample_row& row = GetParam();
+    law_holder f(VORX_NEW probe_law(cube));
+    const double x0 = 0.7;
+    double x = x0, d = 0.0;
+    differentiate(f.get(), &x, 0, row.side, &d, row.order);
+    probe_law* p = static_cast<probe_law*>(f.get());
+    ASSERT_EQ(p->calls, row.count);
+    for (int k = 0; k < row.count; ++k)
+        EXPECT_NEAR(p->seen[k], x0 + row.offsets[k] * h, 1e-15) << "sample " << k;
+}
+
+INSTANTIATE_TEST_SUITE_P(Ndifferentiate, NdifferentiateSamples,
+                         testing::Values(sample_row{-1, 0, 1, {0}},
+                                         sample_row{-1, 1, 4, {-1.5, -0.5, 0.5, 1.5}},
+                                         sample_row{-1, 2, 7, {-3, -2, -1, 0, 1, 2, 3}},
+                                         sample_row{0, 0, 1, {0}},
+                                         sample_row{0, 1, 4, {0, 1, 2, 3}},
+                                         sample_row{1, 2, 7, {0, -1, -2, -3, -4, -5, -6}},
+                                         // Any side other than 1 looks upwards.
+                                         sample_row{7, 1, 4, {0, 1, 2, 3}}));
+
+// A law defined only up to x0 (it raises above) can be differentiated there from below;
+// the centred rule samples above and lets the law's error through.  Either way the
+// coordinate comes back bit for bit, the other coordinates are untouched and nothing leaks,
+// on the stack path (small table) and the heap path (many outputs, or many rows).
+struct edge_row {
+    int out;
+    int order;
+    double x0;
+};
+
+void PrintTo(const edge_row& r, std::ostream* os) {
+    *os << "{outputs " << r.out << ", order " << r.order << ", x0 " << r.x0 << "}";
+}
+
+class NdifferentiateAtDomainEdge : public testing::TestWithParam<edge_row> {};
+
+TEST_P(NdifferentiateAtDomainEdge, SideOneSucceedsCentredRaisesCoordinateRestored) {
+    const edge_row& row = GetParam();
+    law_holder f(VORX_NEW probe_law(scaled_cube, row.out, 3, 1, row.x0));
+    double x[3] = {0.25, row.x0, -4.0};
+    double answer[32];
+
+    Ndifferentiate_sided(f.get(), x, 1, 1, answer, row.order);
+    EXPECT_TRUE(same_bits(x[1], row.x0));
+    if (row.order == 1) {
+        for (int i = 0; i < row.out; ++i)
+            EXPECT_NEAR(answer[i], 3 * (i + 1) * row.x0 * row.x0, 1e-8) << "output " << i;
+    }
+
+    int code = 0;
+    try {
+        Ndifferentiate(f.get(), x, 1, answer, row.order);
+    } catch (const vorx_exception& e) {
+        code = e.code();
+    }
+    EXPECT_EQ(code, LAW_SQRT);
+    EXPECT_TRUE(same_bits(x[1], row.x0));
+    EXPECT_EQ(x[0], 0.25);
+    EXPECT_EQ(x[2], -4.0);
+
+    code = 0;
+    try {
+        Ndifferentiate_sided(f.get(), x, 1, 0, answer, row.order);
+    } catch (const vorx_exception& e) {
+        code = e.code();
+    }
+    EXPECT_EQ(code, LAW_SQRT);
+    EXPECT_TRUE(same_bits(x[1], row.x0));
+}
+
+INSTANTIATE_TEST_SUITE_P(Ndifferentiate, NdifferentiateAtDomainEdge,
+                         testing::Values(edge_row{1, 1, 1.0 / 3.0}, edge_row{3, 1, -0.0},
+                                         edge_row{30, 1, 0.1}, edge_row{20, 2, 0.1},
+                                         edge_row{1, 25, 0.3}));
+
+// All outputs come from the same samples: order 2 takes 7 evaluations, whatever the
+// number of outputs; order 0 takes one and returns f(x0).
+TEST(Ndifferentiate, OneEvaluationPerSampleForAllOutputs) {
+    for (int side : {-1, 0, 1}) {
+        law_holder f(VORX_NEW probe_law(scaled_cube, 3));
+        probe_law* p = static_cast<probe_law*>(f.get());
+        double x = 0.5, d[3];
+        differentiate(f.get(), &x, 0, side, d, 2);
+        EXPECT_EQ(p->calls, 7) << "side " << side;
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(d[i], 6 * (i + 1) * 0.5, 1e-6) << "output " << i;
+
+        p->calls = 0;
+        differentiate(f.get(), &x, 0, side, d, 0);
+        EXPECT_EQ(p->calls, 1);
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(d[i], (i + 1) * 0.125);
+    }
+}
+
+// Orders 0 to 4 of t^2 + 2t^3 + t^4 at 0, where the samples are small and rounding stays
+// far below the values; the sided rule pays its h^3 truncation at each level.
+struct order_row {
+    int order;
+    double expected;
+    double centred_tol;
+    double sided_tol;
+};
+
+void PrintTo(const order_row& r, std::ostream* os) {
+    *os << "{order " << r.order << "}";
+}
+
+class NdifferentiateOrders : public testing::TestWithParam<order_row> {};
+
+TEST_P(NdifferentiateOrders, OfAQuarticAtZero) {
+    const order_row& row = GetParam();
+    law_holder f(VORX_NEW probe_law(quartic));
+    double x = 0.0, d = 1.0;
+    Ndifferentiate(f.get(), &x, 0, &d, row.order);
+    EXPECT_NEAR(d, row.expected, row.centred_tol);
+    for (int side : {0, 1}) {
+        Ndifferentiate_sided(f.get(), &x, 0, side, &d, row.order);
+        EXPECT_NEAR(d, row.expected, row.sided_tol) << "side " << side;
+    }
+    EXPECT_EQ(static_cast<probe_law*>(f.get())->calls, 3 * (3 * row.order + 1));
+}
+
+INSTANTIATE_TEST_SUITE_P(Ndifferentiate, NdifferentiateOrders,
+                         testing::Values(order_row{0, 0.0, 0.0, 0.0},
+                                         order_row{1, 0.0, 1e-14, 1e-10},
+                                         order_row{2, 2.0, 1e-12, 1e-12},
+                                         order_row{3, 12.0, 1e-9, 1e-7},
+                                         order_row{4, 24.0, 1e-5, 1e-2}));
+
+// A negative order is taken as 0.
+TEST(Ndifferentiate, NegativeOrderYieldsTheValue) {
+    law_holder f(VORX_NEW probe_law(cube));
+    double x = 2.0, d = 0.0;
+    Ndifferentiate(f.get(), &x, 0, &d, -3);
+    EXPECT_EQ(d, 8.0);
+    Ndifferentiate_sided(f.get(), &x, 0, 1, &d, -1);
+    EXPECT_EQ(d, 8.0);
+}
+
+// Each output is differentiated on its own, in the chosen input only.
+TEST(Ndifferentiate, VectorLawComponentByComponent) {
+    law_holder f(VORX_NEW field_law);
+    const double u = 0.3, v = 0.7;
+    const double du[3] = {std::cos(u) * v, 2 * u, v * std::exp(u * v)};
+    const double dv[3] = {std::sin(u), 3 * v * v, u * std::exp(u * v)};
+    const double dvv[3] = {0.0, 6 * v, u * u * std::exp(u * v)};
+    for (int side : {-1, 0, 1}) {
+        double x[2] = {u, v}, d[3];
+        const double tol = side < 0 ? 1e-10 : 1e-9;
+        differentiate(f.get(), x, 0, side, d, 1);
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(d[i], du[i], tol) << "d/du " << i;
+        differentiate(f.get(), x, 1, side, d, 1);
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(d[i], dv[i], tol) << "d/dv " << i;
+        differentiate(f.get(), x, 1, side, d, 2);
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(d[i], dvv[i], 1e-5) << "d2/dv2 " << i;
+        EXPECT_EQ(x[0], u);
+        EXPECT_EQ(x[1], v);
+    }
+}
+
+TEST(Ndifferentiate, IdentityLawOfTheSecondInput) {
+    law_holder y(VORX_NEW identity_law(1, 'Y'));
+    double x[2] = {5.0, 2.0}, d = -1.0;
+    Ndifferentiate(y.get(), x, 0, &d, 1);
+    EXPECT_EQ(d, 0.0);
+    Ndifferentiate(y.get(), x, 1, &d, 1);
+    EXPECT_NEAR(d, 1.0, 1e-11);
+    Ndifferentiate_sided(y.get(), x, 1, 1, &d, 1);
+    EXPECT_NEAR(d, 1.0, 1e-11);
+}
+
+// Small tables stay on the stack; a large one takes one block for the rows plus one array
+// of row pointers, tagged "diff".
+TEST(Ndifferentiate, StorageIsOneBlockAndOneRowArray) {
+    law_holder small(VORX_NEW probe_law(scaled_cube, 3));
+    law_holder wide(VORX_NEW probe_law(scaled_cube, 40));
+    double x = 0.5, d[40];
+    long before = diff_allocations();
+    Ndifferentiate(small.get(), &x, 0, d, 2);
+    Ndifferentiate_sided(small.get(), &x, 0, 1, d, 2);
+    EXPECT_EQ(diff_allocations() - before, 0);
+    Ndifferentiate(wide.get(), &x, 0, d, 2);
+    EXPECT_EQ(diff_allocations() - before, 2);
+    Ndifferentiate_sided(small.get(), &x, 0, 0, d, 30);
+    EXPECT_EQ(diff_allocations() - before, 4);
+}
