@@ -13,18 +13,23 @@ FORMAT_DIRS := base lawutil tools tests bench fuzz
 LAWTOOL     := build/default/tools/lawtool/lawtool
 
 .DEFAULT_GOAL := test
-.PHONY: test sanitize tsan bench demo format format-check clean
+.PHONY: deps test sanitize tsan bench demo format format-check clean
 
-test:
+# Every target that builds first installs the Debian packages the build needs, so a
+# clean clone on a fresh machine builds; once they are there it costs nothing.
+deps:
+	@bash scripts/setup-deps.sh
+
+test: deps
 	$(CMAKE) --workflow --preset default
 
-sanitize:
+sanitize: deps
 	$(CMAKE) --workflow --preset sanitize
 
-tsan:
+tsan: deps
 	$(CMAKE) --workflow --preset tsan
 
-bench:
+bench: deps
 	$(CMAKE) --workflow --preset bench
 	@set -e; list=build/bench/benchmarks.txt; \
 	if [ ! -s $$list ]; then echo "bench: no benchmarks in bench/"; exit 0; fi; \
@@ -34,16 +39,9 @@ bench:
 		"$$b" $(BENCH_ARGS); \
 	done < $$list
 
-demo:
+demo: deps
 	$(CMAKE) --workflow --preset demo
-	@set -e; \
-	if ls tools/lawtool/*.cpp >/dev/null 2>&1; then \
-		$(LAWTOOL) demo; \
-	else \
-		echo "demo: the command-line front end (tools/lawtool) is not built yet;"; \
-		echo "demo: running the test suite instead."; \
-		$(CTEST) --preset default; \
-	fi
+	@$(LAWTOOL) demo
 
 format:
 	@files=$$(find $(FORMAT_DIRS) -type f \( -name '*.cpp' -o -name '*.hpp' -o -name '*.h' \) \

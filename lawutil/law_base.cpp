@@ -197,11 +197,7 @@ int law::singularities(double** where, int** type, double, double, double** peri
     return 0;
 }
 
-// Restricting a law to a domain needs the domain law of the logic family; a class that
-// cannot restrict itself answers null.
-law* law::set_domain(interval*, int) const {
-    return nullptr;
-}
+// law::set_domain lives beside the domain laws it builds, in law_logic.cpp.
 law* law::set_range(interval*, int) const {
     return nullptr;
 }

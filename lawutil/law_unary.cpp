@@ -7,6 +7,7 @@
 #include "base/geom_utils.hpp"
 #include "base/interval.hpp"
 #include "lawutil/main_law_arith.hpp"
+#include "lawutil/simplfy.hpp"
 
 namespace {
 
@@ -282,6 +283,32 @@ law* sin_law::deriv(int which) const {
     return chain(op<cos_law>(arg_of(this)), this, which);
 }
 
+namespace {
+
+// The argument of F(-c*A) with c > 0 rewritten as c*A (A itself for c = 1); null when
+// the argument carries no negative constant factor.  -A counts as -1*A.
+law* positive_argument(const law* arg) {
+    if (arg->isa(negate_law::id()))
+        return law_holder::share(static_cast<const unary_law*>(arg)->fsub()).release();
+    if (!arg->isa(times_law::id())) return nullptr;
+    law_holder rest;
+    double c = simplify_coefficient(arg, rest);
+    if (!rest || !(c < 0.0)) return nullptr;
+    if (c == -1.0) return rest.release();
+    law_holder positive(VORX_NEW constant_law(-c));
+    return VORX_NEW times_law(positive.get(), rest.get());
+}
+
+}  // namespace
+
+// sin(-CA)=-sin(CA): sine is odd
+law* sin_law::sub_simplify(int, const char*& what) const {
+    law_holder arg(positive_argument(sub_));
+    if (!arg) return nullptr;
+    law_holder s(VORX_NEW sin_law(arg.get()));
+    return simplify_fired(VORX_NEW negate_law(s.get()), what, "sin(-CA)=-sin(CA)");
+}
+
 LAW_UNARY_FUNCTION_DEF(cos_law, "COS", "cos")
 
 void cos_law::evaluate(const double* x, double* y) const {
@@ -291,6 +318,13 @@ void cos_law::evaluate(const double* x, double* y) const {
 // COS(g)' = -(SIN(g)) * g'
 law* cos_law::deriv(int which) const {
     return chain(op<negate_law>(op<sin_law>(arg_of(this))), this, which);
+}
+
+// cos(-CA)=cos(CA): cosine is even
+law* cos_law::sub_simplify(int, const char*& what) const {
+    law_holder arg(positive_argument(sub_));
+    if (!arg) return nullptr;
+    return simplify_fired(VORX_NEW cos_law(arg.get()), what, "cos(-CA)=cos(CA)");
 }
 
 // ================================================================ tan, sec
@@ -756,6 +790,13 @@ int sqrt_law::in_domain(const double* x) const {
 law* sqrt_law::deriv(int which) const {
     law_holder twice = op<times_law>(num(2.0), op<sqrt_law>(arg_of(this)));
     return chain(op<division_law>(num(1.0), twice), this, which);
+}
+
+// sqrt(x)=x^.5: powers merge with other powers
+law* sqrt_law::sub_simplify(int, const char*& what) const {
+    if (sub_->return_dim() != 1) return nullptr;
+    law_holder half(VORX_NEW constant_law(0.5));
+    return simplify_fired(VORX_NEW exponent_law(sub_, half.get()), what, "sqrt(x)=x^.5");
 }
 
 // ================================================================ registration

@@ -107,6 +107,7 @@ class rand_law : public unary_law {
 class sin_law : public unary_law {
     LAW_TYPE_DECL(sin_law, unary_law)
     LAW_UNARY_FUNCTION_MEMBERS(sin_law)
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -115,6 +116,7 @@ class sin_law : public unary_law {
 class cos_law : public unary_law {
     LAW_TYPE_DECL(cos_law, unary_law)
     LAW_UNARY_FUNCTION_MEMBERS(cos_law)
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -336,6 +338,7 @@ class abs_law : public unary_law {
 class sqrt_law : public unary_law {
     LAW_TYPE_DECL(sqrt_law, unary_law)
     LAW_UNARY_FUNCTION_MEMBERS(sqrt_law)
+    law* sub_simplify(int level, const char*& what) const override;
     int in_domain(const double* x) const override;
 
   protected:

@@ -1,12 +1,726 @@
-// Simplification.  The rule phases arrive with the simplifier; until then a law is its
-// own simplified form, cached like any other.
-#include "lawutil/law_base.hpp"
+// The simplifier: the rule lists, one pass over a tree, the phase loops of law_simplify,
+// the rules of the lists themselves and the per-law cache behind law::simplify.  The
+// classes' own rules live with the classes (their sub_simplify overrides) and are
+// reached through the driver rule.
+//
+// The simplifier's counter (printed with "%d" by the trace) is the number of nodes the
+// running law_simplify has visited so far.  It lives in the calling thread, so
+// simplifications on separate threads never touch each other's counter; a nested
+// simplification (a derivative taken while folding a 0/0) counts from 0 and leaves the
+// outer count as it was.
+//
+// Caching: the per-law cache holds the result of a whole law_simplify (law::simplify).
+// Pass-level caching, where every node would remember its form after each phase, is
+// off: one law has a single cache slot, and a pass's form is not the final one.  Every
+// pass therefore walks the whole tree, which costs little against the tree sizes that
+// derivatives produce.
+#include "lawutil/simplfy.hpp"
 
-law* law::simplify(int level, int) const {
-    if (!simplified || simplify_level < level) {
-        store_cached(simplified, const_cast<law*>(this));
-        simplify_level = level;
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+#include "base/output.hpp"
+#include "lawutil/internal_law.hpp"
+#include "lawutil/law_util.hpp"
+#include "lawutil/law_vector.hpp"
+#include "lawutil/main_law_arith.hpp"
+
+namespace {
+
+// The list heads are constant-initialised, so they are valid (empty) before any rule of
+// any file is constructed.
+SRule* list_head[3];
+SRule* list_tail[3];
+
+// Guards against a class whose rules undo each other: a loop stops after this many
+// steps instead of running for ever.  Sound rules never come near it.
+constexpr int max_steps = 500;
+
+struct simplify_state {
+    int counter = 0;
+    int trace = 0;
+};
+thread_local simplify_state state;
+
+// The state of one law_simplify: a fresh counter and its trace level, the caller's state
+// restored on the way out (also when an error passes).
+class state_scope {
+  public:
+    explicit state_scope(int trace) : saved_(state) {
+        state.counter = 0;
+        state.trace = trace;
     }
-    simplified->add();
-    return simplified;
+    ~state_scope() { state = saved_; }
+    state_scope(const state_scope&) = delete;
+    state_scope& operator=(const state_scope&) = delete;
+
+  private:
+    simplify_state saved_;
+};
+
+// The text of a law for the trace, freed when it goes.
+class law_text {
+  public:
+    explicit law_text(const law* l) : s_(l->string()) {}
+    ~law_text() { VORX_FREE(s_); }
+    law_text(const law_text&) = delete;
+    law_text& operator=(const law_text&) = delete;
+    const char* get() const { return s_ ? s_ : ""; }
+
+  private:
+    char* s_;
+};
+
+// "name", padded with spaces to column 20, "old -> new", the counter when trace > 1.
+void trace_rule(const char* name, const law* before, const law* after) {
+    if (!state.trace || !name || !*name) return;
+    vorx_printf("%s ", name);
+    for (int col = (int)std::strlen(name) + 1; col < 20; ++col) vorx_printf(" ");
+    law_text a(before);
+    law_text b(after);
+    vorx_printf("%s -> ", a.get());
+    vorx_printf("%s ", b.get());
+    if (state.trace > 1) vorx_printf("%d", state.counter);
+    vorx_printf("\n\n");
+}
+
+void trace_law(const char* format, const law* l) {
+    law_text t(l);
+    vorx_printf(format, t.get(), state.counter);
+}
+
+bool is_constant(const law* l) {
+    return l && l->isa(constant_law::id());
+}
+
+double constant_value(const law* l) {
+    return static_cast<const constant_law*>(l)->value();
+}
+
+// The library's own law classes are the ones registered with the parser, and each of
+// them is a pure function of its arguments' values.  A host's own classes may keep
+// state or have side effects, and laws over law_data read more than their law
+// arguments: neither is ever folded.
+bool library_class(const law* l) {
+    int t = l->type();
+    for (law_list* n = law_list::head(); n; n = n->fnext())
+        if (n->fthis() && n->fthis()->type() == t) return true;
+    return false;
+}
+
+// The constant value of a law that reads no input, or null where folding would not keep
+// its value: a non-scalar law, a law that reads an input (STEP reads one even over
+// constant parts), a class that is not the library's, or a value that is not finite.
+// Errors of the evaluation (LN(0)) pass to the caller.
+law* fold(const law* l) {
+    if (l->return_dim() != 1 || l->take_dim() != 0 || !library_class(l)) return nullptr;
+    // No input is read; the array only keeps a careless class from reading nothing.
+    double dummy[4] = {0.0, 0.0, 0.0, 0.0};
+    double v = l->evaluateM_R(dummy);
+    if (!std::isfinite(v)) return nullptr;
+    return VORX_NEW constant_law(v);
+}
+
+// A tree of the library's classes only, so evaluating it has no effect but its value.
+bool pure_tree(const law* l) {
+    if (l->isa(constant_law::id()) || l->isa(identity_law::id())) return true;
+    if (!library_class(l)) return false;
+    if (l->isa(unary_law::id())) {
+        const law* sub = static_cast<const unary_law*>(l)->fsub();
+        return sub && pure_tree(sub);
+    }
+    if (l->isa(binary_law::id())) {
+        const binary_law* b = static_cast<const binary_law*>(l);
+        return b->fleft() && b->fright() && pure_tree(b->fleft()) && pure_tree(b->fright());
+    }
+    if (l->isa(multiple_law::id())) {
+        const multiple_law* m = static_cast<const multiple_law*>(l);
+        for (int i = 0; i < m->fsub_num(); ++i)
+            if (!m->fsub() || !m->fsub()[i] || !pure_tree(m->fsub()[i])) return false;
+        return true;
+    }
+    return false;
+}
+
+bool all_constant(law* const* parts, int n) {
+    if (!parts || n < 1) return false;
+    for (int i = 0; i < n; ++i)
+        if (!is_constant(parts[i])) return false;
+    return true;
+}
+
+// ---------------------------------------------------------------- one pass
+
+law* simplify_pass(const law* in, int phase);
+
+// A law whose argument slots are not all filled (a registered prototype) is left alone.
+bool complete(const law* l) {
+    if (l->isa(binary_law::id())) {
+        const binary_law* b = static_cast<const binary_law*>(l);
+        return b->fleft() && b->fright();
+    }
+    if (l->isa(unary_law::id())) return static_cast<const unary_law*>(l)->fsub() != nullptr;
+    if (l->isa(multiple_law::id())) {
+        const multiple_law* m = static_cast<const multiple_law*>(l);
+        for (int i = 0; i < m->fsub_num(); ++i)
+            if (!m->fsub() || !m->fsub()[i]) return false;
+    }
+    return true;
+}
+
+// The law rebuilt over its children's forms after this pass; null when no child changed
+// or the class cannot rebuild itself.
+law* pass_children(const law* l, int phase) {
+    if (l->isa(binary_law::id())) {
+        const binary_law* b = static_cast<const binary_law*>(l);
+        law_holder left(simplify_pass(b->fleft(), phase));
+        law_holder right(simplify_pass(b->fright(), phase));
+        if (left.get() == b->fleft() && right.get() == b->fright()) return nullptr;
+        return b->make_one(left.get(), right.get());
+    }
+    if (l->isa(unary_law::id())) {
+        const unary_law* u = static_cast<const unary_law*>(l);
+        law_holder sub(simplify_pass(u->fsub(), phase));
+        if (sub.get() == u->fsub()) return nullptr;
+        return u->make_one(sub.get());
+    }
+    if (l->isa(multiple_law::id())) {
+        const multiple_law* m = static_cast<const multiple_law*>(l);
+        int n = m->fsub_num();
+        if (n < 1) return nullptr;
+        law_array parts(n);
+        bool changed = false;
+        for (int i = 0; i < n; ++i) {
+            parts.set(i, simplify_pass(m->fsub()[i], phase));
+            changed = changed || parts[i] != m->fsub()[i];
+        }
+        if (!changed) return nullptr;
+        return m->make_one(parts.get(), n);
+    }
+    return nullptr;
+}
+
+// One pass of phase `phase` over the tree: the children first, then every rule of the
+// phase once, in list order, each on the law the previous ones left.  Answers the law
+// itself (shared) when nothing changed.
+law* simplify_pass(const law* in, int phase) {
+    law_holder cur = law_holder::share(in);
+    if (!complete(cur.get())) return cur.release();
+    ++state.counter;
+    if (state.trace > 2) trace_law("working on %s %d\n", cur.get());
+    law_holder rebuilt(pass_children(cur.get(), phase));
+    if (rebuilt) {
+        cur = std::move(rebuilt);
+        if (state.trace > 2) trace_law("answer %s %d\n", cur.get());
+    }
+    for (const SRule* r = SRule::head(phase); r; r = r->fnext()) {
+        law_holder next(r->apply(cur.get()));
+        if (!next) continue;
+        trace_rule(r->fname(), cur.get(), next.get());
+        cur = std::move(next);
+    }
+    return cur.release();
+}
+
+// ================================================================ phase 0
+
+// Driver: the classes' own rules, applied while they apply; each step is traced with
+// the name the class reports.
+law* driver_rule(law* l) {
+    law_holder cur;
+    const law* at = l;
+    for (int step = 0; step < max_steps; ++step) {
+        const char* name = nullptr;
+        law_holder next(at->sub_simplify(0, name));
+        if (!next) break;
+        trace_rule(name, at, next.get());
+        cur = std::move(next);
+        at = cur.get();
+    }
+    return cur.release();
+}
+
+// A op C = C op A, for the associative and commutative operators (constants go left)
+law* commute_rule(law* l) {
+    if (!l->isa(binary_law::id())) return nullptr;
+    const binary_law* b = static_cast<const binary_law*>(l);
+    if (!b->associative() || !b->commutative()) return nullptr;
+    if (!is_constant(b->fright()) || is_constant(b->fleft())) return nullptr;
+    return b->make_one(b->fright(), b->fleft());
+}
+
+// op(C) = C
+law* unary_fold_rule(law* l) {
+    if (!l->isa(unary_law::id())) return nullptr;
+    if (!is_constant(static_cast<const unary_law*>(l)->fsub())) return nullptr;
+    return fold(l);
+}
+
+// In a chain of one associative and commutative operator holding two or more constants,
+// the constants fold into one at the front: C1 op A op C2 = (C1 op C2) op A.
+law* fold_chain_constants(const binary_law* b) {
+    if (!b->associative() || !b->commutative()) return nullptr;
+    law_chain chain(b);
+    int n = chain.size();
+    int constants = 0;
+    for (int i = 0; i < n; ++i) constants += is_constant(chain[i]);
+    if (constants < 2 || !library_class(b)) return nullptr;
+    law_holder acc;
+    law_array rest(n);
+    int k = 0;
+    for (int i = 0; i < n; ++i) {
+        if (!is_constant(chain[i]))
+            rest.set(k++, law_holder::share(chain[i]).release());
+        else if (!acc)
+            acc = law_holder::share(chain[i]);
+        else {
+            law_holder pair(b->make_one(acc.get(), chain[i]));
+            law_holder value(fold(pair.get()));
+            if (!value) return nullptr;
+            acc = std::move(value);
+        }
+    }
+    if (k == 0) return acc.release();
+    law_holder others(make_list_law(rest.get(), k, b));
+    return b->make_one(acc.get(), others.get());
+}
+
+// C op C = C; also a law of several parts that are all constants, a chain of one
+// associative and commutative operator holding several constants, and f O C for an
+// outer law f that reads no input but the inner value
+law* binary_fold_rule(law* l) {
+    if (l->isa(binary_law::id())) {
+        const binary_law* b = static_cast<const binary_law*>(l);
+        if (is_constant(b->fleft()) && is_constant(b->fright())) return fold(l);
+        if (l->isa(composite_law::id()) && is_constant(b->fright()) && pure_tree(b->fleft()))
+            return fold(l);
+        return fold_chain_constants(b);
+    }
+    if (l->isa(multiple_law::id())) {
+        const multiple_law* m = static_cast<const multiple_law*>(l);
+        if (all_constant(m->fsub(), m->fsub_num())) return fold(l);
+    }
+    return nullptr;
+}
+
+// ================================================================ phase 1
+
+bool scalar(const law* l) {
+    return l && l->return_dim() == 1;
+}
+
+// mA/A = m
+law* multiple_rule(law* l) {
+    if (!scalar(l) || !(l->isa(times_law::id()) || l->isa(division_law::id()))) return nullptr;
+    law_holder n(numerator(l));
+    law_holder d(denominator(l));
+    if (!n || !d || is_constant(n.get()) || is_constant(d.get())) return nullptr;
+    double m = law_multiple(d.get(), n.get());
+    if (m == 0.0 || !std::isfinite(m)) return nullptr;
+    return VORX_NEW constant_law(m);
+}
+
+// A factor as base^exponent: B^E answers B and E, any other law itself and no exponent
+// (it counts as exponent 1).
+const law* power_base(const law* f, const law*& exponent) {
+    if (f->isa(exponent_law::id())) {
+        const binary_law* p = static_cast<const binary_law*>(f);
+        exponent = p->fright();
+        return p->fleft();
+    }
+    exponent = nullptr;
+    return f;
+}
+
+// The exponent of a factor as a law of its own (1 when it has none); one use.
+law* exponent_of(const law* e) {
+    return e ? law_holder::share(e).release() : VORX_NEW constant_law(1.0);
+}
+
+bool integer_constant(const law* l) {
+    if (!l) return true;  // no exponent: 1
+    double v;
+    return simplify_constant(l, v) && v == std::trunc(v);
+}
+
+// (m*A)^B * A^C = m^B * A^(B+C), where m > 0 or B is an integer, so that m^B is defined
+// wherever (m*A)^B is.
+law* merge_scaled_powers(const law* f1, const law* f2) {
+    const law* b_exp;
+    const law* c_exp;
+    const law* base1 = power_base(f1, b_exp);
+    const law* base2 = power_base(f2, c_exp);
+    if (!scalar(base1) || !scalar(base2) || is_constant(base2)) return nullptr;
+    law_holder rest;
+    double m = simplify_coefficient(base1, rest);
+    if (!rest || m == 1.0 || !(*rest == *base2)) return nullptr;
+    if (!(m > 0.0 || integer_constant(b_exp))) return nullptr;
+    law_holder b(exponent_of(b_exp));
+    law_holder c(exponent_of(c_exp));
+    law_holder mc(VORX_NEW constant_law(m));
+    law_holder mb(VORX_NEW exponent_law(mc.get(), b.get()));
+    law_holder sum(VORX_NEW plus_law(b.get(), c.get()));
+    law_holder power(VORX_NEW exponent_law(rest.get(), sum.get()));
+    return VORX_NEW times_law(mb.get(), power.get());
+}
+
+// c1^B * c2^B = (c1*c2)^B for positive constant bases.
+law* merge_constant_bases(const law* f1, const law* f2) {
+    if (!f1->isa(exponent_law::id()) || !f2->isa(exponent_law::id())) return nullptr;
+    const binary_law* p1 = static_cast<const binary_law*>(f1);
+    const binary_law* p2 = static_cast<const binary_law*>(f2);
+    double c1, c2;
+    if (!simplify_constant(p1->fleft(), c1) || !simplify_constant(p2->fleft(), c2)) return nullptr;
+    if (!(c1 > 0.0 && c2 > 0.0) || !(*p1->fright() == *p2->fright())) return nullptr;
+    if (!scalar(p1->fright())) return nullptr;
+    law_holder base(VORX_NEW constant_law(c1 * c2));
+    return VORX_NEW exponent_law(base.get(), p1->fright());
+}
+
+// mA^B*A^C=m^B*A^(B+C) over any two factors of a product; also powers of positive
+// constant bases with one exponent
+law* scaled_power_rule(law* l) {
+    if (!l->isa(times_law::id()) || !scalar(l)) return nullptr;
+    law_chain chain(static_cast<const binary_law*>(l));
+    return chain.combine_pairs([](const law* a, const law* b) -> law* {
+        law* r = merge_scaled_powers(a, b);
+        if (!r) r = merge_scaled_powers(b, a);
+        if (!r) r = merge_constant_bases(a, b);
+        return r;
+    });
+}
+
+// ================================================================ phase 2
+
+// (-A)/B=-(A/B)
+law* negated_quotient_rule(law* l) {
+    if (!l->isa(division_law::id())) return nullptr;
+    const binary_law* d = static_cast<const binary_law*>(l);
+    if (!d->fleft()->isa(negate_law::id())) return nullptr;
+    law* a = static_cast<const unary_law*>(d->fleft())->fsub();
+    law_holder q(VORX_NEW division_law(a, d->fright()));
+    return VORX_NEW negate_law(q.get());
+}
+
+// A-(-(B))=A+B
+law* minus_negated_rule(law* l) {
+    if (!l->isa(minus_law::id())) return nullptr;
+    const binary_law* m = static_cast<const binary_law*>(l);
+    if (!m->fright()->isa(negate_law::id())) return nullptr;
+    return VORX_NEW plus_law(m->fleft(), static_cast<const unary_law*>(m->fright())->fsub());
+}
+
+// A+-(B)=A-B
+law* plus_negated_rule(law* l) {
+    if (!l->isa(plus_law::id())) return nullptr;
+    const binary_law* p = static_cast<const binary_law*>(l);
+    if (!p->fright()->isa(negate_law::id())) return nullptr;
+    return VORX_NEW minus_law(p->fleft(), static_cast<const unary_law*>(p->fright())->fsub());
+}
+
+// (-c)*A=-(c*A); a factor within 1e-14 of -1 goes altogether
+law* negative_factor_rule(law* l) {
+    if (!l->isa(times_law::id())) return nullptr;
+    const binary_law* t = static_cast<const binary_law*>(l);
+    double c;
+    if (!simplify_constant(t->fleft(), c) || !(c < 0.0)) return nullptr;
+    if (std::fabs(c + 1.0) < 1e-14) return VORX_NEW negate_law(t->fright());
+    law_holder positive(VORX_NEW constant_law(-c));
+    law_holder product(VORX_NEW times_law(positive.get(), t->fright()));
+    return VORX_NEW negate_law(product.get());
+}
+
+// ================================================================ the lists
+
+// Every rule of the simplifier, in the order in which each list is tried.  The members
+// are constructed in declaration order, which links them in this order.
+struct rule_table {
+    SRule driver{driver_rule, 0, ""};
+    SRule commute{commute_rule, 0, "A op C = C op A"};
+    SRule unary_fold{unary_fold_rule, 0, "opC=C"};
+    SRule binary_fold{binary_fold_rule, 0, "C op C = C"};
+    SRule multiple{multiple_rule, 1, "mA/A = m"};
+    SRule scaled_power{scaled_power_rule, 1, "mA^B*A^C=m^B*A^(B+C)"};
+    SRule negated_quotient{negated_quotient_rule, 2, "(-A)/B=-(A/B)"};
+    SRule minus_negated{minus_negated_rule, 2, "A-(-(B))=A+B"};
+    SRule plus_negated{plus_negated_rule, 2, "A+-(B)=A-B"};
+    SRule negative_factor{negative_factor_rule, 2, "(-c)*A=-(c*A)"};
+};
+
+// Built on first use, so a static initialiser of another file that simplifies before
+// this file's statics are made still finds the lists complete.
+const rule_table& rules() {
+    static const rule_table table;
+    return table;
+}
+
+// And built at load in any case, so the lists are read-only once the library runs.
+const rule_table& rules_at_load = rules();
+
+}  // namespace
+
+// ================================================================ SRule
+
+SRule::SRule(rule_fn fn, int phase, const char* name)
+    : fn_(fn), next_(nullptr), name_(name ? name : "") {
+    if (phase < 0 || phase > 2) return;
+    if (list_tail[phase])
+        list_tail[phase]->next_ = this;
+    else
+        list_head[phase] = this;
+    list_tail[phase] = this;
+}
+
+const SRule* SRule::head(int phase) {
+    (void)rules();
+    return phase >= 0 && phase <= 2 ? list_head[phase] : nullptr;
+}
+
+// ================================================================ law_simplify
+
+law* law_simplify(const law* in, int level, int trace) {
+    if (!in) return nullptr;
+    (void)rules_at_load;
+    state_scope scope(trace);
+    if (trace) trace_law("\nSimplify %s\n", in);
+    law_holder cur = law_holder::share(in);
+    for (int round = 0; round < max_steps; ++round) {
+        law_holder next(simplify_pass(cur.get(), 0));
+        bool changed = next.get() != cur.get();
+        cur = std::move(next);
+        if (trace > 2) trace_law("big answer %s %d\n", cur.get());
+        if (level > 1) {
+            law_holder factored(simplify_pass(cur.get(), 1));
+            changed = changed || factored.get() != cur.get();
+            cur = std::move(factored);
+            if (trace > 2) trace_law("big answer %s %d\n", cur.get());
+        }
+        if (!changed) break;
+    }
+    if (trace) {
+        trace_law("\n%s\n", cur.get());
+        vorx_printf("\nPost Simplify\n");
+    }
+    for (int round = 0; round < max_steps; ++round) {
+        law_holder next(simplify_pass(cur.get(), 2));
+        bool changed = next.get() != cur.get();
+        cur = std::move(next);
+        if (trace > 2) trace_law("big answer %s %d\n", cur.get());
+        if (!changed) break;
+    }
+    if (trace) vorx_printf("\n");
+    return cur.release();
+}
+
+// The cached simplified form.  A form equal to the law is kept as the law itself (a
+// self-pointer that holds no reference); a new form is marked as its own simplified
+// form, so simplifying it again costs nothing.  A form made at a higher level serves a
+// lower one.  With a trace the work is redone, so that it is printed.
+law* law::simplify(int level, int trace) const {
+    if (simplified && simplify_level >= level && !trace) {
+        simplified->add();
+        return simplified;
+    }
+    law_holder s(law_simplify(this, level, trace));
+    if (s.get() != this && *s == *this) s = law_holder::share(this);
+    store_cached(simplified, s.get());
+    simplify_level = level;
+    if (s.get() != this && !s->simplified) {
+        s->simplified = s.get();
+        s->simplify_level = level;
+    }
+    return s.release();
+}
+
+// ================================================================ factoring helpers
+
+namespace {
+
+bool is_product(const law* l) {
+    return l->isa(times_law::id());
+}
+
+// A factor that stands in a denominator, B^-c with c > 0: its base and the positive
+// power, B^c (B itself for c = 1); one use, or null for other factors.
+law* denominator_part(const law* f) {
+    if (!f->isa(exponent_law::id())) return nullptr;
+    const binary_law* p = static_cast<const binary_law*>(f);
+    double e;
+    if (!simplify_constant(p->fright(), e) || !(e < 0.0)) return nullptr;
+    if (e == -1.0) return law_holder::share(p->fleft()).release();
+    law_holder positive(VORX_NEW constant_law(-e));
+    return VORX_NEW exponent_law(p->fleft(), positive.get());
+}
+
+// The product of the laws in `parts` (the constant 1 for none); one use.
+law* product_of(law_array& parts, int k) {
+    if (k == 0) return VORX_NEW constant_law(1.0);
+    law_holder acc = law_holder::share(parts[0]);
+    for (int i = 1; i < k; ++i) acc.reset(VORX_NEW times_law(acc.get(), parts[i]));
+    return acc.release();
+}
+
+}  // namespace
+
+law* numerator(const law* l) {
+    if (l->isa(division_law::id()))
+        return law_holder::share(static_cast<const binary_law*>(l)->fleft()).release();
+    if (!is_product(l)) {
+        law_holder d(denominator_part(l));
+        return d ? VORX_NEW constant_law(1.0) : law_holder::share(l).release();
+    }
+    law_chain chain(static_cast<const binary_law*>(l));
+    law_array parts(chain.size());
+    int k = 0;
+    for (int i = 0; i < chain.size(); ++i) {
+        law_holder d(denominator_part(chain[i]));
+        if (!d) parts.set(k++, law_holder::share(chain[i]).release());
+    }
+    return product_of(parts, k);
+}
+
+law* denominator(const law* l) {
+    if (l->isa(division_law::id()))
+        return law_holder::share(static_cast<const binary_law*>(l)->fright()).release();
+    if (!is_product(l)) {
+        law* d = denominator_part(l);
+        return d ? d : VORX_NEW constant_law(1.0);
+    }
+    law_chain chain(static_cast<const binary_law*>(l));
+    law_array parts(chain.size());
+    int k = 0;
+    for (int i = 0; i < chain.size(); ++i) {
+        law* d = denominator_part(chain[i]);
+        if (d) parts.set(k++, d);
+    }
+    return product_of(parts, k);
+}
+
+namespace {
+
+bool same_multiple(double a, double b) {
+    return std::fabs(a - b) <= 1e-14 * std::fabs(a);
+}
+
+// Sums whose terms pair off, each term of `n` the same multiple of one term of `d`.
+double sum_multiple(const law* d, const law* n) {
+    law_chain dn(static_cast<const binary_law*>(d));
+    law_chain nn(static_cast<const binary_law*>(n));
+    int size = nn.size();
+    if (dn.size() != size) return 0.0;
+    char small[32];
+    char* used = size <= 32 ? small : VORX_ALLOC_ARRAY(char, size);
+    std::memset(used, 0, size);
+    double m = 0.0;
+    bool ok = true;
+    for (int i = 0; i < size && ok; ++i) {
+        int hit = -1;
+        for (int j = 0; j < size && hit < 0; ++j) {
+            if (used[j]) continue;
+            double mj = law_multiple(dn[j], nn[i]);
+            if (mj != 0.0 && (m == 0.0 || same_multiple(m, mj))) {
+                hit = j;
+                m = mj;
+            }
+        }
+        if (hit < 0)
+            ok = false;
+        else
+            used[hit] = 1;
+    }
+    if (used != small) VORX_FREE(used);
+    return ok ? m : 0.0;
+}
+
+}  // namespace
+
+double law_multiple(const law* d, const law* n) {
+    if (!d || !n) return 0.0;
+    if (*n == *d) return 1.0;
+    if (n->isa(plus_law::id()) && d->isa(plus_law::id())) return sum_multiple(d, n);
+    law_holder rn, rd;
+    double cn = simplify_coefficient(n, rn);
+    double cd = simplify_coefficient(d, rd);
+    if (!rn || !rd || cd == 0.0 || (cn == 1.0 && cd == 1.0)) return 0.0;
+    if (!(*rn == *rd)) return 0.0;
+    double m = cn / cd;
+    return std::isfinite(m) ? m : 0.0;
+}
+
+// ================================================================ rule helpers
+
+law* simplify_fired(law* result, const char*& what, const char* name) {
+    if (result && !is_null_out_ref(what)) what = name;
+    return result;
+}
+
+int simplify_constant(const law* l, double& value) {
+    if (!is_constant(l)) return 0;
+    value = constant_value(l);
+    return 1;
+}
+
+int simplify_is(const law* l, double value) {
+    return is_constant(l) && constant_value(l) == value;
+}
+
+double simplify_coefficient(const law* l, law_holder& rest) {
+    double c;
+    if (simplify_constant(l, c)) {
+        rest.reset();
+        return c;
+    }
+    if (is_product(l)) {
+        law_chain chain(static_cast<const binary_law*>(l));
+        int found = -1;
+        int constants = 0;
+        for (int i = 0; i < chain.size(); ++i)
+            if (is_constant(chain[i])) {
+                ++constants;
+                found = i;
+            }
+        if (constants == 1) {
+            rest.reset(chain.rebuild(-1, nullptr, found));
+            return constant_value(chain[found]);
+        }
+    }
+    rest = law_holder::share(l);
+    return 1.0;
+}
+
+law* simplify_zero_like(const law* like) {
+    int n = like ? like->return_dim() : 1;
+    if (n <= 1) return VORX_NEW constant_law(0.0);
+    law_array parts(n);
+    for (int i = 0; i < n; ++i) parts.set(i, VORX_NEW constant_law(0.0));
+    return VORX_NEW vector_law(parts.get(), n);
+}
+
+law_chain::law_chain(const binary_law* l) : op_(l), items_(get_asso_list(l, &n_)) {}
+
+law_chain::law_chain(const law* l, int type_id) : op_(nullptr), items_(nullptr), n_(0) {
+    if (l->type() == type_id && l->isa(binary_law::id())) {
+        op_ = static_cast<const binary_law*>(l);
+        items_ = get_asso_list(op_, &n_);
+    } else {
+        items_ = VORX_ALLOC_ARRAY(law*, 1);
+        items_[0] = const_cast<law*>(l);
+        n_ = 1;
+    }
+}
+
+law_chain::~law_chain() {
+    VORX_FREE(items_);
+}
+
+law* law_chain::rebuild(int i, law* with, int drop) const {
+    law_array list(n_);
+    int k = 0;
+    for (int j = 0; j < n_; ++j) {
+        if (j == drop) continue;
+        list.set(k++, law_holder::share(j == i ? with : items_[j]).release());
+    }
+    if (k > 1 && !op_) return nullptr;
+    return make_list_law(list.get(), k, op_);
 }

@@ -1,0 +1,660 @@
+// The arithmetic and composition laws and the named constants.
+//
+// Evaluation is the hot path of every numerical routine.  When both operands are scalar
+// the values go straight through evaluateM_R, with no buffer; only vector operands use
+// scratch storage, on the stack up to 4 components.  A side given by the caller is
+// passed on to the operands (it concerns the inputs, which the operands share); a guess
+// is not, since it is a guess for this law's value, not for theirs.
+#include "lawutil/main_law_arith.hpp"
+
+#include <cmath>
+#include <utility>
+
+#include "base/tolerance.hpp"
+#include "lawutil/law_unary.hpp"
+#include "lawutil/law_vector.hpp"
+#include "lawutil/main_law.hpp"
+
+LAW_TYPE_DEF(plus_law)
+LAW_TYPE_DEF(minus_law)
+LAW_TYPE_DEF(times_law)
+LAW_TYPE_DEF(division_law)
+LAW_TYPE_DEF(exponent_law)
+LAW_TYPE_DEF(negate_law)
+LAW_TYPE_DEF(composite_law)
+LAW_TYPE_DEF(pi_law)
+LAW_TYPE_DEF(e_law)
+LAW_TYPE_DEF(true_law)
+LAW_TYPE_DEF(false_law)
+
+namespace {
+
+// Below this, a numerator and a denominator are both taken as zero.
+constexpr double tiny = 1e-15;
+
+// Operand values: up to 4 on the stack, more from tracked memory, freed when the buffer
+// goes (also when an error passes).
+class scratch {
+  public:
+    explicit scratch(int n) : p_(n <= 4 ? small_ : VORX_ALLOC_ARRAY(double, n)) {}
+    ~scratch() {
+        if (p_ != small_) VORX_FREE(p_);
+    }
+    scratch(const scratch&) = delete;
+    scratch& operator=(const scratch&) = delete;
+    double* get() { return p_; }
+    double& operator[](int i) { return p_[i]; }
+
+  private:
+    double small_[4];
+    double* p_;
+};
+
+// An array handed over by evaluateVAR, freed when the holder goes.
+class owned_values {
+  public:
+    explicit owned_values(double* p = nullptr) : p_(p) {}
+    ~owned_values() { VORX_FREE(p_); }
+    owned_values(const owned_values&) = delete;
+    owned_values& operator=(const owned_values&) = delete;
+    double* get() const { return p_; }
+
+  private:
+    double* p_;
+};
+
+// How operands are asked for their values: plainly, or with the caller's side.
+struct plain_reader {
+    double scalar(const law* l, const double* x) const { return l->evaluateM_R(x); }
+    void values(const law* l, const double* x, double* y) const { l->evaluate(x, y); }
+};
+
+struct side_reader {
+    const int* side;
+    double scalar(const law* l, const double* x) const { return l->evaluateM_R(x, side); }
+    void values(const law* l, const double* x, double* y) const {
+        l->evaluate_with_side(x, y, side);
+    }
+};
+
+// ---------------------------------------------------------------- vector paths
+
+// Component i is (A[i] or 0) +/- (B[i] or 0): a scalar added to a vector changes only
+// its first component (deliberate, kept for compatibility of values).
+template <class R>
+void combine_components(const binary_law* l, const double* x, double* y, const R& r,
+                        bool subtract) {
+    const law* a_law = l->fleft();
+    const law* b_law = l->fright();
+    int na = a_law->return_dim();
+    int nb = b_law->return_dim();
+    int n = l->return_dim();
+    scratch a(na), b(nb);
+    r.values(a_law, x, a.get());
+    r.values(b_law, x, b.get());
+    for (int i = 0; i < n; ++i) {
+        double ai = i < na ? a[i] : 0.0;
+        double bi = i < nb ? b[i] : 0.0;
+        y[i] = subtract ? ai - bi : ai + bi;
+    }
+}
+
+// Every component of the vector side times the scalar side.
+template <class R>
+void scale_components(const binary_law* l, const double* x, double* y, const R& r) {
+    const law* a_law = l->fleft();
+    const law* b_law = l->fright();
+    int na = a_law->return_dim();
+    int nb = b_law->return_dim();
+    if (na > 1 && nb > 1) sys_error(LAW_TIMES);
+    int n = l->return_dim();
+    scratch a(na), b(nb);
+    r.values(a_law, x, a.get());
+    r.values(b_law, x, b.get());
+    if (na > 1) {
+        double s = nb > 0 ? b[0] : 0.0;
+        for (int i = 0; i < n; ++i) y[i] = a[i] * s;
+    } else {
+        double s = na > 0 ? a[0] : 0.0;
+        for (int i = 0; i < n; ++i) y[i] = s * (i < nb ? b[i] : 0.0);
+    }
+}
+
+// A vector over a scalar.  The denominator is clamped away from zero instead of
+// resolving 0/0, so [X,X]/X at 0 is [0,0] and this path never raises.
+template <class R>
+void divide_components(const binary_law* l, const double* x, double* y, const R& r) {
+    const law* a_law = l->fleft();
+    int na = a_law->return_dim();
+    int n = l->return_dim();
+    scratch a(na);
+    r.values(a_law, x, a.get());
+    double b = r.scalar(l->fright(), x);
+    if (b >= 0.0 && b < tiny)
+        b = tiny;
+    else if (b < 0.0 && b > -tiny)
+        b = -tiny;
+    for (int i = 0; i < n; ++i) y[i] = (i < na ? a[i] : 0.0) / b;
+}
+
+template <class R>
+void negate_components(const law* sub, const double* x, double* y, const R& r) {
+    int n = sub->return_dim();
+    r.values(sub, x, y);
+    for (int i = 0; i < n; ++i) y[i] = -y[i];
+}
+
+// ---------------------------------------------------------------- scalar rules
+
+// One L'Hospital step on N/D at x: N'(x)/D'(x) in the first input.  The caller resets the
+// thread's depth counter before the first step.  sys_error does not return, so a 0/0
+// that persists after one differentiation is final: no deeper step is ever taken.
+template <class R>
+double lhospital_step(const law* num, const law* den, const double* x, const R& r) {
+    if (++law_context().law.lhospital_depth > 3) sys_error(LAW_LHOSPITAL);
+    law_holder dn(num->derivative(0));
+    law_holder dd(den->derivative(0));
+    double a = r.scalar(dn.get(), x);
+    double b = r.scalar(dd.get(), x);
+    if (std::fabs(a) >= tiny || std::fabs(b) >= tiny) return a / b;
+    sys_error(LAW_LHOSPITAL);
+}
+
+template <class R>
+double quotient(const binary_law* l, const double* x, const R& r) {
+    double a = r.scalar(l->fleft(), x);
+    double b = r.scalar(l->fright(), x);
+    if (std::fabs(a) < tiny && std::fabs(b) < tiny) {
+        law_context().law.lhospital_depth = 0;
+        return lhospital_step(l->fleft(), l->fright(), x, r);
+    }
+    // A zero denominator under a non-small numerator gives the infinity: nothing raised.
+    return a / b;
+}
+
+[[noreturn]] void raise_exponent() {
+    sys_error(LAW_EXPONENT);
+}
+
+// a^b.  A negative base needs an exactly integral exponent here (in_domain is looser).
+// a^n for a small whole n >= 3, by multiplication carried in two doubles (the running
+// product and its rounding error, kept exactly with fma), rounded once at the end.  The
+// error stays below about 0.5 ulp + n * 2^-104 relative, so it agrees with pow to the
+// last bit except within a hair of a rounding tie, at a third of pow's cost.
+inline double compensated_power(double a, int n) {
+    double hi = a, lo = 0.0;
+    for (int i = 1; i < n; ++i) {
+        double p = hi * a;
+        lo = std::fma(hi, a, -p) + lo * a;
+        hi = p;
+    }
+    return hi + lo;
+}
+
+inline double power(double a, double b) {
+    // The correctly rounded square, much cheaper than pow.
+    if (b == 2.0) return a * a;
+    if ((a == 0.0 && b <= 0.0) || (a < 0.0 && b != std::trunc(b))) raise_exponent();
+    // Whole powers of finite bases that stay well inside the double range.
+    if (b >= 3.0 && b <= 16.0 && b == std::trunc(b) && std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
+        return compensated_power(a, (int)b);
+    return std::pow(a, b);
+}
+
+// ---------------------------------------------------------------- composition
+
+// The inner value, padded with zeros when the outer law reads more inputs than the
+// inner law gives.
+template <class R>
+void inner_value(const law* outer, const law* inner, const double* x, scratch& v, int m,
+                 const R& r) {
+    r.values(inner, x, v.get());
+    int k = outer->take_dim();
+    for (int i = m; i < k; ++i) v[i] = 0.0;
+}
+
+int inner_buffer_size(const law* outer, const law* inner) {
+    int m = inner->return_dim();
+    int k = outer->take_dim();
+    return m > k ? m : k;
+}
+
+template <class R>
+void compose(const binary_law* l, const double* x, double* y, const R& r) {
+    const law* outer = l->fleft();
+    const law* inner = l->fright();
+    scratch v(inner_buffer_size(outer, inner));
+    inner_value(outer, inner, x, v, inner->return_dim(), r);
+    outer->evaluate(v.get(), y);
+}
+
+}  // namespace
+
+// ================================================================ plus_law
+
+plus_law::plus_law(law* left, law* right) : binary_law(left, right) {}
+
+void plus_law::evaluate(const double* x, double* y) const {
+    if (left_->returns_scalar() && right_->returns_scalar()) {
+        double a = left_->evaluateM_R(x);
+        *y = a + right_->evaluateM_R(x);
+    } else
+        combine_components(this, x, y, plain_reader(), false);
+}
+
+void plus_law::evaluate_with_side(const double* x, double* y, const int* side) const {
+    combine_components(this, x, y, side_reader{side}, false);
+}
+
+const char* plus_law::symbol(law_symbol_type) const {
+    return "+";
+}
+
+binary_law* plus_law::make_one(law* left, law* right) const {
+    return VORX_NEW plus_law(left, right);
+}
+
+law* plus_law::deriv(int which) const {
+    // (A+B)' = A'+B'
+    law_holder da(left_->derivative(which));
+    law_holder db(right_->derivative(which));
+    return VORX_NEW plus_law(da.get(), db.get());
+}
+
+// ================================================================ minus_law
+
+minus_law::minus_law(law* left, law* right) : binary_law(left, right) {}
+
+void minus_law::evaluate(const double* x, double* y) const {
+    if (left_->returns_scalar() && right_->returns_scalar()) {
+        double a = left_->evaluateM_R(x);
+        *y = a - right_->evaluateM_R(x);
+    } else
+        combine_components(this, x, y, plain_reader(), true);
+}
+
+void minus_law::evaluate_with_side(const double* x, double* y, const int* side) const {
+    combine_components(this, x, y, side_reader{side}, true);
+}
+
+const char* minus_law::symbol(law_symbol_type) const {
+    return "-";
+}
+
+binary_law* minus_law::make_one(law* left, law* right) const {
+    return VORX_NEW minus_law(left, right);
+}
+
+law* minus_law::deriv(int which) const {
+    // (A-B)' = A'-B'
+    law_holder da(left_->derivative(which));
+    law_holder db(right_->derivative(which));
+    return VORX_NEW minus_law(da.get(), db.get());
+}
+
+// ================================================================ times_law
+
+times_law::times_law(law* left, law* right) : binary_law(left, right) {}
+
+void times_law::evaluate(const double* x, double* y) const {
+    if (left_->returns_scalar() && right_->returns_scalar()) {
+        double a = left_->evaluateM_R(x);
+        *y = a * right_->evaluateM_R(x);
+    } else
+        scale_components(this, x, y, plain_reader());
+}
+
+void times_law::evaluate_with_side(const double* x, double* y, const int* side) const {
+    scale_components(this, x, y, side_reader{side});
+}
+
+const char* times_law::symbol(law_symbol_type) const {
+    return "*";
+}
+
+binary_law* times_law::make_one(law* left, law* right) const {
+    return VORX_NEW times_law(left, right);
+}
+
+law* times_law::deriv(int which) const {
+    // (A*B)' = A'*B+B'*A
+    law_holder da(left_->derivative(which));
+    law_holder db(right_->derivative(which));
+    law_holder first(VORX_NEW times_law(da.get(), right_));
+    law_holder second(VORX_NEW times_law(db.get(), left_));
+    return VORX_NEW plus_law(first.get(), second.get());
+}
+
+// ================================================================ division_law
+
+namespace {
+// Checked before any part of the law exists, so a refused construction leaves nothing
+// behind: no reference taken, no live law counted.
+law* scalar_denominator(law* right) {
+    if (right && right->return_dim() > 1) sys_error(LAW_DIVISION);
+    return right;
+}
+}  // namespace
+
+division_law::division_law(law* left, law* right) : binary_law(left, scalar_denominator(right)) {}
+
+void division_law::evaluate(const double* x, double* y) const {
+    if (left_->returns_scalar())
+        *y = quotient(this, x, plain_reader());
+    else
+        divide_components(this, x, y, plain_reader());
+}
+
+void division_law::evaluate_with_side(const double* x, double* y, const int* side) const {
+    if (left_->returns_scalar())
+        *y = quotient(this, x, side_reader{side});
+    else
+        divide_components(this, x, y, side_reader{side});
+}
+
+const char* division_law::symbol(law_symbol_type) const {
+    return "/";
+}
+
+int division_law::in_domain(const double* x) const {
+    if (!binary_law::in_domain(x)) return 0;
+    return right_->evaluateM_R(x) != 0.0;
+}
+
+binary_law* division_law::make_one(law* left, law* right) const {
+    return VORX_NEW division_law(left, right);
+}
+
+law* division_law::deriv(int which) const {
+    // (A/B)' = (B*A'-A*B')/B^2
+    law_holder da(left_->derivative(which));
+    law_holder db(right_->derivative(which));
+    law_holder first(VORX_NEW times_law(right_, da.get()));
+    law_holder second(VORX_NEW times_law(left_, db.get()));
+    law_holder num(VORX_NEW minus_law(first.get(), second.get()));
+    law_holder two(VORX_NEW constant_law(2.0));
+    law_holder den(VORX_NEW exponent_law(right_, two.get()));
+    return VORX_NEW division_law(num.get(), den.get());
+}
+
+// ================================================================ exponent_law
+
+exponent_law::exponent_law(law* left, law* right) : binary_law(left, right) {}
+
+void exponent_law::evaluate(const double* x, double* y) const {
+    double a = left_->evaluateM_R(x);
+    *y = power(a, right_->evaluateM_R(x));
+}
+
+void exponent_law::evaluate_with_side(const double* x, double* y, const int* side) const {
+    double a = left_->evaluateM_R(x, side);
+    *y = power(a, right_->evaluateM_R(x, side));
+}
+
+const char* exponent_law::symbol(law_symbol_type type) const {
+    return type == law_symbol_default ? "^" : "**";
+}
+
+int exponent_law::in_domain(const double* x) const {
+    if (!binary_law::in_domain(x)) return 0;
+    double a = left_->evaluateM_R(x);
+    double b = right_->evaluateM_R(x);
+    if (a == 0.0 && b <= 0.0) return 0;
+    // A negative base takes integral exponents, within the machine resolution.
+    if (a < 0.0 && b - std::floor(b) > resmch) return 0;
+    // Keeps a^b below e^100.
+    if (a > 1.0 && std::log(a) * b > 100.0) return 0;
+    return 1;
+}
+
+binary_law* exponent_law::make_one(law* left, law* right) const {
+    return VORX_NEW exponent_law(left, right);
+}
+
+law* exponent_law::deriv(int which) const {
+    law_holder da(left_->derivative(which));
+    if (right_->isa(constant_law::id())) {
+        double c = static_cast<const constant_law*>(right_)->value();
+        // (A^1)' = A'
+        if (c == 1.0) return da.release();
+        // (A^c)' = (c*A')*A^(c-1)
+        law_holder scaled(VORX_NEW times_law(right_, da.get()));
+        law_holder lowered(VORX_NEW constant_law(c - 1.0));
+        law_holder power_law(VORX_NEW exponent_law(left_, lowered.get()));
+        return VORX_NEW times_law(scaled.get(), power_law.get());
+    }
+    // (A^B)' = (B*A')*A^(B-1)+LN(A)*(A^B*B')
+    law_holder db(right_->derivative(which));
+    law_holder scaled(VORX_NEW times_law(right_, da.get()));
+    law_holder one(VORX_NEW constant_law(1.0));
+    law_holder lowered(VORX_NEW minus_law(right_, one.get()));
+    law_holder power_law(VORX_NEW exponent_law(left_, lowered.get()));
+    law_holder first(VORX_NEW times_law(scaled.get(), power_law.get()));
+    law_holder ln(VORX_NEW natural_log_law(left_));
+    law_holder itself(VORX_NEW exponent_law(left_, right_));
+    law_holder inner(VORX_NEW times_law(itself.get(), db.get()));
+    law_holder second(VORX_NEW times_law(ln.get(), inner.get()));
+    return VORX_NEW plus_law(first.get(), second.get());
+}
+
+// ================================================================ negate_law
+
+negate_law::negate_law(law* sub) : unary_law(sub) {}
+
+void negate_law::evaluate(const double* x, double* y) const {
+    if (sub_->returns_scalar())
+        *y = -sub_->evaluateM_R(x);
+    else
+        negate_components(sub_, x, y, plain_reader());
+}
+
+void negate_law::evaluate_with_side(const double* x, double* y, const int* side) const {
+    negate_components(sub_, x, y, side_reader{side});
+}
+
+const char* negate_law::symbol(law_symbol_type) const {
+    return "-";
+}
+
+unary_law* negate_law::make_one(law* sub) const {
+    return VORX_NEW negate_law(sub);
+}
+
+int negate_law::return_size() const {
+    return sub_ ? sub_->return_dim() : 1;
+}
+
+law* negate_law::deriv(int which) const {
+    // (-A)' = -A'
+    law_holder d(sub_->derivative(which));
+    return VORX_NEW negate_law(d.get());
+}
+
+// ================================================================ composite_law
+
+composite_law::composite_law(law* outer, law* inner) : binary_law(outer, inner) {}
+
+void composite_law::evaluate(const double* x, double* y) const {
+    compose(this, x, y, plain_reader());
+}
+
+// The side concerns the inner law's inputs; the outer law is evaluated plainly.
+void composite_law::evaluate_with_side(const double* x, double* y, const int* side) const {
+    compose(this, x, y, side_reader{side});
+}
+
+// The outer law's inverse turns the guess for this law's value into a guess for the
+// inner value.
+void composite_law::evaluate_with_guess(const double* x, double* y, const double* guess) const {
+    const law* outer = left_;
+    const law* inner = right_;
+    int m = inner->return_dim();
+    scratch v(inner_buffer_size(outer, inner));
+    law_holder inv(guess ? outer->inverse() : nullptr);
+    if (inv) {
+        int gi = inv->return_dim();
+        scratch inner_guess(gi > m ? gi : m);
+        for (int i = gi; i < m; ++i) inner_guess[i] = 0.0;
+        inv->evaluate(guess, inner_guess.get());
+        inv.reset();
+        inner->evaluate_with_guess(x, v.get(), inner_guess.get());
+        for (int i = m; i < outer->take_dim(); ++i) v[i] = 0.0;
+    } else
+        inner_value(outer, inner, x, v, m, plain_reader());
+    outer->evaluate_with_guess(v.get(), y, guess);
+}
+
+void composite_law::evaluateVAR(const double* x, double*& y, int& n) const {
+    double* inner_values = nullptr;
+    int m = 0;
+    right_->evaluateVAR(x, inner_values, m);
+    owned_values held(inner_values);
+    int k = left_->take_dim();
+    if (k <= m) {
+        left_->evaluateVAR(inner_values, y, n);
+        return;
+    }
+    owned_values padded(VORX_ALLOC_ARRAY(double, k));
+    for (int i = 0; i < k; ++i) padded.get()[i] = i < m ? inner_values[i] : 0.0;
+    left_->evaluateVAR(padded.get(), y, n);
+}
+
+const char* composite_law::symbol(law_symbol_type type) const {
+    return type == law_symbol_default ? "O" : "@";
+}
+
+int composite_law::in_domain(const double* x) const {
+    if (!right_->in_domain(x)) return 0;
+    scratch v(inner_buffer_size(left_, right_));
+    inner_value(left_, right_, x, v, right_->return_dim(), plain_reader());
+    return left_->in_domain(v.get());
+}
+
+law* composite_law::enable_branching() const {
+    law_holder branching(right_->enable_branching());
+    if (!branching) return nullptr;
+    return VORX_NEW composite_law(left_, branching.get());
+}
+
+int composite_law::branches() const {
+    return right_->branches();
+}
+
+binary_law* composite_law::make_one(law* outer, law* inner) const {
+    return VORX_NEW composite_law(outer, inner);
+}
+
+law* composite_law::deriv(int which) const {
+    law_holder dg(right_->derivative(which));
+    int n = right_->return_dim();
+    if (n <= 1) {
+        // (f O g)' = (f' O g)*g'
+        law_holder df(left_->derivative(0));
+        law_holder outer(VORX_NEW composite_law(df.get(), right_));
+        return VORX_NEW times_law(outer.get(), dg.get());
+    }
+    // g' = 0: (f O g)' = 0
+    if (dg->zero(resabs)) return VORX_NEW constant_law(0.0);
+    // (f O g)' = sum of (D_i f O g)*TERM(g',i+1)
+    law_holder sum;
+    for (int i = 0; i < n; ++i) {
+        law_holder df(left_->derivative(i));
+        law_holder outer(VORX_NEW composite_law(df.get(), right_));
+        law_holder component(VORX_NEW term_law(dg.get(), i + 1));
+        law_holder product(VORX_NEW times_law(outer.get(), component.get()));
+        if (sum)
+            sum.reset(VORX_NEW plus_law(sum.get(), product.get()));
+        else
+            sum = std::move(product);
+    }
+    return sum.release();
+}
+
+// (f O g)^-1 = g^-1 O f^-1
+law* composite_law::sub_inverse() const {
+    law_holder inner_inverse(right_->inverse());
+    if (!inner_inverse) return nullptr;
+    law_holder outer_inverse(left_->inverse());
+    if (!outer_inverse) return nullptr;
+    return VORX_NEW composite_law(inner_inverse.get(), outer_inverse.get());
+}
+
+int composite_law::take_size() const {
+    return right_ ? right_->take_dim() : 0;
+}
+
+int composite_law::return_size() const {
+    return left_ ? left_->return_dim() : 1;
+}
+
+// ================================================================ named constants
+
+pi_law::pi_law() : constant_law(3.141592653589793) {}
+
+const char* pi_law::symbol(law_symbol_type type) const {
+    return type == law_symbol_default ? "PI" : "Pi";
+}
+
+char* pi_law::string(law_symbol_type type, int&, law_data_node*&) const {
+    return VORX_STRDUP(symbol(type));
+}
+
+constant_law* pi_law::make_one(double) const {
+    return VORX_NEW pi_law;
+}
+
+e_law::e_law() : constant_law(2.718281828459045) {}
+
+const char* e_law::symbol(law_symbol_type type) const {
+    return type == law_symbol_default ? "E" : "exp(1)";
+}
+
+char* e_law::string(law_symbol_type type, int&, law_data_node*&) const {
+    return VORX_STRDUP(symbol(type));
+}
+
+constant_law* e_law::make_one(double) const {
+    return VORX_NEW e_law;
+}
+
+true_law::true_law() : constant_law(1.0) {}
+
+const char* true_law::symbol(law_symbol_type type) const {
+    return type == law_symbol_default ? "TRUE" : "true";
+}
+
+char* true_law::string(law_symbol_type type, int&, law_data_node*&) const {
+    return VORX_STRDUP(symbol(type));
+}
+
+constant_law* true_law::make_one(double) const {
+    return VORX_NEW true_law;
+}
+
+false_law::false_law() : constant_law(0.0) {}
+
+const char* false_law::symbol(law_symbol_type type) const {
+    return type == law_symbol_default ? "FALSE" : "false";
+}
+
+char* false_law::string(law_symbol_type type, int&, law_data_node*&) const {
+    return VORX_STRDUP(symbol(type));
+}
+
+constant_law* false_law::make_one(double) const {
+    return VORX_NEW false_law;
+}
+
+// ================================================================ registration
+
+static law_prototype<plus_law> plus_law_prototype(nullptr, nullptr);
+static law_prototype<minus_law> minus_law_prototype(nullptr, nullptr);
+static law_prototype<times_law> times_law_prototype(nullptr, nullptr);
+static law_prototype<division_law> division_law_prototype(nullptr, nullptr);
+static law_prototype<exponent_law> exponent_law_prototype(nullptr, nullptr);
+static law_prototype<negate_law> negate_law_prototype(nullptr);
+static law_prototype<composite_law> composite_law_prototype(nullptr, nullptr);
+static law_prototype<pi_law> pi_law_prototype;
+static law_prototype<e_law> e_law_prototype;
+static law_prototype<true_law> true_law_prototype;
+static law_prototype<false_law> false_law_prototype;

@@ -1,0 +1,153 @@
+// The arithmetic and composition laws that the parser builds for the infix operators and
+// for function composition, and the named constants.  Every other family builds its
+// derivatives and rewrites out of these classes.
+#pragma once
+
+#include "lawutil/internal_law.hpp"
+
+// A + B.  A scalar added to a vector changes only the vector's first component.
+class plus_law : public binary_law {
+    LAW_TYPE_DECL(plus_law, binary_law)
+    plus_law(law* left, law* right);
+    void evaluate(const double* x, double* y) const override;
+    void evaluate_with_side(const double* x, double* y, const int* side) const override;
+    const char* symbol(law_symbol_type type = law_symbol_default) const override;
+    int precedence() const override { return 5; }
+    int associative() const override { return 1; }
+    int commutative() const override { return 1; }
+    binary_law* make_one(law* left, law* right) const override;
+
+  protected:
+    law* deriv(int which) const override;
+};
+
+// A - B, component-wise like plus_law.
+class minus_law : public binary_law {
+    LAW_TYPE_DECL(minus_law, binary_law)
+    minus_law(law* left, law* right);
+    void evaluate(const double* x, double* y) const override;
+    void evaluate_with_side(const double* x, double* y, const int* side) const override;
+    const char* symbol(law_symbol_type type = law_symbol_default) const override;
+    int precedence() const override { return 5; }
+    binary_law* make_one(law* left, law* right) const override;
+
+  protected:
+    law* deriv(int which) const override;
+};
+
+// A * B; at most one side may be a vector (checked when evaluated).
+class times_law : public binary_law {
+    LAW_TYPE_DECL(times_law, binary_law)
+    times_law(law* left, law* right);
+    void evaluate(const double* x, double* y) const override;
+    void evaluate_with_side(const double* x, double* y, const int* side) const override;
+    const char* symbol(law_symbol_type type = law_symbol_default) const override;
+    int precedence() const override { return 6; }
+    int associative() const override { return 1; }
+    int commutative() const override { return 1; }
+    binary_law* make_one(law* left, law* right) const override;
+
+  protected:
+    law* deriv(int which) const override;
+};
+
+// A / B; B must be scalar (checked when built).  A scalar 0/0 is resolved by one
+// L'Hospital step; a vector numerator divides by a denominator clamped away from zero.
+class division_law : public binary_law {
+    LAW_TYPE_DECL(division_law, binary_law)
+    division_law(law* left, law* right);
+    void evaluate(const double* x, double* y) const override;
+    void evaluate_with_side(const double* x, double* y, const int* side) const override;
+    const char* symbol(law_symbol_type type = law_symbol_default) const override;
+    int precedence() const override { return 6; }
+    int in_domain(const double* x) const override;
+    binary_law* make_one(law* left, law* right) const override;
+
+  protected:
+    law* deriv(int which) const override;
+};
+
+// A ^ B over scalars.  evaluate asks for an exact integer exponent when the base is
+// negative; in_domain is looser there and also rejects results beyond e^100.
+class exponent_law : public binary_law {
+    LAW_TYPE_DECL(exponent_law, binary_law)
+    exponent_law(law* left, law* right);
+    void evaluate(const double* x, double* y) const override;
+    void evaluate_with_side(const double* x, double* y, const int* side) const override;
+    const char* symbol(law_symbol_type type = law_symbol_default) const override;
+    int precedence() const override { return 7; }
+    int in_domain(const double* x) const override;
+    binary_law* make_one(law* left, law* right) const override;
+
+  protected:
+    law* deriv(int which) const override;
+};
+
+// -A, component-wise.
+class negate_law : public unary_law {
+    LAW_TYPE_DECL(negate_law, unary_law)
+    explicit negate_law(law* sub);
+    void evaluate(const double* x, double* y) const override;
+    void evaluate_with_side(const double* x, double* y, const int* side) const override;
+    const char* symbol(law_symbol_type type = law_symbol_default) const override;
+    unary_law* make_one(law* sub) const override;
+
+  protected:
+    law* deriv(int which) const override;
+    int return_size() const override;
+};
+
+// f O g: the outer law f (left) applied to the value of the inner law g (right).
+class composite_law : public binary_law {
+    LAW_TYPE_DECL(composite_law, binary_law)
+    composite_law(law* outer, law* inner);
+    void evaluate(const double* x, double* y) const override;
+    void evaluate_with_side(const double* x, double* y, const int* side) const override;
+    void evaluate_with_guess(const double* x, double* y, const double* guess) const override;
+    void evaluateVAR(const double* x, double*& y, int& n) const override;
+    const char* symbol(law_symbol_type type = law_symbol_default) const override;
+    int precedence() const override { return 8; }
+    int in_domain(const double* x) const override;
+    law* enable_branching() const override;
+    int branches() const override;
+    binary_law* make_one(law* outer, law* inner) const override;
+
+  protected:
+    law* deriv(int which) const override;
+    law* sub_inverse() const override;
+    int take_size() const override;
+    int return_size() const override;
+};
+
+// The named constants print by name ("PI", not its digits).  make_one ignores the value.
+class pi_law : public constant_law {
+    LAW_TYPE_DECL(pi_law, constant_law)
+    pi_law();
+    const char* symbol(law_symbol_type type = law_symbol_default) const override;
+    char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
+    constant_law* make_one(double value) const override;
+};
+
+class e_law : public constant_law {
+    LAW_TYPE_DECL(e_law, constant_law)
+    e_law();
+    const char* symbol(law_symbol_type type = law_symbol_default) const override;
+    char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
+    constant_law* make_one(double value) const override;
+};
+
+class true_law : public constant_law {
+    LAW_TYPE_DECL(true_law, constant_law)
+    true_law();
+    const char* symbol(law_symbol_type type = law_symbol_default) const override;
+    char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
+    constant_law* make_one(double value) const override;
+};
+
+class false_law : public constant_law {
+    LAW_TYPE_DECL(false_law, constant_law)
+    false_law();
+    const char* symbol(law_symbol_type type = law_symbol_default) const override;
+    char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
+    constant_law* make_one(double value) const override;
+};

@@ -1,0 +1,274 @@
+// The command line: CLI11 reads it, the commands do the work, and every failure ends
+// here as a message on io.err and an exit status.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstring>
+
+#include "base/errors.hpp"
+#include "base/output.hpp"
+#include "tools/lawtool/commands.hpp"
+#include "tools/lawtool/lawtool.hpp"
+
+#ifndef LAWTOOL_VERSION
+#define LAWTOOL_VERSION "unknown"
+#endif
+
+namespace {
+
+struct command_usage {
+    const char* name;
+    const char* usage;
+};
+
+const command_usage usages[] = {
+    {"eval", "lawtool eval LAW [POINT ...] [--range A:B:N]"},
+    {"print", "lawtool print LAW [--maple]"},
+    {"simplify", "lawtool simplify LAW [--level N] [--trace N]"},
+    {"diff", "lawtool diff LAW [--var I] [--order N] [--at POINT]"},
+    {"info", "lawtool info LAW"},
+    {"demo", "lawtool demo"},
+};
+
+const command_usage* find_usage(const std::string& name) {
+    for (const command_usage& u : usages)
+        if (name == u.name) return &u;
+    return nullptr;
+}
+
+void put(FILE* f, const std::string& s) {
+    std::fputs(s.c_str(), f);
+}
+
+// The message, the usage of the command (or of every command) and where to read more.
+int report_usage(const std::string& command, const std::string& message, const tool_streams& io) {
+    const command_usage* u = find_usage(command);
+    put(io.err, (u ? "lawtool " + command : std::string("lawtool")) + ": " + message + "\n");
+    if (u) {
+        put(io.err, std::string("usage: ") + u->usage + "\n");
+    } else {
+        const char* lead = "usage: ";
+        for (const command_usage& each : usages) {
+            put(io.err, std::string(lead) + each.usage + "\n");
+            lead = "       ";
+        }
+    }
+    put(io.err,
+        "Run '" + (u ? "lawtool " + command : std::string("lawtool")) + " --help' for more.\n");
+    return status_usage;
+}
+
+// Whole numbers >= 0 for --level, --trace and --order; CLI11's own range check would print
+// its bound as a 300-digit number.
+CLI::Validator whole_number() {
+    return CLI::Validator(
+        [](std::string& s) -> std::string {
+            bool ok = !s.empty() && s.size() < 7 &&
+                      std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
+            return ok ? std::string() : "'" + s + "' is not a whole number >= 0";
+        },
+        "");
+}
+
+const char* const main_footer =
+    "A LAW is a text such as 'x^2+sin(x)' or 'vec(cos(t),sin(t),t)' (case does not matter;\n"
+    "X, Y, Z are the inputs 1 to 3, T and U also name X, V names Y).  A POINT gives one value\n"
+    "per input, separated by commas: 0.5 or 0.5,1.2; a coordinate may also be a constant\n"
+    "such as pi/2.  Put '--' before a LAW that begins with '-': lawtool eval -- -x 2.\n"
+    "\n"
+    "Exit status: 0 success, 1 a law that does not read or an error while evaluating,\n"
+    "2 a command line that does not make sense.";
+
+const char* const eval_footer =
+    "Prints each output with 16 significant digits, one line per POINT, the outputs of a\n"
+    "law of several outputs separated by a space.  With --range, prints CSV: a header\n"
+    "naming the inputs and the outputs (F, or F1, F2, ...), then one row per point.\n"
+    "A POINT must give exactly one coordinate per input of the law.\n"
+    "\n"
+    "Examples:\n"
+    "  lawtool eval 'x^2+sin(x)' 0.5 1\n"
+    "  lawtool eval 'x*y' 2,3\n"
+    "  lawtool eval 'sin(x)' --range 0:pi:5\n"
+    "  lawtool eval 'x*y' --range 0,0:1,2:3";
+
+const char* const print_footer =
+    "Examples:\n"
+    "  lawtool print 'x^2+sin(x)'            prints X^2+SIN(X)\n"
+    "  lawtool print 'x^2+sin(x)' --maple    prints the same law for Maple";
+
+const char* const simplify_footer =
+    "Prints the simplified law; with --trace, the simplifier's trace first, as the library\n"
+    "prints it.\n"
+    "\n"
+    "Examples:\n"
+    "  lawtool simplify 'x*3+0'\n"
+    "  lawtool simplify 'x*3+0' --trace 1";
+
+const char* const diff_footer =
+    "Prints the derivative law; with --at, its value at the POINT on the next line.\n"
+    "\n"
+    "Examples:\n"
+    "  lawtool diff 'x^2+sin(x)'\n"
+    "  lawtool diff 'x^2+sin(x)' --order 2 --at 0.5\n"
+    "  lawtool diff 'x^2*y' --var y";
+
+const char* const info_footer =
+    "Prints the law's text, its numbers of inputs and outputs, whether it is constant,\n"
+    "linear (its derivative in the first input is constant) and identically zero, its\n"
+    "number of nodes, and its tree, one node a line with its class name.\n"
+    "\n"
+    "Example:\n"
+    "  lawtool info 'x^2+sin(x)'";
+
+struct command_line {
+    CLI::App app{"lawtool: read, evaluate, differentiate, simplify and inspect laws.", "lawtool"};
+    eval_options eval;
+    print_options print;
+    simplify_options simplify;
+    diff_options diff;
+    info_options info;
+    CLI::App* eval_cmd;
+    CLI::App* print_cmd;
+    CLI::App* simplify_cmd;
+    CLI::App* diff_cmd;
+    CLI::App* info_cmd;
+    CLI::App* demo_cmd;
+
+    command_line() {
+        app.require_subcommand(1);
+        app.set_version_flag("--version", std::string("lawtool ") + LAWTOOL_VERSION);
+        app.footer(main_footer);
+
+        eval_cmd = app.add_subcommand("eval", "Evaluate a law at points or over a range");
+        eval_cmd->footer(eval_footer);
+        eval_cmd->add_option("LAW", eval.law, "The law")->required();
+        eval_cmd->add_option("POINT", eval.points, "Points to evaluate at: 0.5, or 0.5,1.2");
+        eval_cmd->add_option("--range", eval.range, "CSV of N points evenly spaced from A to B")
+            ->type_name("A:B:N");
+
+        print_cmd = app.add_subcommand("print", "Print a law in its own syntax or Maple's");
+        print_cmd->footer(print_footer);
+        print_cmd->add_option("LAW", print.law, "The law")->required();
+        print_cmd->add_flag("--maple", print.maple, "Print the Maple spelling");
+
+        simplify_cmd = app.add_subcommand("simplify", "Simplify a law");
+        simplify_cmd->footer(simplify_footer);
+        simplify_cmd->add_option("LAW", simplify.law, "The law")->required();
+        simplify_cmd->add_option("--level", simplify.level, "1, or 2 to add factoring")
+            ->check(whole_number())
+            ->type_name("N")
+            ->capture_default_str();
+        simplify_cmd
+            ->add_option("--trace", simplify.trace,
+                         "1 the rules that fire, 2 and the counter, 3 and every node")
+            ->check(whole_number())
+            ->type_name("N")
+            ->capture_default_str();
+
+        diff_cmd = app.add_subcommand("diff", "Differentiate a law symbolically");
+        diff_cmd->footer(diff_footer);
+        diff_cmd->add_option("LAW", diff.law, "The law")->required();
+        diff_cmd->add_option("--var", diff.var, "The input: an index from 0, or X, Y, Z, T, X4 ...")
+            ->type_name("I")
+            ->capture_default_str();
+        diff_cmd->add_option("--order", diff.order, "The order of the derivative")
+            ->check(whole_number())
+            ->type_name("N")
+            ->capture_default_str();
+        diff_cmd->add_option("--at", diff.at, "Also print the derivative's value at the POINT")
+            ->type_name("POINT");
+
+        info_cmd = app.add_subcommand(
+            "info", "Show a law's dimensions, classification, node count and tree");
+        info_cmd->footer(info_footer);
+        info_cmd->add_option("LAW", info.law, "The law")->required();
+
+        demo_cmd = app.add_subcommand("demo", "A short guided tour of the commands");
+        demo_cmd->footer("The tour that `make demo` runs.");
+    }
+
+    // The deepest command that was read, or "" for none.
+    std::string active() const {
+        std::vector<CLI::App*> subs = app.get_subcommands();
+        return subs.empty() ? std::string() : subs.back()->get_name();
+    }
+
+    int dispatch(const tool_streams& io) {
+        if (eval_cmd->parsed()) run_eval(eval, io);
+        if (print_cmd->parsed()) run_print(print, io);
+        if (simplify_cmd->parsed()) run_simplify(simplify, io);
+        if (diff_cmd->parsed()) run_diff(diff, io);
+        if (info_cmd->parsed()) run_info(info, io);
+        if (demo_cmd->parsed()) return run_demo(io);
+        return status_ok;
+    }
+};
+
+int parse_and_run(const std::vector<std::string>& args, const tool_streams& io) {
+    command_line cl;
+    if (args.empty()) return report_usage("", "no command given", io);
+    // CLI11 would only say that a command is required.
+    const std::string& first = args[0];
+    if (first[0] != '-' && !find_usage(first))
+        return report_usage("", "unknown command '" + first + "'", io);
+    if (first[0] == '-' && first != "-h" && first != "--help" && first != "--version")
+        return report_usage("", "unknown option '" + first + "'", io);
+    try {
+        std::vector<std::string> reversed(args.rbegin(), args.rend());  // CLI11 reads from the back
+        cl.app.parse(reversed);
+    } catch (const CLI::CallForHelp&) {
+        std::string command = cl.active();
+        std::string help =
+            command.empty() ? cl.app.help() : cl.app.get_subcommand(command)->help("lawtool");
+        if (help.empty() || help.back() != '\n') help += '\n';
+        put(io.out, help);
+        return status_ok;
+    } catch (const CLI::CallForVersion& e) {
+        put(io.out, std::string(e.what()) + "\n");
+        return status_ok;
+    } catch (const CLI::ParseError& e) {
+        // CLI11 numbers its parse errors from 100; to the shell they are all usage errors.
+        if (e.get_exit_code() == 0) return status_ok;
+        return report_usage(cl.active(), e.what(), io);
+    }
+
+    try {
+        return cl.dispatch(io);
+    } catch (const usage_error& e) {
+        return report_usage(cl.active(), e.what(), io);
+    } catch (const read_error& e) {
+        put(io.err, std::string(e.what()) + "\n");
+    } catch (const vorx_exception& e) {
+        put(io.err, std::string(e.code_name()) + ": " + e.what() + "\n");
+    } catch (const std::exception& e) {
+        put(io.err, std::string("lawtool: ") + e.what() + "\n");
+    }
+    return status_failed;
+}
+
+}  // namespace
+
+int lawtool_run(const std::vector<std::string>& args, const tool_streams& io) {
+    int status;
+    std::string stray;
+    {
+        // Whatever the library prints that no command asked for is shown as a note
+        // rather than mixed into the results.
+        output_capture capture;
+        status = parse_and_run(args, io);
+        stray = capture.text();
+    }
+    for (size_t from = 0; from < stray.size();) {
+        size_t end = std::min(stray.find('\n', from), stray.size());
+        if (end > from) put(io.err, "lawtool: note: " + stray.substr(from, end - from) + "\n");
+        from = end + 1;
+    }
+    for (int i = 0; i < warning_count(); ++i) {
+        int code = warning_code(i);
+        put(io.err, std::string("lawtool: warning: ") + find_message_name(code) + ": " +
+                        find_message(code) + "\n");
+    }
+    clear_warnings();
+    std::fflush(io.out);
+    std::fflush(io.err);
+    return status;
+}

@@ -1,0 +1,37 @@
+// Reading a law from the command line and printing one back.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "lawutil/law_base.hpp"
+
+// The law that `text` describes, with one reference for the caller.  What the reader
+// prints about a text that does not read is captured and turned into a read_error whose
+// message shows the text with a caret under the place where reading failed.
+law* read_law_text(const std::string& text);
+
+// The reader's normal form of `text` (upper case, no white space, implied products made
+// explicit), with, for each of its characters, the index in `text` it came from.  An
+// inserted '*' maps to the character it stands before.
+struct normal_text {
+    std::string text;
+    std::vector<size_t> origin;
+};
+normal_text normalise_law_text(const std::string& text);
+
+// Where in `text` reading failed, given the rest of the normal text that the reader
+// reported: the index of the first character of that rest, or the end of the text when
+// the rest is empty or cannot be found.
+size_t locate_failure(const std::string& text, const std::string& rest);
+
+// The column (from 0) at which the character at byte `at` of `text` is shown: a UTF-8
+// character of several bytes takes one column.
+size_t display_column(const std::string& text, size_t at);
+
+// `headline`, then the text on a line of its own with a caret under index `at`.
+std::string caret_message(const std::string& headline, const std::string& text, size_t at);
+
+// The law's text in the library's own spelling or in Maple's.
+std::string law_text(const law* l, law_symbol_type type = law_symbol_default);
