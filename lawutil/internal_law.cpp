@@ -427,7 +427,10 @@ void multiple_data_law::full_size(SizeAccumulator& acc, int count_self) const {
 
 // ================================================================ constant_law
 
-constant_law::constant_law(double value) : value_(value) {}
+constant_law::constant_law(double value) : value_(value) {
+    leaf_kind = leaf_constant;
+    leaf_value = value;
+}
 
 const char* constant_law::symbol(law_symbol_type) const {
     return "";
@@ -463,7 +466,10 @@ law* constant_law::deriv(int) const {
 
 // ================================================================ identity_law
 
-identity_law::identity_law(int index, char letter) : index_(index), letter_(letter) {}
+identity_law::identity_law(int index, char letter) : index_(index), letter_(letter) {
+    leaf_kind = leaf_variable;
+    leaf_index = index;
+}
 
 const char* identity_law::symbol(law_symbol_type) const {
     return "";

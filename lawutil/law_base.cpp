@@ -59,6 +59,9 @@ law& law::operator=(const law& other) {
     inverse_law = other.inverse_law;
     take_dim_cache = other.take_dim_cache;
     return_dim_cache = other.return_dim_cache;
+    leaf_kind = other.leaf_kind;
+    leaf_index = other.leaf_index;
+    leaf_value = other.leaf_value;
     return *this;
 }
 

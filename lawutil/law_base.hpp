@@ -150,6 +150,10 @@ class law : public VORX_OBJECT {
     // ---- evaluation (input form _ output form) ----
     double evaluateM_R(const double* x, const int* side = nullptr,
                        const double* guess = nullptr) const {
+        // Constants and variables, half the nodes of a typical tree, are read here
+        // without a virtual call.
+        if (leaf_kind == leaf_constant) return leaf_value;
+        if (leaf_kind == leaf_variable) return x[leaf_index];
         if (!returns_scalar()) raise_not_scalar();
         double y;
         dispatch(x, &y, side, guess);
@@ -248,6 +252,13 @@ class law : public VORX_OBJECT {
     mutable law* inverse_law;
     mutable int take_dim_cache;
     mutable int return_dim_cache;
+
+    // Evaluation shortcut of the two leaf classes (set by their constructors; a class
+    // deriving from them keeps their evaluation).
+    enum : signed char { leaf_none = 0, leaf_constant = 1, leaf_variable = 2 };
+    signed char leaf_kind = leaf_none;
+    int leaf_index = 0;
+    double leaf_value = 0.0;
 
     // Stores `l` in a cache slot: counted unless it is this law itself.
     void store_cached(law*& slot, law* l) const;
