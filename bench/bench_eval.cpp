@@ -16,7 +16,9 @@ namespace {
 constexpr int points = 1000000;
 constexpr double y_fixed = 0.7;
 
-inline double px(int k) { return -0.9 + 1.8 * k / (points - 1); }
+inline double px(int k) {
+    return -0.9 + 1.8 * k / (points - 1);
+}
 
 struct bench_law {
     const char* text;
@@ -25,9 +27,9 @@ struct bench_law {
 
 const bench_law laws[] = {
     {"X^2+SIN(X)", [](double x, double) { return x * x + std::sin(x); }},
-    {"(X^3-2*X+1)/(X^2+1)",
-     [](double x, double) { return (x * x * x - 2 * x + 1) / (x * x + 1); }},
-    {"EXP(-(X^2))*COS(10*X)", [](double x, double) { return std::exp(-(x * x)) * std::cos(10 * x); }},
+    {"(X^3-2*X+1)/(X^2+1)", [](double x, double) { return (x * x * x - 2 * x + 1) / (x * x + 1); }},
+    {"EXP(-(X^2))*COS(10*X)",
+     [](double x, double) { return std::exp(-(x * x)) * std::cos(10 * x); }},
     {"SQRT(1+X^2)+LN(1+X^2)",
      [](double x, double) { return std::sqrt(1 + x * x) + std::log(1 + x * x); }},
     {"1+2*X+3*X^2+4*X^3+5*X^4+6*X^5+7*X^6+8*X^7+9*X^8",
@@ -36,7 +38,9 @@ const bench_law laws[] = {
                 7 * std::pow(x, 6) + 8 * std::pow(x, 7) + 9 * std::pow(x, 8);
      }},
     {"SIN(X)*COS(X)+EXP(X/3)*SINH(X/2)",
-     [](double x, double) { return std::sin(x) * std::cos(x) + std::exp(x / 3) * std::sinh(x / 2); }},
+     [](double x, double) {
+         return std::sin(x) * std::cos(x) + std::exp(x / 3) * std::sinh(x / 2);
+     }},
     {"X^2*Y+SIN(X*Y)+Y^3",
      [](double x, double y) { return x * x * y + std::sin(x * y) + y * y * y; }},
     {"SIN(COS(SIN(COS(X+1)+2)+3)+4)*EXP(-ABS(X))",
@@ -82,7 +86,8 @@ void BM_ScalarEval(benchmark::State& state) {
                                 return lp->evaluateM_R(in);
                             }));
         allocs += tracked_allocations_ever() - before;
-        best_native = std::min(best_native, ns_per_point([&](double x) { return b.native(x, y_fixed); }));
+        best_native =
+            std::min(best_native, ns_per_point([&](double x) { return b.native(x, y_fixed); }));
     }
     ratios[state.range(0)] = best_law / best_native;
     state.counters["law_ns"] = best_law;
@@ -93,7 +98,10 @@ void BM_ScalarEval(benchmark::State& state) {
     l.reset();
     terminate_law();
 }
-BENCHMARK(BM_ScalarEval)->DenseRange(0, law_count - 1)->Iterations(5)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ScalarEval)
+    ->DenseRange(0, law_count - 1)
+    ->Iterations(5)
+    ->Unit(benchmark::kMillisecond);
 
 // Geometric mean of the ratios measured above (registered last, so it runs last).
 void BM_GeometricMeanRatio(benchmark::State& state) {

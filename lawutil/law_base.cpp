@@ -72,7 +72,33 @@ void law::remove() const {
     int n = --how_many_laws;
     if (law_mem_check_on())
         vorx_fprintf(debug_file_ptr, "Delete %x %d\n", (unsigned)(size_t)this, n);
-    delete this;
+    destroy_released(this);
+}
+
+namespace {
+// Laws whose last reference went while another law was being destroyed.  Destroying
+// them from one loop, instead of from inside their parent's destructor, keeps the stack
+// flat however deep the tree is (a chain of a million laws is released in one frame).
+thread_local const law* dead_head = nullptr;
+thread_local bool destroying = false;
+}  // namespace
+
+void law::destroy_released(const law* l) {
+    if (destroying) {
+        l->next_dead = dead_head;
+        dead_head = l;
+        return;
+    }
+    struct drain_scope {
+        drain_scope() { destroying = true; }
+        ~drain_scope() { destroying = false; }
+    } scope;
+    delete l;
+    while (dead_head) {
+        const law* next = dead_head;
+        dead_head = next->next_dead;
+        delete next;
+    }
 }
 
 law::~law() noexcept(false) {

@@ -257,6 +257,8 @@ class law : public VORX_OBJECT {
     // deriving from them keeps their evaluation).
     enum : signed char { leaf_none = 0, leaf_constant = 1, leaf_variable = 2 };
     signed char leaf_kind = leaf_none;
+    // Link of the list of laws waiting to be destroyed (see destroy_released).
+    mutable const law* next_dead = nullptr;
     int leaf_index = 0;
     double leaf_value = 0.0;
 
@@ -267,6 +269,7 @@ class law : public VORX_OBJECT {
   private:
     friend class law_list;
     [[noreturn]] void raise_not_scalar() const;
+    static void destroy_released(const law* l);
     [[noreturn]] void raise_bad_dim() const;
     void set_dlaw_cache(int which) const;
 };

@@ -4,11 +4,13 @@
 // token by token, the token at which to split is picked (the shallowest, then the lowest
 // precedence), the law it names is built and the pieces of text around it are read
 // recursively.  The names it knows are the symbols of the registered prototypes.
+#include <locale.h>
+
 #include <cctype>
 #include <clocale>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <locale.h>
 
 #include "base/output.hpp"
 #include "lawutil/internal_law.hpp"
@@ -77,9 +79,9 @@ enum token_kind {
 struct token {
     token_kind kind = tok_none;
     size_t length = 0;
-    int index = 0;      // variable index, or data index for kinds 4 and 8
-    char letter = 0;    // variable letter
-    double value = 0;   // number
+    int index = 0;     // variable index, or data index for kinds 4 and 8
+    char letter = 0;   // variable letter
+    double value = 0;  // number
     law* proto = nullptr;
 };
 
@@ -118,6 +120,44 @@ bool accepts(const law* proto, bool operand_expected) {
     return proto->isa(unary_law::id()) || proto->isa(unary_data_law::id()) ||
            proto->isa(multiple_law::id()) || proto->isa(multiple_data_law::id()) ||
            proto->isa(constant_law::id());
+}
+
+// The registered prototypes grouped by the first letter of their symbol (one more group
+// for symbols that start with anything else), in list order, so a token is matched
+// against a handful of symbols rather than all of them.  Rebuilt, per thread and without
+// locks, whenever the registry's head changes.
+struct prototype_index {
+    static constexpr int groups = 27;
+    static constexpr int per_group = 40;
+    struct group {
+        int count = 0;
+        law* protos[per_group];
+        unsigned char lengths[per_group];
+    };
+    const law_list* head = nullptr;
+    group by_first[groups];
+
+    static int group_of(char c) { return (c >= 'A' && c <= 'Z') ? c - 'A' : groups - 1; }
+};
+
+const prototype_index& prototypes_by_first_char() {
+    thread_local prototype_index index;
+    const law_list* head = law_list::head();
+    if (index.head == head && head) return index;
+    for (auto& g : index.by_first) g.count = 0;
+    for (const law_list* p = head; p; p = p->fnext()) {
+        law* proto = p->fthis();
+        const char* sym = proto->symbol(law_symbol_default);
+        size_t k = sym ? std::strlen(sym) : 0;
+        if (k == 0 || k > 255) continue;
+        prototype_index::group& g = index.by_first[prototype_index::group_of(sym[0])];
+        if (g.count == prototype_index::per_group) continue;  // far beyond any real registry
+        g.protos[g.count] = proto;
+        g.lengths[g.count] = (unsigned char)k;
+        ++g.count;
+    }
+    index.head = head;
+    return index;
 }
 
 token next_token(const char* s, bool operand_expected) {
@@ -164,7 +204,8 @@ token next_token(const char* s, bool operand_expected) {
         piece run(s, 0, n);
         char* end = nullptr;
         double v = strtod_l(run.get(), &end, c_locale());
-        if (end != run.get()) {
+        // A number beyond the doubles would print as "inf", which reads as no law.
+        if (end != run.get() && std::isfinite(v)) {
             t.kind = tok_number;
             t.length = n;
             t.value = v;
@@ -190,11 +231,13 @@ token next_token(const char* s, bool operand_expected) {
         }
     }
     // Longest symbol wins; among equal lengths the first in list order.
-    for (law_list* p = law_list::head(); p; p = p->fnext()) {
-        law* proto = p->fthis();
-        const char* sym = proto->symbol(law_symbol_default);
-        size_t k = std::strlen(sym);
-        if (k > t.length && starts_with(s, sym) && accepts(proto, operand_expected)) {
+    const prototype_index::group& g =
+        prototypes_by_first_char().by_first[prototype_index::group_of(c)];
+    for (int i = 0; i < g.count; ++i) {
+        law* proto = g.protos[i];
+        size_t k = g.lengths[i];
+        if (k > t.length && std::strncmp(s, proto->symbol(law_symbol_default), k) == 0 &&
+            accepts(proto, operand_expected)) {
             t.kind = tok_prototype;
             t.length = k;
             t.proto = proto;
@@ -416,10 +459,10 @@ law* read_law(const char* in, law_data** data, int count) {
         }
         if (t.kind == tok_open) ++depth;
         if (t.kind == tok_close) --depth;
-        operand_expected =
-            t.kind == tok_open || t.kind == tok_comma ||
-            (t.kind == tok_prototype && (t.proto->isa(binary_law::id()) ||
-                                         std::strcmp(t.proto->symbol(law_symbol_default), "-") == 0));
+        operand_expected = t.kind == tok_open || t.kind == tok_comma ||
+                           (t.kind == tok_prototype &&
+                            (t.proto->isa(binary_law::id()) ||
+                             std::strcmp(t.proto->symbol(law_symbol_default), "-") == 0));
         at += t.length;
     }
     if (best_at == (size_t)-1) return bad_syntax(s);

@@ -17,7 +17,8 @@ namespace {
 std::string shape(const law* l) {
     if (!l) return "null";
     std::string s = l->class_name();
-    if (l->isa(unary_law::id())) return s + "(" + shape(static_cast<const unary_law*>(l)->fsub()) + ")";
+    if (l->isa(unary_law::id()))
+        return s + "(" + shape(static_cast<const unary_law*>(l)->fsub()) + ")";
     if (l->isa(binary_law::id())) {
         const binary_law* b = static_cast<const binary_law*>(l);
         return s + "(" + shape(b->fleft()) + "," + shape(b->fright()) + ")";
@@ -57,27 +58,28 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         parse_row{"", "constant_law"}, parse_row{"NULL", "null"}, parse_row{"null", "null"},
         parse_row{" x ", "identity_law"},
-        parse_row{"x^2+sin(x)", "plus_law(exponent_law(identity_law,constant_law),sin_law(identity_law))"},
+        parse_row{"x^2+sin(x)",
+                  "plus_law(exponent_law(identity_law,constant_law),sin_law(identity_law))"},
         parse_row{"2x", "times_law(constant_law,identity_law)"},
         parse_row{"3SIN(X)", "times_law(constant_law,sin_law(identity_law))"},
         parse_row{"2e-3", "constant_law"}, parse_row{"2*e-3", "constant_law"},
         parse_row{"X-Y-Z", "minus_law(minus_law(identity_law,identity_law),identity_law)"},
         parse_row{"X^Y^Z", "exponent_law(exponent_law(identity_law,identity_law),identity_law)"},
         parse_row{"-X^2", "exponent_law(negate_law(identity_law),constant_law)"},
-        parse_row{"-3", "negate_law(constant_law)"},
-        parse_row{"((X))", "identity_law"},
+        parse_row{"-3", "negate_law(constant_law)"}, parse_row{"((X))", "identity_law"},
         parse_row{"(X+1)*2", "times_law(plus_law(identity_law,constant_law),constant_law)"},
         parse_row{"X*(Y+Z)", "times_law(identity_law,plus_law(identity_law,identity_law))"},
-        parse_row{"2E5", "times_law(constant_law,identity_law)"},
-        parse_row{"PI", "pi_law"}, parse_row{"TRUE", "true_law"}, parse_row{"e", "e_law"},
+        parse_row{"2E5", "times_law(constant_law,identity_law)"}, parse_row{"PI", "pi_law"},
+        parse_row{"TRUE", "true_law"}, parse_row{"e", "e_law"},
         parse_row{"SINH(X)", "sinh_law(identity_law)"},
-        parse_row{"EXP(X)", "exp_law(identity_law)"},
-        parse_row{"SIN X", "sin_law(identity_law)"},
+        parse_row{"EXP(X)", "exp_law(identity_law)"}, parse_row{"SIN X", "sin_law(identity_law)"},
         parse_row{"-SIN(X)*2", "times_law(negate_law(sin_law(identity_law)),constant_law)"},
         parse_row{"X^-1", "exponent_law(identity_law,negate_law(constant_law))"},
         // Composition binds like a function (8), tighter than ^ (7).
-        parse_row{"SIN(X) O X^2", "exponent_law(composite_law(sin_law(identity_law),identity_law),constant_law)"},
-        parse_row{"SIN O (X^2)", "composite_law(sin_law(constant_law),exponent_law(identity_law,constant_law))"},
+        parse_row{"SIN(X) O X^2",
+                  "exponent_law(composite_law(sin_law(identity_law),identity_law),constant_law)"},
+        parse_row{"SIN O (X^2)",
+                  "composite_law(sin_law(constant_law),exponent_law(identity_law,constant_law))"},
         parse_row{"X$", "null"},
         // An unmatched '(' around the split operator is stripped; the missing operand is 0.
         parse_row{"(X+", "plus_law(identity_law,constant_law)"}));
@@ -87,7 +89,7 @@ TEST(Parser, VariablesByLetterAndNumber) {
         const char* text;
         int index;
         const char* printed;
-    } rows[] = {{"X", 0, "X"}, {"T", 0, "T"}, {"U", 0, "U"}, {"Y", 1, "Y"}, {"V", 1, "V"},
+    } rows[] = {{"X", 0, "X"}, {"T", 0, "T"},   {"U", 0, "U"},   {"Y", 1, "Y"},  {"V", 1, "V"},
                 {"Z", 2, "Z"}, {"A4", 3, "A4"}, {"X2", 1, "X2"}, {"E5", 4, "E5"}};
     for (auto& r : rows) {
         law_holder l(str_to_law(r.text));
@@ -147,10 +149,17 @@ TEST(Parser, EvaluatesWhatItReads) {
         const char* text;
         double x, value;
     } rows[] = {
-        {"x^2+3x-1", 2.0, 9.0},   {"X-Y-Z", 0.0, 0.0},       {"2^3^2", 0.0, 64.0},
-        {"-X^2", 3.0, 9.0},       {"(X+1)*2", 4.0, 10.0},    {"10/4/5", 0.0, 0.5},
-        {"PI", 0.0, M_PI},        {"E", 0.0, M_E},           {"2*PI*X", 0.5, M_PI},
-        {"1+2*X+3*X^2", 1.0, 6.0}, {"SIN(X)^2+COS(X)^2", 0.7, 1.0},
+        {"x^2+3x-1", 2.0, 9.0},
+        {"X-Y-Z", 0.0, 0.0},
+        {"2^3^2", 0.0, 64.0},
+        {"-X^2", 3.0, 9.0},
+        {"(X+1)*2", 4.0, 10.0},
+        {"10/4/5", 0.0, 0.5},
+        {"PI", 0.0, M_PI},
+        {"E", 0.0, M_E},
+        {"2*PI*X", 0.5, M_PI},
+        {"1+2*X+3*X^2", 1.0, 6.0},
+        {"SIN(X)^2+COS(X)^2", 0.7, 1.0},
     };
     for (auto& r : rows) {
         law_holder l(str_to_law(r.text));
@@ -162,12 +171,31 @@ TEST(Parser, EvaluatesWhatItReads) {
 
 TEST(Parser, EveryPrintedLawReadsBackEqual) {
     const char* corpus[] = {
-        "X^2+SIN(X)", "(X^3-2*X+1)/(X^2+1)", "EXP(-(X^2))*COS(10*X)", "SQRT(1+X^2)+LN(1+X^2)",
+        "X^2+SIN(X)",
+        "(X^3-2*X+1)/(X^2+1)",
+        "EXP(-(X^2))*COS(10*X)",
+        "SQRT(1+X^2)+LN(1+X^2)",
         "1+2*X+3*X^2+4*X^3+5*X^4+6*X^5+7*X^6+8*X^7+9*X^8",
-        "SIN(X)*COS(X)+EXP(X/3)*SINH(X/2)", "X^2*Y+SIN(X*Y)+Y^3",
-        "SIN(COS(SIN(COS(X+1)+2)+3)+4)*EXP(-ABS(X))", "X-(Y-Z)", "(X-Y)-Z", "X/(Y*Z)",
-        "(X/Y)/Z", "-(X+Y)", "SIN(-X)", "X^-1", "(X^Y)^Z", "X^(Y^Z)", "-X^2", "PI*E", "A4+X2",
-        "TRUE+FALSE", "SIN(X) O COS(X)", "1E-20*X", "0.1+1/3", "TAN(X)/SEC(X)",
+        "SIN(X)*COS(X)+EXP(X/3)*SINH(X/2)",
+        "X^2*Y+SIN(X*Y)+Y^3",
+        "SIN(COS(SIN(COS(X+1)+2)+3)+4)*EXP(-ABS(X))",
+        "X-(Y-Z)",
+        "(X-Y)-Z",
+        "X/(Y*Z)",
+        "(X/Y)/Z",
+        "-(X+Y)",
+        "SIN(-X)",
+        "X^-1",
+        "(X^Y)^Z",
+        "X^(Y^Z)",
+        "-X^2",
+        "PI*E",
+        "A4+X2",
+        "TRUE+FALSE",
+        "SIN(X) O COS(X)",
+        "1E-20*X",
+        "0.1+1/3",
+        "TAN(X)/SEC(X)",
     };
     for (const char* text : corpus) {
         law_holder l(str_to_law(text));
@@ -200,7 +228,7 @@ TEST(Parser, RegisteredSymbolsReadBackInOwnSpelling) {
 }
 
 TEST(Parser, RandomAndMutatedTextNeverCrashesOrLeaks) {
-    const char* seeds[] = {"X^2+SIN(X)", "(X+1)*2", "MAX(X,Y,Z)", "LAW1+2E-3", "-X^-Y",
+    const char* seeds[] = {"X^2+SIN(X)",  "(X+1)*2",    "MAX(X,Y,Z)", "LAW1+2E-3",    "-X^-Y",
                            "SIN(COS(X))", "1.5E+10*PI", "VEC(X,Y,Z)", "STEP(X,1,X*X)"};
     const char alphabet[] = "XYZT0123456789.+-*/^(),E SINCOPLAW$#";
     std::mt19937 rng(12345);
@@ -214,9 +242,14 @@ TEST(Parser, RandomAndMutatedTextNeverCrashesOrLeaks) {
             for (int e = 0; e < edits && !s.empty(); ++e) {
                 size_t at = rng() % s.size();
                 switch (rng() % 3) {
-                    case 0: s.erase(at, 1); break;
-                    case 1: s.insert(at, 1, alphabet[rng() % (sizeof alphabet - 1)]); break;
-                    default: s[at] = alphabet[rng() % (sizeof alphabet - 1)];
+                    case 0:
+                        s.erase(at, 1);
+                        break;
+                    case 1:
+                        s.insert(at, 1, alphabet[rng() % (sizeof alphabet - 1)]);
+                        break;
+                    default:
+                        s[at] = alphabet[rng() % (sizeof alphabet - 1)];
                 }
             }
         } else {
@@ -243,10 +276,12 @@ TEST(Parser, RandomAndMutatedTextNeverCrashesOrLeaks) {
         quiet.clear();
     }
     EXPECT_GT(built, 100);
+    quiet.clear();
     // Huge, long and deeply nested input is read or refused, never a crash.
+    // A number beyond the doubles is refused: it could not be printed back.
     law_holder huge(str_to_law("1E+99999"));
-    ASSERT_TRUE(huge);
-    EXPECT_TRUE(std::isinf(huge->eval(0.0)));
+    EXPECT_FALSE(huge);
+    EXPECT_STREQ(quiet.text(), "Error bad syntax at 1E+99999\n");
     // Without the exponent's sign this is 1 times the variable E99999, which one
     // input cannot feed.
     law_holder var(str_to_law("1E99999"));
