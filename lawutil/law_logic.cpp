@@ -8,6 +8,7 @@
 #include "lawutil/law_data.hpp"
 #include "lawutil/law_unary.hpp"
 #include "lawutil/main_law_arith.hpp"
+#include "lawutil/simplfy.hpp"
 
 LAW_TYPE_DEF(predicate_law)
 LAW_TYPE_DEF(less_than_law)
@@ -743,6 +744,12 @@ int domain_law::take_size() const {
 
 int domain_law::return_size() const {
     return domain_return_size(this);
+}
+
+// domain(A)=A: the restriction only concerns the numerical routines, the value is A's
+law* domain_law::sub_simplify(int, const char*& what) const {
+    if (!subs_ || count_ < 1 || !subs_[0]) return nullptr;
+    return simplify_fired(law_holder::share(subs_[0]).release(), what, "domain(A)=A");
 }
 
 permanent_domain_law::permanent_domain_law(law** parts, int n) : multiple_law(parts, n) {}

@@ -285,6 +285,7 @@ class domain_law : public multiple_law {
     int term_domain(int which, interval& dom) const override;
     int in_domain(const double* x) const override;
     multiple_law* make_one(law** parts, int n) const override;
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     // DOMAIN(F,...)' = DOMAIN(F',...)

@@ -2,6 +2,7 @@
 
 #include "lawutil/law_logic.hpp"
 #include "lawutil/main_law_arith.hpp"
+#include "lawutil/simplfy.hpp"
 
 LAW_TYPE_DEF(vector_law)
 LAW_TYPE_DEF(term_law)
@@ -78,6 +79,17 @@ law* vector_law::deriv(int which) const {
     return VORX_NEW vector_law(d.get(), count_);
 }
 
+// VEC(c) = c for one constant component; a vector of more components keeps its size,
+// even when all are 0 (a scalar 0 would change what evaluate writes).
+law* vector_law::sub_simplify(int, const char*& what) const {
+    if (!subs_ || count_ != 1 || !subs_[0]->isa(constant_law::id())) return nullptr;
+    law* c = law_holder::share(subs_[0]).release();
+    // vec(0)=0
+    if (simplify_is(c, 0.0)) return simplify_fired(c, what, "vec(0)=0");
+    // vec(c)=c
+    return simplify_fired(c, what, "vec(c)=c");
+}
+
 // ================================================================ term_law
 
 term_law::term_law(law** parts, int n) : multiple_law(parts, n) {}
@@ -123,6 +135,18 @@ law* term_law::deriv(int which) const {
     law_holder dv(subs_[0]->derivative(which));
     law* parts[2] = {dv.get(), subs_[1]};
     return VORX_NEW term_law(parts, 2);
+}
+
+// term(vec)=sub: TERM(VEC(A1,...,An),i) = Ai for a constant index that selects a
+// component (an index outside the vector is left to raise when evaluated)
+law* term_law::sub_simplify(int, const char*& what) const {
+    if (!subs_ || count_ != 2 || !subs_[0]->isa(vector_law::id())) return nullptr;
+    double index;
+    if (!simplify_constant(subs_[1], index)) return nullptr;
+    const multiple_law* vec = static_cast<const multiple_law*>(subs_[0]);
+    double k = index - 1.0;
+    if (!vec->fsub() || !(k > -1.0 && k < vec->fsub_num())) return nullptr;
+    return simplify_fired(law_holder::share(vec->fsub()[(int)k]).release(), what, "term(vec)=sub");
 }
 
 // ================================================================ dot_law
@@ -197,6 +221,63 @@ law* dot_law::deriv(int which) const {
     if (left) return left.release();
     if (right) return right.release();
     return VORX_NEW constant_law(0.0);
+}
+
+namespace {
+
+// The zero vector VEC(0,...,0) of two or more components.
+bool zero_vector(const law* l) {
+    if (!l->isa(vector_law::id())) return false;
+    const multiple_law* v = static_cast<const multiple_law*>(l);
+    if (!v->fsub() || v->fsub_num() < 2) return false;
+    for (int i = 0; i < v->fsub_num(); ++i)
+        if (!simplify_is(v->fsub()[i], 0.0)) return false;
+    return true;
+}
+
+// DOT(Z,A) is 0 for a zero vector Z, and for the scalar 0 against a vector A (the scalar
+// multiplies A's first component); DOT(0,A) with A scalar is A, not 0.
+bool dot_zero(const law* z, const law* a) {
+    return zero_vector(z) || (simplify_is(z, 0.0) && a->return_dim() > 1);
+}
+
+}  // namespace
+
+law* dot_law::sub_simplify(int, const char*& what) const {
+    if (!subs_ || count_ != 2) return nullptr;
+    law* a = subs_[0];
+    law* b = subs_[1];
+    // Dot(0,A)=Dot(A,0)=0
+    if (dot_zero(a, b) || dot_zero(b, a))
+        return simplify_fired(VORX_NEW constant_law(0.0), what, "Dot(0,A)=Dot(A,0)=0");
+    // DOT(VEC(A1,...),VEC(B1,...)) = A1*B1+A2*B2+... over the shorter vector; a vector of
+    // one component is a scalar and follows the scalar rules of DOT (a sum of two
+    // scalars, the first component times a scalar)
+    if (!a->isa(vector_law::id()) || !b->isa(vector_law::id())) return nullptr;
+    const multiple_law* va = static_cast<const multiple_law*>(a);
+    const multiple_law* vb = static_cast<const multiple_law*>(b);
+    int na = va->fsub_num();
+    int nb = vb->fsub_num();
+    if (!va->fsub() || !vb->fsub() || na < 1 || nb < 1) return nullptr;
+    law* const* pa = va->fsub();
+    law* const* pb = vb->fsub();
+    law* r;
+    if (na == 1 && nb == 1)
+        r = VORX_NEW plus_law(pa[0], pb[0]);
+    else if (na == 1)
+        r = VORX_NEW times_law(pb[0], pa[0]);
+    else if (nb == 1)
+        r = VORX_NEW times_law(pa[0], pb[0]);
+    else {
+        int n = na < nb ? na : nb;
+        law_holder sum(VORX_NEW times_law(pa[0], pb[0]));
+        for (int i = 1; i < n; ++i) {
+            law_holder product(VORX_NEW times_law(pa[i], pb[i]));
+            sum.reset(VORX_NEW plus_law(sum.get(), product.get()));
+        }
+        r = sum.release();
+    }
+    return simplify_fired(r, what, "dot(vec,vec)");
 }
 
 // ================================================================ registration

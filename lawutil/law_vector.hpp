@@ -19,6 +19,7 @@ class vector_law : public multiple_law {
     void evaluate_with_guess(const double* x, double* y, const double* guess) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     multiple_law* make_one(law** parts, int n) const override;
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -39,6 +40,7 @@ class term_law : public multiple_law {
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     multiple_law* make_one(law** parts, int n) const override;
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -57,6 +59,7 @@ class dot_law : public multiple_law {
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int commutative() const override { return 1; }
     multiple_law* make_one(law** parts, int n) const override;
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;

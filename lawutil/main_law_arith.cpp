@@ -14,6 +14,7 @@
 #include "lawutil/law_unary.hpp"
 #include "lawutil/law_vector.hpp"
 #include "lawutil/main_law.hpp"
+#include "lawutil/simplfy.hpp"
 
 LAW_TYPE_DEF(plus_law)
 LAW_TYPE_DEF(minus_law)
@@ -261,6 +262,116 @@ law* plus_law::deriv(int which) const {
     return VORX_NEW plus_law(da.get(), db.get());
 }
 
+namespace {
+
+bool scalar_law(const law* l) {
+    return l && l->return_dim() == 1;
+}
+
+// c1 * A + c2 * A -> (c1+c2)*A, for two terms of one sum (a term without a constant
+// factor has the factor 1)
+law* like_terms(const law* a, const law* b) {
+    law_holder ra, rb;
+    double ca = simplify_coefficient(a, ra);
+    double cb = simplify_coefficient(b, rb);
+    if (!ra || !rb || !(*ra == *rb)) return nullptr;
+    law_holder c(VORX_NEW constant_law(ca + cb));
+    return VORX_NEW times_law(c.get(), ra.get());
+}
+
+// The argument g of F(g)^2 for the class F; null for any other law.
+template <class F>
+const law* squared_argument(const law* l) {
+    if (!l || !l->isa(exponent_law::id())) return nullptr;
+    const binary_law* p = static_cast<const binary_law*>(l);
+    if (!simplify_is(p->fright(), 2.0) || !p->fleft()->isa(F::id())) return nullptr;
+    return static_cast<const unary_law*>(p->fleft())->fsub();
+}
+
+// c*COS(A)^2 + c*SIN(A)^2 = c, in either order (c = 1 when absent)
+law* unit_circle(const law* a, const law* b) {
+    law_holder ra, rb;
+    double ca = simplify_coefficient(a, ra);
+    double cb = simplify_coefficient(b, rb);
+    if (!ra || !rb || ca != cb) return nullptr;
+    const law* cos_arg = squared_argument<cos_law>(ra.get());
+    const law* sin_arg = squared_argument<sin_law>(rb.get());
+    if (!cos_arg || !sin_arg) {
+        cos_arg = squared_argument<cos_law>(rb.get());
+        sin_arg = squared_argument<sin_law>(ra.get());
+    }
+    if (!cos_arg || !sin_arg || !(*cos_arg == *sin_arg)) return nullptr;
+    return VORX_NEW constant_law(ca);
+}
+
+// VEC(A1,...,An) + VEC(B1,...,Bm) = VEC(A1+B1,...), a component missing from the shorter
+// vector counting as 0 (so the longer one's is kept)
+law* vector_sum(const law* a, const law* b) {
+    if (!a->isa(vector_law::id()) || !b->isa(vector_law::id())) return nullptr;
+    const multiple_law* va = static_cast<const multiple_law*>(a);
+    const multiple_law* vb = static_cast<const multiple_law*>(b);
+    int na = va->fsub_num();
+    int nb = vb->fsub_num();
+    if (!va->fsub() || !vb->fsub() || na < 1 || nb < 1) return nullptr;
+    int n = na > nb ? na : nb;
+    law_array parts(n);
+    for (int i = 0; i < n; ++i) {
+        if (i < na && i < nb)
+            parts.set(i, VORX_NEW plus_law(va->fsub()[i], vb->fsub()[i]));
+        else
+            parts.set(i, law_holder::share(i < na ? va->fsub()[i] : vb->fsub()[i]).release());
+    }
+    return VORX_NEW vector_law(parts.get(), n);
+}
+
+// The factors of a term other than factor `skip`, multiplied; 1 when there is none.
+law* other_factors(const law_chain& factors, int skip) {
+    law* rest = factors.rebuild(-1, nullptr, skip);
+    return rest ? rest : VORX_NEW constant_law(1.0);
+}
+
+// A*B + A*C = A*(B+C), for scalar terms sharing a factor A (a term that is A alone
+// counts as A*1)
+law* factor_out(const law* a, const law* b) {
+    if (!scalar_law(a) || !scalar_law(b)) return nullptr;
+    law_chain fa(a, times_law::id());
+    law_chain fb(b, times_law::id());
+    if (fa.size() == 1 && fb.size() == 1) return nullptr;
+    for (int i = 0; i < fa.size(); ++i)
+        for (int j = 0; j < fb.size(); ++j) {
+            if (!(*fa[i] == *fb[j])) continue;
+            law_holder ra(other_factors(fa, i));
+            law_holder rb(other_factors(fb, j));
+            law_holder sum(VORX_NEW plus_law(ra.get(), rb.get()));
+            return VORX_NEW times_law(fa[i], sum.get());
+        }
+    return nullptr;
+}
+
+}  // namespace
+
+// Like terms, the unit circle, vector sums and common factors are looked for between
+// any two terms of the sum, however it is nested.
+law* plus_law::sub_simplify(int, const char*& what) const {
+    // A + 0 = A
+    if (simplify_is(right_, 0.0))
+        return simplify_fired(law_holder::share(left_).release(), what, "A + 0 = A");
+    // 0 + A = A
+    if (simplify_is(left_, 0.0))
+        return simplify_fired(law_holder::share(right_).release(), what, "0 + A = A");
+    law_chain terms(this);
+    // c1 * A + c2 * A -> (c1+c2)*A
+    if (law* r = terms.combine_pairs(like_terms))
+        return simplify_fired(r, what, "c1 * A + c2 * A -> (c1+c2)*A");
+    // COS(A)^2 + SIN(A)^2 = 1
+    if (law* r = terms.combine_pairs(unit_circle)) return simplify_fired(r, what, "cos^2+sin^2=1");
+    // VEC(A1,...) + VEC(B1,...) = VEC(A1+B1,...)
+    if (law* r = terms.combine_pairs(vector_sum)) return simplify_fired(r, what, "vec+vec=vec");
+    // A*B + A*C = A*(B+C)
+    if (law* r = terms.combine_pairs(factor_out)) return simplify_fired(r, what, "Factoring");
+    return nullptr;
+}
+
 // ================================================================ minus_law
 
 minus_law::minus_law(law* left, law* right) : binary_law(left, right) {}
@@ -290,6 +401,14 @@ law* minus_law::deriv(int which) const {
     law_holder da(left_->derivative(which));
     law_holder db(right_->derivative(which));
     return VORX_NEW minus_law(da.get(), db.get());
+}
+
+// B - A = B + (-1) * A: sums are the normal form; the phase that ends simplification
+// turns (-1)*A back into a subtraction.
+law* minus_law::sub_simplify(int, const char*& what) const {
+    law_holder minus_one(VORX_NEW constant_law(-1.0));
+    law_holder negated(VORX_NEW times_law(minus_one.get(), right_));
+    return simplify_fired(VORX_NEW plus_law(left_, negated.get()), what, "B - A = B + (-1) * A");
 }
 
 // ================================================================ times_law
@@ -323,6 +442,88 @@ law* times_law::deriv(int which) const {
     law_holder first(VORX_NEW times_law(da.get(), right_));
     law_holder second(VORX_NEW times_law(db.get(), left_));
     return VORX_NEW plus_law(first.get(), second.get());
+}
+
+namespace {
+
+// A factor as base^exponent: B^E gives B and E, any other law itself with no exponent
+// (it counts as exponent 1).
+law* power_base(law* f, law*& exponent) {
+    if (f->isa(exponent_law::id())) {
+        const binary_law* p = static_cast<const binary_law*>(f);
+        exponent = p->fright();
+        return p->fleft();
+    }
+    exponent = nullptr;
+    return f;
+}
+
+// B + C over two exponents, either of which may be absent (1); constants add at once.
+law* exponent_sum(const law* b, const law* c) {
+    double vb = 1.0, vc = 1.0;
+    bool cb = !b || simplify_constant(b, vb);
+    bool cc = !c || simplify_constant(c, vc);
+    if (cb && cc) return VORX_NEW constant_law(vb + vc);
+    law_holder lb(b ? law_holder::share(b).release() : VORX_NEW constant_law(1.0));
+    law_holder lc(c ? law_holder::share(c).release() : VORX_NEW constant_law(1.0));
+    return VORX_NEW plus_law(lb.get(), lc.get());
+}
+
+// A^B * A^C -> A^(B+C), for two scalar factors of one product over the same base (a
+// factor without an exponent counts as A^1).  Where A < 0 both exponents are integers
+// or the product raises, so A^(B+C) is defined wherever the product is.
+law* merge_powers(law* f1, law* f2) {
+    if (f1->return_dim() != 1 || f2->return_dim() != 1) return nullptr;
+    if (f1->isa(constant_law::id()) && f2->isa(constant_law::id())) return nullptr;
+    law* b;
+    law* c;
+    law* base1 = power_base(f1, b);
+    law* base2 = power_base(f2, c);
+    if (!(*base1 == *base2)) return nullptr;
+    law_holder sum(exponent_sum(b, c));
+    return VORX_NEW exponent_law(base1, sum.get());
+}
+
+// f*VEC(A,B,...) = VEC(f*A,f*B,...) for a scalar f and a vector of two or more
+// components (a vector of one is a scalar)
+law* scaled_vector(law* f, law* v) {
+    if (f->return_dim() != 1 || !v->isa(vector_law::id())) return nullptr;
+    const multiple_law* vec = static_cast<const multiple_law*>(v);
+    int n = vec->fsub_num();
+    if (!vec->fsub() || n < 2) return nullptr;
+    law_array parts(n);
+    for (int i = 0; i < n; ++i) parts.set(i, VORX_NEW times_law(f, vec->fsub()[i]));
+    return VORX_NEW vector_law(parts.get(), n);
+}
+
+}  // namespace
+
+law* times_law::sub_simplify(int, const char*& what) const {
+    // 0 * A = 0, and A * 0 = 0; the zero keeps the product's size (0*VEC(A,B,C) is
+    // VEC(0,0,0))
+    if (simplify_is(left_, 0.0) || simplify_is(right_, 0.0))
+        return simplify_fired(simplify_zero_like(this), what, "0 * A = 0");
+    // 1 * A = A
+    if (simplify_is(left_, 1.0))
+        return simplify_fired(law_holder::share(right_).release(), what, "1 * A = A");
+    // A * 1 = A
+    if (simplify_is(right_, 1.0))
+        return simplify_fired(law_holder::share(left_).release(), what, "A * 1 = A");
+    // A^B * A^C -> A^(B+C), between any two factors of the product
+    law_chain factors(this);
+    if (law* r = factors.combine_pairs(merge_powers))
+        return simplify_fired(r, what, "A^B * A^C -> A^(B+C)");
+    // (-A)*(-B) = A*B
+    if (left_->isa(negate_law::id()) && right_->isa(negate_law::id())) {
+        law* a = static_cast<const unary_law*>(left_)->fsub();
+        law* b = static_cast<const unary_law*>(right_)->fsub();
+        return simplify_fired(VORX_NEW times_law(a, b), what, "-A*-B=A*B");
+    }
+    // f*VEC(A,...) = VEC(f*A,...), and VEC(A,...)*f likewise
+    law* r = scaled_vector(left_, right_);
+    if (!r) r = scaled_vector(right_, left_);
+    if (r) return simplify_fired(r, what, "f*vec");
+    return nullptr;
 }
 
 // ================================================================ division_law
@@ -375,6 +576,14 @@ law* division_law::deriv(int which) const {
     law_holder two(VORX_NEW constant_law(2.0));
     law_holder den(VORX_NEW exponent_law(right_, two.get()));
     return VORX_NEW division_law(num.get(), den.get());
+}
+
+// A/B=A*B^(-1): products are the normal form.  Where |B| < 1e-15 the product is the plain
+// quotient, without the zero-over-zero step or the clamped vector denominator.
+law* division_law::sub_simplify(int, const char*& what) const {
+    law_holder minus_one(VORX_NEW constant_law(-1.0));
+    law_holder inverse(VORX_NEW exponent_law(right_, minus_one.get()));
+    return simplify_fired(VORX_NEW times_law(left_, inverse.get()), what, "A/B=A*B^(-1)");
 }
 
 // ================================================================ exponent_law
@@ -437,6 +646,63 @@ law* exponent_law::deriv(int which) const {
     return VORX_NEW plus_law(first.get(), second.get());
 }
 
+namespace {
+
+bool integer_value(const law* l) {
+    double v;
+    return simplify_constant(l, v) && v == std::trunc(v);
+}
+
+// B*C over two exponents; constants multiply at once.
+law* exponent_product(law* b, law* c) {
+    double vb, vc;
+    if (simplify_constant(b, vb) && simplify_constant(c, vc)) return VORX_NEW constant_law(vb * vc);
+    return VORX_NEW times_law(b, c);
+}
+
+bool positive_constant(const law* l) {
+    double v;
+    return simplify_constant(l, v) && v > 0.0;
+}
+
+}  // namespace
+
+law* exponent_law::sub_simplify(int, const char*& what) const {
+    if (left_->return_dim() != 1 || right_->return_dim() != 1) return nullptr;
+    // A^0=1
+    if (simplify_is(right_, 0.0)) return simplify_fired(VORX_NEW constant_law(1.0), what, "A^0=1");
+    // A ^ 1 = A
+    if (simplify_is(right_, 1.0))
+        return simplify_fired(law_holder::share(left_).release(), what, "A ^ 1 = A");
+    // (A^B)^C=A^(B*C), where C is an integer or B a constant other than an even integer:
+    // (A^2)^0.5 is |A|, not A
+    if (left_->isa(exponent_law::id())) {
+        const binary_law* inner = static_cast<const binary_law*>(left_);
+        law* b = inner->fright();
+        double vb;
+        bool even_b = simplify_constant(b, vb) && vb == std::trunc(vb) && std::fmod(vb, 2.0) == 0.0;
+        if (integer_value(right_) || (b->isa(constant_law::id()) && !even_b)) {
+            law_holder bc(exponent_product(b, right_));
+            return simplify_fired(VORX_NEW exponent_law(inner->fleft(), bc.get()), what,
+                                  "(A^B)^C=A^(B*C)");
+        }
+    }
+    // (A*B)^n=A^n*B^n, where n is an integer or A or B a positive constant, so that both
+    // powers are defined wherever (A*B)^n is
+    if (left_->isa(times_law::id()) && right_->isa(constant_law::id())) {
+        const binary_law* product = static_cast<const binary_law*>(left_);
+        law* a = product->fleft();
+        law* b = product->fright();
+        if (a->return_dim() == 1 && b->return_dim() == 1 &&
+            (integer_value(right_) || positive_constant(a) || positive_constant(b))) {
+            law_holder an(VORX_NEW exponent_law(a, right_));
+            law_holder bn(VORX_NEW exponent_law(b, right_));
+            return simplify_fired(VORX_NEW times_law(an.get(), bn.get()), what, "(A*B)^n=A^n*B^n");
+        }
+    }
+    return nullptr;
+}
+
 // ================================================================ negate_law
 
 negate_law::negate_law(law* sub) : unary_law(sub) {}
@@ -468,6 +734,13 @@ law* negate_law::deriv(int which) const {
     // (-A)' = -A'
     law_holder d(sub_->derivative(which));
     return VORX_NEW negate_law(d.get());
+}
+
+// -(A)=(-1)*A, always: products are the normal form; the phase that ends simplification
+// turns (-1)*A back into -A.
+law* negate_law::sub_simplify(int, const char*& what) const {
+    law_holder minus_one(VORX_NEW constant_law(-1.0));
+    return simplify_fired(VORX_NEW times_law(minus_one.get(), sub_), what, "-(A)=(-1)*A");
 }
 
 // ================================================================ composite_law
@@ -585,6 +858,79 @@ int composite_law::take_size() const {
 
 int composite_law::return_size() const {
     return left_ ? left_->return_dim() : 1;
+}
+
+namespace {
+
+// Recognises a + b*V for a variable V (a = 0 and b = 1 where absent): V, b*V, a+V,
+// a+b*V and the same with the constant on the right.
+bool linear_form(const law* l, double& a, double& b, const identity_law*& var) {
+    a = 0.0;
+    b = 1.0;
+    if (l->isa(plus_law::id())) {
+        const binary_law* p = static_cast<const binary_law*>(l);
+        const law* rest;
+        if (simplify_constant(p->fleft(), a))
+            rest = p->fright();
+        else if (simplify_constant(p->fright(), a))
+            rest = p->fleft();
+        else
+            return false;
+        double ignored;
+        return linear_form(rest, ignored, b, var) && ignored == 0.0;
+    }
+    if (l->isa(times_law::id())) {
+        const binary_law* t = static_cast<const binary_law*>(l);
+        const law* rest;
+        if (simplify_constant(t->fleft(), b))
+            rest = t->fright();
+        else if (simplify_constant(t->fright(), b))
+            rest = t->fleft();
+        else
+            return false;
+        if (!rest->isa(identity_law::id())) return false;
+        var = static_cast<const identity_law*>(rest);
+        return true;
+    }
+    if (!l->isa(identity_law::id())) return false;
+    var = static_cast<const identity_law*>(l);
+    return true;
+}
+
+}  // namespace
+
+law* composite_law::sub_simplify(int, const char*& what) const {
+    // C O A = C
+    if (left_->isa(constant_law::id()))
+        return simplify_fired(law_holder::share(left_).release(), what, "CoA=C");
+    // A O X = A, for an outer law that reads no input but the first (A O X with A reading
+    // Y would read 0 for Y)
+    if (right_->isa(identity_law::id()) &&
+        static_cast<const identity_law*>(right_)->fwhich() == 0 && left_->take_dim() <= 1)
+        return simplify_fired(law_holder::share(left_).release(), what, "AoX=A");
+    // (a1+b1*X) O (a2+b2*V) = (a1+b1*a2) + (b1*b2)*V
+    double a1, b1, a2, b2;
+    const identity_law* outer_var = nullptr;
+    const identity_law* inner_var = nullptr;
+    if (linear_form(left_, a1, b1, outer_var) && outer_var->fwhich() == 0 &&
+        linear_form(right_, a2, b2, inner_var)) {
+        law_holder c1(VORX_NEW constant_law(a1 + b1 * a2));
+        law_holder c2(VORX_NEW constant_law(b1 * b2));
+        law_holder slope(VORX_NEW times_law(c2.get(), const_cast<identity_law*>(inner_var)));
+        return simplify_fired(VORX_NEW plus_law(c1.get(), slope.get()), what, "LoL=L");
+    }
+    // VEC(A,B,...) O f = VEC(A O f,B O f,...)
+    if (left_->isa(vector_law::id())) {
+        const multiple_law* vec = static_cast<const multiple_law*>(left_);
+        int n = vec->fsub_num();
+        if (vec->fsub() && n >= 1) {
+            law_array parts(n);
+            for (int i = 0; i < n; ++i)
+                parts.set(i, VORX_NEW composite_law(vec->fsub()[i], right_));
+            return simplify_fired(VORX_NEW vector_law(parts.get(), n), what, "vec o f = vec");
+        }
+    }
+    return nullptr;
 }
 
 // ================================================================ named constants

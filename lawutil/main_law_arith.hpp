@@ -16,6 +16,7 @@ class plus_law : public binary_law {
     int associative() const override { return 1; }
     int commutative() const override { return 1; }
     binary_law* make_one(law* left, law* right) const override;
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -30,6 +31,7 @@ class minus_law : public binary_law {
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 5; }
     binary_law* make_one(law* left, law* right) const override;
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -46,6 +48,7 @@ class times_law : public binary_law {
     int associative() const override { return 1; }
     int commutative() const override { return 1; }
     binary_law* make_one(law* left, law* right) const override;
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -62,6 +65,7 @@ class division_law : public binary_law {
     int precedence() const override { return 6; }
     int in_domain(const double* x) const override;
     binary_law* make_one(law* left, law* right) const override;
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -78,6 +82,7 @@ class exponent_law : public binary_law {
     int precedence() const override { return 7; }
     int in_domain(const double* x) const override;
     binary_law* make_one(law* left, law* right) const override;
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -91,6 +96,7 @@ class negate_law : public unary_law {
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     unary_law* make_one(law* sub) const override;
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -111,6 +117,7 @@ class composite_law : public binary_law {
     law* enable_branching() const override;
     int branches() const override;
     binary_law* make_one(law* outer, law* inner) const override;
+    law* sub_simplify(int level, const char*& what) const override;
 
   protected:
     law* deriv(int which) const override;

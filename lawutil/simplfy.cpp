@@ -9,15 +9,26 @@
 // simplification (a derivative taken while folding a 0/0) counts from 0 and leaves the
 // outer count as it was.
 //
-// Caching: the per-law cache holds the result of a whole law_simplify (law::simplify).
-// Pass-level caching, where every node would remember its form after each phase, is
-// off: one law has a single cache slot, and a pass's form is not the final one.  Every
-// pass therefore walks the whole tree, which costs little against the tree sizes that
-// derivatives produce.
+// Caching.  The per-law cache (law::simplified, law::simplify_level) holds the result
+// of a whole simplification.  Every node of a result is marked as its own simplified
+// form at the level it was made: rules are local, so a subtree of a finished form is
+// finished too.  A pass does not walk into a finished node of more than small_tree
+// nodes (its rules still apply to the node itself, so it can take part in its new
+// parent's rules), and a node whose cached form is another law is replaced by that form.
+// Derivatives are built from finished derivatives, so each one costs the size of what is new, not
+// of the whole tree.  Within one pass, a node shared by several parents is simplified once and its
+// result shared. Per-phase marks are not kept: a law has one cache slot, and the form of one phase
+// is not the final one.
+//
+// Sizes.  Rules that look at pairs of operands of a chain (A+B+C+..., A*B*C*...) see at
+// most max_chain operands; a longer chain is seen as its two operands, so the pair
+// search stays quadratic in a bounded number.
 #include "lawutil/simplfy.hpp"
 
 #include <cmath>
 #include <cstring>
+#include <functional>
+#include <unordered_map>
 #include <utility>
 
 #include "base/output.hpp"
@@ -37,19 +48,66 @@ SRule* list_tail[3];
 // steps instead of running for ever.  Sound rules never come near it.
 constexpr int max_steps = 500;
 
+// Longest chain whose operands the pair rules see one by one.
+constexpr int max_chain = 64;
+
+// A finished subtree of at most this many nodes is walked like any other: it is cheap,
+// and its parts then take the forms of the running phase, so they compare equal to the
+// same parts built afresh elsewhere in the tree.
+constexpr int small_tree = 256;
+
+// The results of one pass for the nodes that have several owners, so a shared subtree
+// is simplified once per pass and stays shared.  Holds one use of each result.
+class pass_memo {
+  public:
+    pass_memo() = default;
+    ~pass_memo() {
+        for (auto& e : map_) e.second->remove();
+    }
+    pass_memo(const pass_memo&) = delete;
+    pass_memo& operator=(const pass_memo&) = delete;
+    // The result recorded for `l` with a use for the caller, or null.
+    law* find(const law* l) const {
+        auto it = map_.find(l);
+        return it == map_.end() ? nullptr : law_holder::share(it->second).release();
+    }
+    void record(const law* l, law* result) {
+        result->add();
+        map_.emplace(l, result);
+    }
+
+  private:
+    std::unordered_map<const law*, law*, std::hash<const law*>, std::equal_to<const law*>,
+                       vorx_std_allocator<std::pair<const law* const, law*>>>
+        map_;
+};
+
+// Whether each finished node met so far by one law_simplify is small.
+typedef std::unordered_map<const law*, bool, std::hash<const law*>, std::equal_to<const law*>,
+                           vorx_std_allocator<std::pair<const law* const, bool>>>
+    size_memo;
+
 struct simplify_state {
     int counter = 0;
     int trace = 0;
+    int level = 1;
+    pass_memo* memo = nullptr;
+    size_memo* sizes = nullptr;
+    bool in_small = false;  // walking inside a small finished subtree
 };
 thread_local simplify_state state;
 
-// The state of one law_simplify: a fresh counter and its trace level, the caller's state
-// restored on the way out (also when an error passes).
+// The state of one law_simplify: a fresh counter, its trace and level, the caller's
+// state restored on the way out (also when an error passes).
 class state_scope {
   public:
-    explicit state_scope(int trace) : saved_(state) {
+    state_scope(int level, int trace) : saved_(state) {
         state.counter = 0;
         state.trace = trace;
+        state.level = level;
+        state.memo = nullptr;
+        state.sizes = &sizes_;
+        state.in_small = false;
     }
     ~state_scope() { state = saved_; }
     state_scope(const state_scope&) = delete;
@@ -57,7 +115,75 @@ class state_scope {
 
   private:
     simplify_state saved_;
+    size_memo sizes_;
 };
+
+// The per-law cache fields are protected members of law; a class derived from law may
+// name them, and hands the simplifier pointers to them.
+struct cache_slots : law {
+    static constexpr law* law::*form = &cache_slots::simplified;
+    static constexpr int law::*made_at = &cache_slots::simplify_level;
+};
+
+// The finished form of `l` at the running level: `l` itself when it is marked as its
+// own simplified form, the cached form when that is another law; null when there is
+// none at this level.
+const law* finished_form(const law* l) {
+    const law* f = l->*cache_slots::form;
+    return f && l->*cache_slots::made_at >= state.level ? f : nullptr;
+}
+
+// The number of nodes of the tree `l` (a shared node counted at each place), or a
+// number above `limit` as soon as it has more.
+int tree_size(const law* l, int limit) {
+    int n = 1;
+    if (n > limit) return n;
+    if (l->isa(binary_law::id())) {
+        const binary_law* b = static_cast<const binary_law*>(l);
+        if (b->fleft()) n += tree_size(b->fleft(), limit - n);
+        if (n <= limit && b->fright()) n += tree_size(b->fright(), limit - n);
+    } else if (l->isa(unary_law::id())) {
+        const law* sub = static_cast<const unary_law*>(l)->fsub();
+        if (sub) n += tree_size(sub, limit - n);
+    } else if (l->isa(multiple_law::id())) {
+        const multiple_law* ml = static_cast<const multiple_law*>(l);
+        for (int i = 0; i < ml->fsub_num() && n <= limit; ++i)
+            if (ml->fsub() && ml->fsub()[i]) n += tree_size(ml->fsub()[i], limit - n);
+    }
+    return n;
+}
+
+// True when the finished node `l` is small enough to be walked.
+bool small_finished(const law* l) {
+    auto it = state.sizes->find(l);
+    if (it != state.sizes->end()) return it->second;
+    bool small = tree_size(l, small_tree) <= small_tree;
+    state.sizes->emplace(l, small);
+    return small;
+}
+
+// Marks every node of `l` as its own simplified form at `level`, down to the nodes
+// already finished at that level.  A node whose cache holds another law keeps it.
+void mark_finished(const law* l, int level) {
+    law* m = const_cast<law*>(l);
+    if (m->*cache_slots::form == nullptr)
+        m->*cache_slots::form = m;
+    else if (m->*cache_slots::form != m || m->*cache_slots::made_at >= level)
+        return;
+    m->*cache_slots::made_at = level;
+    if (l->isa(binary_law::id())) {
+        const binary_law* b = static_cast<const binary_law*>(l);
+        if (b->fleft()) mark_finished(b->fleft(), level);
+        if (b->fright()) mark_finished(b->fright(), level);
+    } else if (l->isa(unary_law::id())) {
+        const law* sub = static_cast<const unary_law*>(l)->fsub();
+        if (sub) mark_finished(sub, level);
+    } else if (l->isa(multiple_law::id())) {
+        const multiple_law* ml = static_cast<const multiple_law*>(l);
+        for (int i = 0; i < ml->fsub_num(); ++i)
+            if (ml->fsub() && ml->fsub()[i]) mark_finished(ml->fsub()[i], level);
+    }
+}
 
 // The text of a law for the trace, freed when it goes.
 class law_text {
@@ -115,7 +241,7 @@ bool library_class(const law* l) {
 // Errors of the evaluation (LN(0)) pass to the caller.
 law* fold(const law* l) {
     if (l->return_dim() != 1 || l->take_dim() != 0 || !library_class(l)) return nullptr;
-    // No input is read; the array only keeps a careless class from reading nothing.
+    // take_dim is 0, so no input is read; the zeros guard a class that reads one anyway.
     double dummy[4] = {0.0, 0.0, 0.0, 0.0};
     double v = l->evaluateM_R(dummy);
     if (!std::isfinite(v)) return nullptr;
@@ -203,16 +329,30 @@ law* pass_children(const law* l, int phase) {
 
 // One pass of phase `phase` over the tree: the children first, then every rule of the
 // phase once, in list order, each on the law the previous ones left.  Answers the law
-// itself (shared) when nothing changed.
+// itself (shared) when nothing changed.  A finished node is not walked into.
 law* simplify_pass(const law* in, int phase) {
-    law_holder cur = law_holder::share(in);
-    if (!complete(cur.get())) return cur.release();
+    if (!complete(in)) return law_holder::share(in).release();
+    bool shared = in->ref_count() > 1 && state.memo;
+    if (shared) {
+        if (law* done = state.memo->find(in)) return done;
+    }
     ++state.counter;
-    if (state.trace > 2) trace_law("working on %s %d\n", cur.get());
-    law_holder rebuilt(pass_children(cur.get(), phase));
-    if (rebuilt) {
-        cur = std::move(rebuilt);
-        if (state.trace > 2) trace_law("answer %s %d\n", cur.get());
+    if (state.trace > 2) trace_law("working on %s %d\n", in);
+    const law* finished = state.in_small ? nullptr : finished_form(in);
+    law_holder cur = law_holder::share(finished ? finished : in);
+    bool small = finished && small_finished(finished);
+    if (!finished || small) {
+        bool outer_small = state.in_small;
+        state.in_small = outer_small || small;
+        struct restore {
+            bool value;
+            ~restore() { state.in_small = value; }
+        } back{outer_small};
+        law_holder rebuilt(pass_children(cur.get(), phase));
+        if (rebuilt) {
+            cur = std::move(rebuilt);
+            if (state.trace > 2) trace_law("answer %s %d\n", cur.get());
+        }
     }
     for (const SRule* r = SRule::head(phase); r; r = r->fnext()) {
         law_holder next(r->apply(cur.get()));
@@ -220,7 +360,20 @@ law* simplify_pass(const law* in, int phase) {
         trace_rule(r->fname(), cur.get(), next.get());
         cur = std::move(next);
     }
+    if (shared) state.memo->record(in, cur.get());
     return cur.release();
+}
+
+// One pass over the whole tree, with its memo of shared nodes.
+law* whole_pass(const law* in, int phase) {
+    pass_memo memo;
+    pass_memo* outer = state.memo;
+    state.memo = &memo;
+    struct restore {
+        pass_memo* outer;
+        ~restore() { state.memo = outer; }
+    } back{outer};
+    return simplify_pass(in, phase);
 }
 
 // ================================================================ phase 0
@@ -257,15 +410,18 @@ law* unary_fold_rule(law* l) {
     return fold(l);
 }
 
-// In a chain of one associative and commutative operator holding two or more constants,
-// the constants fold into one at the front: C1 op A op C2 = (C1 op C2) op A.
+// In a chain of one associative and commutative operator, the constants fold into one
+// that stands at the front, the chain's left operand: C1 op A op C2 = (C1 op C2) op A,
+// and (A op C) op B = C op (A op B), so that the constant of a product is where the
+// sign rules of the last phase look for it.
 law* fold_chain_constants(const binary_law* b) {
     if (!b->associative() || !b->commutative()) return nullptr;
     law_chain chain(b);
     int n = chain.size();
     int constants = 0;
     for (int i = 0; i < n; ++i) constants += is_constant(chain[i]);
-    if (constants < 2 || !library_class(b)) return nullptr;
+    if (constants == 0 || (constants == 1 && is_constant(b->fleft()))) return nullptr;
+    if (!library_class(b)) return nullptr;
     law_holder acc;
     law_array rest(n);
     int k = 0;
@@ -479,19 +635,23 @@ const SRule* SRule::head(int phase) {
 
 // ================================================================ law_simplify
 
+// Phase 0 (and, from level 2, phase 1 after it) until a round changes nothing, then
+// phase 2 until a pass changes nothing.  A round ends the loop only when neither of its
+// passes changed the law: a factoring pass with nothing to do does not stop phase 0
+// while it still has work.
 law* law_simplify(const law* in, int level, int trace) {
     if (!in) return nullptr;
     (void)rules_at_load;
-    state_scope scope(trace);
+    state_scope scope(level, trace);
     if (trace) trace_law("\nSimplify %s\n", in);
     law_holder cur = law_holder::share(in);
     for (int round = 0; round < max_steps; ++round) {
-        law_holder next(simplify_pass(cur.get(), 0));
+        law_holder next(whole_pass(cur.get(), 0));
         bool changed = next.get() != cur.get();
         cur = std::move(next);
         if (trace > 2) trace_law("big answer %s %d\n", cur.get());
         if (level > 1) {
-            law_holder factored(simplify_pass(cur.get(), 1));
+            law_holder factored(whole_pass(cur.get(), 1));
             changed = changed || factored.get() != cur.get();
             cur = std::move(factored);
             if (trace > 2) trace_law("big answer %s %d\n", cur.get());
@@ -503,13 +663,14 @@ law* law_simplify(const law* in, int level, int trace) {
         vorx_printf("\nPost Simplify\n");
     }
     for (int round = 0; round < max_steps; ++round) {
-        law_holder next(simplify_pass(cur.get(), 2));
+        law_holder next(whole_pass(cur.get(), 2));
         bool changed = next.get() != cur.get();
         cur = std::move(next);
         if (trace > 2) trace_law("big answer %s %d\n", cur.get());
         if (!changed) break;
     }
     if (trace) vorx_printf("\n");
+    mark_finished(cur.get(), level);
     return cur.release();
 }
 
@@ -523,13 +684,11 @@ law* law::simplify(int level, int trace) const {
         return simplified;
     }
     law_holder s(law_simplify(this, level, trace));
+    // Marked as finished by law_simplify: this law is part of its form (or is it).
+    if (simplified == this && simplify_level >= level) return s.release();
     if (s.get() != this && *s == *this) s = law_holder::share(this);
     store_cached(simplified, s.get());
     simplify_level = level;
-    if (s.get() != this && !s->simplified) {
-        s->simplified = s.get();
-        s->simplify_level = level;
-    }
     return s.release();
 }
 
@@ -697,14 +856,40 @@ law* simplify_zero_like(const law* like) {
     return VORX_NEW vector_law(parts.get(), n);
 }
 
-law_chain::law_chain(const binary_law* l) : op_(l), items_(get_asso_list(l, &n_)) {}
+namespace {
 
-law_chain::law_chain(const law* l, int type_id) : op_(nullptr), items_(nullptr), n_(0) {
+// The operands of `l` through nested laws of class `type`, into out[k...]; false when
+// there are more than max_chain of them.
+bool gather(law* l, int type, law** out, int& k) {
+    if (l->type() != type || !l->isa(binary_law::id())) {
+        if (k == max_chain) return false;
+        out[k++] = l;
+        return true;
+    }
+    const binary_law* b = static_cast<const binary_law*>(l);
+    return gather(b->fleft(), type, out, k) && gather(b->fright(), type, out, k);
+}
+
+}  // namespace
+
+law_chain::law_chain(const binary_law* l)
+    : op_(l), items_(VORX_ALLOC_ARRAY(law*, max_chain)), n_(0) {
+    if (!gather(l->fleft(), l->type(), items_, n_) || !gather(l->fright(), l->type(), items_, n_)) {
+        // Too long to pair every operand: the chain is seen as its two operands.
+        items_[0] = l->fleft();
+        items_[1] = l->fright();
+        n_ = 2;
+    }
+}
+
+law_chain::law_chain(const law* l, int type_id)
+    : op_(nullptr), items_(VORX_ALLOC_ARRAY(law*, max_chain)), n_(0) {
     if (l->type() == type_id && l->isa(binary_law::id())) {
+        law_chain whole(static_cast<const binary_law*>(l));
         op_ = static_cast<const binary_law*>(l);
-        items_ = get_asso_list(op_, &n_);
+        for (int i = 0; i < whole.size(); ++i) items_[i] = whole[i];
+        n_ = whole.size();
     } else {
-        items_ = VORX_ALLOC_ARRAY(law*, 1);
         items_[0] = const_cast<law*>(l);
         n_ = 1;
     }

@@ -87,7 +87,9 @@ double simplify_coefficient(const law* l, law_holder& rest);
 law* simplify_zero_like(const law* like);
 
 // The operands of a chain of one associative binary operation, flattened: (A+B)+(C+D)
-// reads A, B, C, D.  The chain's law keeps its operands alive; no reference is taken.
+// reads A, B, C, D.  A chain of more than 64 operands is read as its two operands, so
+// that the pair rules stay cheap on huge sums and products.  The chain's law keeps its
+// operands alive; no reference is taken.
 class law_chain {
   public:
     explicit law_chain(const binary_law* l);

@@ -43,30 +43,12 @@ std::string simplified(const char* text, int level = 1) {
     return text_of(s.get());
 }
 
-// The rule names a trace of level 1 shows, in order.
-std::vector<std::string> fired_rules(const char* text, int level = 1) {
+// True when a trace of level 1 shows `rule` firing: its line starts with the name.
+bool fires(const char* text, const char* rule, int level = 1) {
     law_holder l = parse(text);
     output_capture out;
     law_holder s(law_simplify(l.get(), level, 1));
-    std::vector<std::string> names;
-    std::string t = out.text();
-    // A rule line is the name, padded to column 20, then "old -> new ".
-    size_t pos = 0;
-    while ((pos = t.find(" -> ", pos)) != std::string::npos) {
-        size_t start = t.rfind("\n", pos);
-        start = start == std::string::npos ? 0 : start + 1;
-        std::string line = t.substr(start, pos - start);
-        names.push_back(line.substr(
-            0, line.find("  ") == std::string::npos ? line.rfind(' ') : line.find("  ")));
-        pos += 4;
-    }
-    return names;
-}
-
-bool fires(const char* text, const char* rule, int level = 1) {
-    for (const std::string& n : fired_rules(text, level))
-        if (n.find(rule) == 0) return true;
-    return false;
+    return std::string(out.text()).find("\n" + std::string(rule) + " ") != std::string::npos;
 }
 
 int error_of(const std::function<void()>& f) {
@@ -97,13 +79,13 @@ TEST_P(Simplify, ReachesTheExpectedForm) {
     }
 }
 
+// The cases of the rule table, and the rules working together over whole trees.  Each
+// class rule is also taken alone below (ClassRule).
 const simplify_row simplify_rows[] = {
     {"A + 0 = A", "X+0", "X", 1},
-    {"0 + A = A", "0+X", "X", 1},
     {"0 * A = 0", "0*X", "0", 1},
     {"0 * A = 0", "X*0", "0", 1},
     {"0 * A = 0", "0*VEC(X,Y,Z)", "VEC(0,0,0)", 1},
-    {"1 * A = A", "1*SIN(X)", "SIN(X)", 1},
     {"A ^ 1 = A", "X^1", "X", 1},
     {"A^0=1", "X^0", "1", 1},
     {"C op C = C", "3+4", "7", 1},
@@ -116,42 +98,20 @@ const simplify_row simplify_rows[] = {
     {"A op C = C op A", "X*3", "3*X", 1},
     {"B - A = B + (-1) * A", "X-Y", "X-Y", 1},
     {"A+-(B)=A-B", "X-SIN(Y)", "X-SIN(Y)", 1},
-    {"c1 * A + c2 * A -> (c1+c2)*A", "2*X+3*X", "5*X", 1},
     {"c1 * A + c2 * A -> (c1+c2)*A", "X+Y+X", "2*X+Y", 1},
-    {"c1 * A + c2 * A -> (c1+c2)*A", "X-X", "0", 1},
     {"c1 * A + c2 * A -> (c1+c2)*A", "X*Y-Y*X", "0", 1},
-    {"cos^2+sin^2=1", "COS(X)^2+SIN(X)^2", "1", 1},
     {"cos^2+sin^2=1", "3*SIN(2*X)^2+Y+3*COS(2*X)^2", "3+Y", 1},
     {"vec+vec=vec", "VEC(X,1)+VEC(2,Y,3)", "VEC(2+X,1+Y,3)", 1},
-    {"Factoring", "X*Y+X*Z", "X*(Y+Z)", 1},
     {"Factoring", "SIN(X)+SIN(X)*Y", "SIN(X)*(1+Y)", 1},
-    {"A^B * A^C -> A^(B+C)", "X^2*X^3", "X^5", 1},
     {"A^B * A^C -> A^(B+C)", "X*Y*X", "X^2*Y", 1},
-    {"A^B * A^C -> A^(B+C)", "X^Y*X^Z", "X^(Y+Z)", 1},
     {"f*vec", "SIN(X)*VEC(X,2)", "VEC(SIN(X)*X,2*SIN(X))", 1},
-    {"A/B=A*B^(-1)", "X/Y", "X*Y^-1", 1},
     {"A/B=A*B^(-1)", "2*X/X", "2", 1},
-    {"(A^B)^C=A^(B*C)", "(X^2)^3", "X^6", 1},
     {"(A^B)^C=A^(B*C)", "(X^0.5)^3", "X^1.5", 1},
     {"(A*B)^n=A^n*B^n", "(2*X)^3", "8*X^3", 1},
-    {"(A*B)^n=A^n*B^n", "(X*Y)^-1", "X^-1*Y^-1", 1},
-    {"-(A)=(-1)*A", "-SIN(X)", "-SIN(X)", 1},
-    {"CoA=C", "3 O SIN(X)", "3", 1},
-    {"AoX=A", "SIN(X) O X", "SIN(X)", 1},
     {"LoL=L", "(1+2*X) O (3+4*Y)", "7+8*Y", 1},
     {"vec o f = vec", "VEC(X+1,2*X) O Y", "VEC(1+Y,2*Y)", 1},
-    {"sin(-CA)=-sin(CA)", "SIN(-X)", "-SIN(X)", 1},
     {"sin(-CA)=-sin(CA)", "SIN(-2*X)", "-SIN(2*X)", 1},
-    {"cos(-CA)=cos(CA)", "COS(-3*X)", "COS(3*X)", 1},
-    {"sqrt(x)=x^.5", "SQRT(X)", "X^0.5", 1},
-    {"vec(0)=0", "VEC(0)", "0", 1},
-    {"vec(c)=c", "VEC(3)", "3", 1},
-    {"term(vec)=sub", "TERM(VEC(X,Y,Z),2)", "Y", 1},
-    {"dot(vec,vec)", "DOT(VEC(X,Y),VEC(2,3))", "2*X+3*Y", 1},
     {"dot(vec,vec)", "DOT(VEC(X,Y,Z),VEC(2,3))", "2*X+3*Y", 1},
-    {"Dot(0,A)=Dot(A,0)=0", "DOT(VEC(X,Y),0)", "0", 1},
-    {"Dot(0,A)=Dot(A,0)=0", "DOT(VEC(0,0),X)", "0", 1},
-    {"domain(A)=A", "DOMAIN(X^2,0,1)", "X^2", 1},
     {"(-c)*A=-(c*A)", "(-1)*X", "-X", 1},
     {"(-c)*A=-(c*A)", "(-1.00000000000001)*X", "-X", 1},
     {"(-c)*A=-(c*A)", "(-2)*X", "-(2*X)", 1},
@@ -339,31 +299,28 @@ TEST(SimplifyTrace, LevelTwoAddsTheCounter) {
                  "\n");
 }
 
-TEST(SimplifyTrace, LevelThreePrintsEveryVisitAndPass) {
-    law_holder l = parse("X+0");
-    output_capture out;
-    law_holder s(law_simplify(l.get(), 1, 3));
-    EXPECT_STREQ(out.text(),
-                 "\nSimplify X+0\n"
-                 "working on X+0 1\n"
-                 "working on X 2\n"
-                 "working on 0 3\n"
-                 "A + 0 = A           X+0 -> X 3\n\n"
-                 "big answer X 3\n"
-                 "working on X 4\n"
-                 "big answer X 4\n"
-                 "\nX\n"
-                 "\nPost Simplify\n"
-                 "working on X 5\n"
-                 "big answer X 5\n"
-                 "\n");
-}
-
-TEST(SimplifyTrace, RebuiltParentsPrintTheirAnswer) {
+TEST(SimplifyTrace, LevelThreePrintsEveryVisitRebuildAndPass) {
     law_holder l = parse("SIN(X*1)");
     output_capture out;
     law_holder s(law_simplify(l.get(), 1, 3));
-    EXPECT_NE(std::string(out.text()).find("answer SIN(X) 4\n"), std::string::npos) << out.text();
+    EXPECT_STREQ(out.text(),
+                 "\nSimplify SIN(X*1)\n"
+                 "working on SIN(X*1) 1\n"
+                 "working on X*1 2\n"
+                 "working on X 3\n"
+                 "working on 1 4\n"
+                 "A * 1 = A           X*1 -> X 4\n\n"
+                 "answer SIN(X) 4\n"
+                 "big answer SIN(X) 4\n"
+                 "working on SIN(X) 5\n"
+                 "working on X 6\n"
+                 "big answer SIN(X) 6\n"
+                 "\nSIN(X)\n"
+                 "\nPost Simplify\n"
+                 "working on SIN(X) 7\n"
+                 "working on X 8\n"
+                 "big answer SIN(X) 8\n"
+                 "\n");
 }
 
 TEST(SimplifyTrace, SilentWithoutTrace) {
@@ -376,20 +333,22 @@ TEST(SimplifyTrace, SilentWithoutTrace) {
 // Each thread keeps its own counter: two threads tracing at once print what one prints.
 TEST(SimplifyTrace, ThreadsKeepTheirOwnCounter) {
     law_holder l = parse("X*Y+X*Z-3*COS(X)^2");
+    law_holder first(l->deep_copy());
     std::string alone;
     {
         output_capture out;
-        law_holder s(law_simplify(l.get(), 2, 3));
+        law_holder s(law_simplify(first.get(), 2, 3));
         alone = out.text();
     }
     std::string texts[2];
-    law_holder copies[2] = {law_holder(l->deep_copy()), law_holder(l->deep_copy())};
     std::thread workers[2];
     for (int t = 0; t < 2; ++t)
         workers[t] = std::thread([&, t] {
             for (int k = 0; k < 20; ++k) {
+                // A fresh copy each time: simplifying marks the laws it finishes.
+                law_holder copy(l->deep_copy());
                 output_capture out;
-                law_holder s(law_simplify(copies[t].get(), 2, 3));
+                law_holder s(law_simplify(copy.get(), 2, 3));
                 texts[t] = out.text();
             }
         });
@@ -529,7 +488,7 @@ TEST_P(DerivativeSwell, FirstDerivativePrintsCompactly) {
 const swell_row swell_rows[] = {
     {"X*X", "2*X"},
     {"X^2+SIN(X)", "2*X+COS(X)"},
-    {"EXP(-(X^2))*COS(10*X)", "EXP(-(X^2))*(-(2*X)*COS(10*X)-10*SIN(10*X))"},
+    {"EXP(-(X^2))*COS(10*X)", "EXP(-(X^2))*(-(2*X*COS(10*X))-10*SIN(10*X))"},
     {"SQRT(1+X^2)+LN(1+X^2)", "X*((1+X^2)^-0.5+2*(1+X^2)^-1)"},
 };
 
@@ -752,6 +711,15 @@ int compare_forms(const law* l, const double (&points)[N][2]) {
     return compared;
 }
 
+// Simplifies the arguments of `l` on their own first, so that `l` is then simplified
+// over finished parts (as derivatives are).
+void finish_parts(const law* l) {
+    if (!l->isa(binary_law::id())) return;
+    const binary_law* b = static_cast<const binary_law*>(l);
+    for (const law* part : {b->fleft(), b->fright()})
+        error_of([&] { law_holder s(law_simplify(part, 1, 0)); });
+}
+
 TEST(SimplifyProperty, RandomLawsKeepTheirValuesInsideTheirDomain) {
     const double points[][2] = {{-2.3, 0.7}, {-1.1, -0.4}, {-0.35, 1.9}, {0.3, -1.7},
                                 {0.8, 0.45}, {1.6, 2.2},   {2.9, -0.9}};
@@ -759,9 +727,61 @@ TEST(SimplifyProperty, RandomLawsKeepTheirValuesInsideTheirDomain) {
     int compared = 0;
     for (int n = 0; n < 3000 && !HasFailure(); ++n) {
         law_holder l = gen.make(1 + n % 5);
+        if (n % 2) finish_parts(l.get());
         compared += compare_forms(l.get(), points);
     }
     EXPECT_GT(compared, 10000);
+}
+
+// The slope of `l` in its first input at `p` by central differences with steps h and h/2
+// and Richardson's extrapolation, with a bound on its error; false where forward and
+// backward differences disagree (a kink) or the steps give far apart slopes.
+bool stable_slope(const law* l, const double* p, const std::vector<double>& at, double& slope,
+                  double& error) {
+    double central[2];
+    for (int k = 0; k < 2; ++k) {
+        std::vector<double> up, down;
+        double h = (k ? 5e-5 : 1e-4) * (1 + std::fabs(p[0]));
+        double q[2] = {p[0] + h, p[1]}, r[2] = {p[0] - h, p[1]};
+        if (!values_at(l, q, up) || !values_at(l, r, down)) return false;
+        central[k] = (up[0] - down[0]) / (2 * h);
+        double forward = (up[0] - at[0]) / h, backward = (at[0] - down[0]) / h;
+        if (std::fabs(forward - backward) > 1e-2 * (1 + std::fabs(central[k]))) return false;
+    }
+    slope = (4 * central[1] - central[0]) / 3;
+    // Truncation, bounded by the change between the steps, and the rounding of the
+    // values, which the division by the step magnifies.
+    double rounding = 1e-14 * std::fabs(at[0]) / (5e-5 * (1 + std::fabs(p[0])));
+    error = 1e-6 * (1 + std::fabs(slope)) + 0.5 * std::fabs(central[1] - central[0]) + rounding;
+    return std::fabs(central[1] - central[0]) <= 1e-4 * (1 + std::fabs(slope));
+}
+
+// Derivatives are simplified as they are made, over the finished derivatives of their
+// parts: each must still agree with the differences of its law, wherever they are
+// stable and the derivative law is in its domain (the derivative of SQRT at 0 is not).
+TEST(SimplifyProperty, SimplifiedDerivativesAgreeWithDifferences) {
+    const double points[][2] = {{-1.9, 0.6}, {-0.7, -1.3}, {0.45, 1.1}, {1.4, -0.2}, {2.3, 0.9}};
+    law_generator gen(4242u);
+    int compared = 0;
+    for (int n = 0; n < 1500 && !HasFailure(); ++n) {
+        law_holder l = gen.make(1 + n % 4);
+        law_holder d;
+        if (error_of([&] { d.reset(l->derivative(0)); })) continue;
+        std::vector<double> a;
+        for (const auto& p : points) {
+            double slope, error, v = 0;
+            if (!values_at(l.get(), p, a) || !well_conditioned(l.get(), p, a)) continue;
+            if (!stable_slope(l.get(), p, a, slope, error)) continue;
+            int inside = 0;
+            if (error_of([&] { inside = d->in_domain(p); }) || !inside) continue;
+            ASSERT_EQ(error_of([&] { v = d->evaluateM_R(p); }), 0)
+                << text_of(l.get()) << " -> " << text_of(d.get());
+            ASSERT_NEAR(v, slope, error)
+                << text_of(l.get()) << " -> " << text_of(d.get()) << " at " << p[0] << "," << p[1];
+            ++compared;
+        }
+    }
+    EXPECT_GT(compared, 2000);
 }
 
 // Laws of several outputs: the same comparison, output by output, with the size kept.
