@@ -1,6 +1,9 @@
 #include "base/d3_stream.hpp"
 
+#include <charconv>
+#include <clocale>
 #include <cstdlib>
+#include <locale.h>
 
 D3_ostream& D3_ostream::operator<<(int v) {
     std::fprintf(fp_, "%d ", v);
@@ -8,7 +11,11 @@ D3_ostream& D3_ostream::operator<<(int v) {
 }
 
 D3_ostream& D3_ostream::operator<<(double v) {
-    std::fprintf(fp_, "%.17g ", v);
+    // Shortest text that reads back exactly, with a '.' whatever the locale.
+    char buf[40];
+    std::to_chars_result r = std::to_chars(buf, buf + sizeof buf - 1, v);
+    *r.ptr = '\0';
+    std::fprintf(fp_, "%s ", buf);
     return *this;
 }
 
@@ -27,7 +34,8 @@ D3_istream& D3_istream::operator>>(double& v) {
     read_word(word, sizeof word);
     if (ok_) {
         char* end = nullptr;
-        v = std::strtod(word, &end);
+        static locale_t c_locale = newlocale(LC_ALL_MASK, "C", (locale_t)0);
+        v = strtod_l(word, &end, c_locale);
         if (end == word) ok_ = false;
     }
     return *this;

@@ -112,6 +112,11 @@ void vorx_discard(void* p, VorxMemCall, unsigned) {
     std::free(h);
 }
 
+void* vorx_allocate_array(size_t size, size_t count, const char* file, int line) {
+    if (size && count > 0xffffffffu / size) throw std::bad_alloc();
+    return vorx_allocate((unsigned)(size * count), eDefault, eVorxAlloc, file, line, nullptr);
+}
+
 char* vorx_strdup(const char* s, const char* file, int line) {
     if (!s) s = "";
     std::size_t n = std::strlen(s) + 1;

@@ -19,6 +19,10 @@ void* vorx_allocate(unsigned size, VorxMemType type, VorxMemCall call, const cha
 // `size` is advisory: the block remembers its own size.  Null is ignored.
 void vorx_discard(void* p, VorxMemCall call, unsigned size);
 
+// An array of `count` elements of `size` bytes; a byte count beyond what one block can
+// hold throws std::bad_alloc instead of wrapping around.
+void* vorx_allocate_array(size_t size, size_t count, const char* file, int line);
+
 // Copy of a C string in tracked memory (the caller frees it with vorx_discard).
 char* vorx_strdup(const char* s, const char* file, int line);
 
@@ -40,9 +44,8 @@ long vorx_live_allocations(const char* tag);
 
 #define VORX_ALLOC(size) \
     vorx_allocate((unsigned)(size), eDefault, eVorxAlloc, __FILE__, __LINE__, nullptr)
-#define VORX_ALLOC_ARRAY(T, n)                                                               \
-    static_cast<T*>(vorx_allocate((unsigned)(sizeof(T) * (size_t)(n)), eDefault, eVorxAlloc, \
-                                  __FILE__, __LINE__, nullptr))
+#define VORX_ALLOC_ARRAY(T, n) \
+    static_cast<T*>(vorx_allocate_array(sizeof(T), (size_t)(n), __FILE__, __LINE__))
 #define VORX_FREE(p) vorx_discard((p), eVorxAlloc, 0)
 #define VORX_STRDUP(s) vorx_strdup((s), __FILE__, __LINE__)
 
@@ -73,8 +76,7 @@ struct vorx_std_allocator {
     template <class U>
     vorx_std_allocator(const vorx_std_allocator<U>&) noexcept {}
     T* allocate(std::size_t n) {
-        return static_cast<T*>(vorx_allocate((unsigned)(n * sizeof(T)), eDefault, eVorxAlloc,
-                                             "vorx_container", 0, nullptr));
+        return static_cast<T*>(vorx_allocate_array(sizeof(T), n, "vorx_container", 0));
     }
     void deallocate(T* p, std::size_t) noexcept { vorx_discard(p, eVorxAlloc, 0); }
     template <class U>

@@ -920,8 +920,9 @@ law* derivative_law::deriv(int which) const {
         parts.set(1, VORX_NEW constant_law(var));
         parts.set(2, VORX_NEW constant_law(order));
     } else {
-        // D(F,i,k) in input j: D(D(F,i,k),j,1)
-        parts.set(0, shared(const_cast<derivative_law*>(this)));
+        // D(F,i,k) in input j: D(D(F,i,k),j,1).  The inner D is a new law over the same
+        // parts: this law itself would be held by its own derivative cache, a cycle.
+        parts.set(0, VORX_NEW derivative_law(subs_, count_));
         parts.set(1, VORX_NEW constant_law(which));
         parts.set(2, VORX_NEW constant_law(1));
     }

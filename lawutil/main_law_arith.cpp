@@ -214,9 +214,14 @@ void inner_value(const law* outer, const law* inner, const double* x, scratch& v
     for (int i = m; i < k; ++i) v[i] = 0.0;
 }
 
+// Padding covers an outer law that reads a few inputs more than the inner law gives; one
+// that reads thousands more is malformed (X600000000 O X) and is refused.
+constexpr int max_padding = 4096;
+
 int inner_buffer_size(const law* outer, const law* inner) {
     int m = inner->return_dim();
     int k = outer->take_dim();
+    if (k > m && k - m > max_padding) sys_error(LAW_DIM);
     return m > k ? m : k;
 }
 
