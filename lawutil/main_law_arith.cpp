@@ -182,7 +182,9 @@ double quotient(const binary_law* l, const double* x, const R& r) {
 // product and its rounding error, kept exactly with fma), rounded once at the end.  The
 // error stays below about 0.5 ulp + n * 2^-104 relative, so it agrees with pow to the
 // last bit except within a hair of a rounding tie, at a third of pow's cost.
-inline double compensated_power(double a, int n) {
+// Built twice, with and without the fma instruction, and picked by the processor at load:
+// a call into the math library for every fma would cost more than pow saves.
+__attribute__((target_clones("fma", "default"))) double compensated_power(double a, int n) {
     double hi = a, lo = 0.0;
     for (int i = 1; i < n; ++i) {
         double p = hi * a;
