@@ -14,6 +14,7 @@
 #include "lawutil/law_vector.hpp"
 #include "lawutil/lawutil.hpp"
 #include "lawutil/main_law_arith.hpp"
+#include "test_support.hpp"
 
 namespace {
 
@@ -122,29 +123,11 @@ H built_deriv(const H& a, const H& b) {
     return static_cast<as_built<L>*>(l.get())->built();
 }
 
-std::string text_of(const H& l, law_symbol_type type = law_symbol_default) {
-    char* s = l->string(type);
-    std::string r = s;
-    VORX_FREE(s);
-    return r;
-}
-
 std::vector<double> values_at(const H& l, std::vector<double> x) {
     x.resize(std::max<size_t>(x.size(), l->take_dim()), 0.0);
     std::vector<double> y(l->return_dim());
     l->evaluate(x.data(), y.data());
     return y;
-}
-
-// The code name of the error `f` raises, or "" when it raises none.
-template <class F>
-std::string error_of(F f) {
-    try {
-        f();
-    } catch (const vorx_exception& e) {
-        return e.code_name();
-    }
-    return "";
 }
 
 const double inf = std::numeric_limits<double>::infinity();

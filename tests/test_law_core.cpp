@@ -7,15 +7,9 @@
 
 #include "base/output.hpp"
 #include "lawutil/lawutil.hpp"
+#include "test_support.hpp"
 
 namespace {
-
-std::string text_of(const law* l, law_symbol_type type = law_symbol_default) {
-    char* s = l->string(type);
-    std::string r = s;
-    VORX_FREE(s);
-    return r;
-}
 
 // A law whose use count a test can corrupt on purpose.
 class tamper_law : public constant_law {

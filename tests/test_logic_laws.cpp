@@ -12,6 +12,7 @@
 #include "base/interval.hpp"
 #include "lawutil/law_logic.hpp"
 #include "lawutil/lawutil.hpp"
+#include "test_support.hpp"
 
 namespace {
 
@@ -45,23 +46,6 @@ double value_at(const law* l, std::vector<double> x) {
 int inside(const law* l, std::vector<double> x) {
     x.resize(8, 0.0);
     return l->in_domain(x.data());
-}
-
-std::string text_of(const law* l, law_symbol_type type = law_symbol_default) {
-    char* s = l->string(type);
-    std::string r = s;
-    VORX_FREE(s);
-    return r;
-}
-
-template <class F>
-std::string error_of(F f) {
-    try {
-        f();
-    } catch (const vorx_exception& e) {
-        return e.code_name();
-    }
-    return "";
 }
 
 // ---------------------------------------------------------------- values

@@ -10,6 +10,7 @@
 #include "lawutil/law_unary.hpp"
 #include "lawutil/lawutil.hpp"
 #include "lawutil/main_law_arith.hpp"
+#include "test_support.hpp"
 
 namespace {
 
@@ -29,13 +30,6 @@ std::string shape(const law* l) {
         return s + ")";
     }
     return s;
-}
-
-std::string text_of(const law* l) {
-    char* s = l->string();
-    std::string r = s;
-    VORX_FREE(s);
-    return r;
 }
 
 struct parse_row {

@@ -11,15 +11,9 @@
 
 #include "base/output.hpp"
 #include "lawutil/lawutil.hpp"
+#include "test_support.hpp"
 
 namespace {
-
-std::string text_of(const law* l, law_symbol_type type = law_symbol_default) {
-    char* s = l->string(type);
-    std::string r = s;
-    VORX_FREE(s);
-    return r;
-}
 
 // Sample texts for the classes whose arguments have a shape of their own; every other
 // class is tried with a generic argument list built from its kind.
@@ -79,8 +73,7 @@ TEST(Registry, EveryPrototypePrintsReadsBackAndDifferentiatesRight) {
             EXPECT_TRUE(*back == *l) << text << " printed " << printed;
             EXPECT_FALSE(text_of(l.get(), law_symbol_maple).empty());
 
-            if (l->return_dim() != 1 || !l->has_derivative(0) ||
-                slope_differs_deliberately(proto))
+            if (l->return_dim() != 1 || !l->has_derivative(0) || slope_differs_deliberately(proto))
                 continue;
             law_holder d(l->derivative(0));
             for (double x : {0.37, 0.61, 0.83}) {

@@ -8,15 +8,9 @@
 #include <vector>
 
 #include "lawutil/lawutil.hpp"
+#include "test_support.hpp"
 
 namespace {
-
-std::string text_of(const law* l) {
-    char* s = l->string();
-    std::string r = s;
-    VORX_FREE(s);
-    return r;
-}
 
 // SIN(SIN(...SIN(X)...)) built by construction, `depth` levels.
 law* sine_tower(int depth) {

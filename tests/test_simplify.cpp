@@ -19,16 +19,9 @@
 #include "lawutil/lawutil.hpp"
 #include "lawutil/main_law_arith.hpp"
 #include "lawutil/simplfy.hpp"
+#include "test_support.hpp"
 
 namespace {
-
-std::string text_of(const law* l) {
-    if (!l) return "null";
-    char* s = l->string();
-    std::string r = s;
-    VORX_FREE(s);
-    return r;
-}
 
 law_holder parse(const char* text) {
     law_holder l(str_to_law(text));

@@ -11,6 +11,7 @@
 #include "lawutil/law_unary.hpp"
 #include "lawutil/lawutil.hpp"
 #include "lawutil/main_law_arith.hpp"
+#include "test_support.hpp"
 
 namespace {
 
@@ -29,13 +30,6 @@ law_holder variable(int index = 0, char letter = 'X') {
 law_holder over_x(law_maker mk) {
     law_holder x = variable();
     return law_holder(mk(x.get()));
-}
-
-std::string text_of(const law* l, law_symbol_type type) {
-    char* s = l->string(type);
-    std::string r = s;
-    VORX_FREE(s);
-    return r;
 }
 
 // The error code raised by evaluating `l` at v, 0 when none is.

@@ -10,6 +10,7 @@
 
 #include "lawutil/law_vector.hpp"
 #include "lawutil/lawutil.hpp"
+#include "test_support.hpp"
 
 namespace {
 
@@ -24,23 +25,6 @@ std::vector<double> values_at(const law* l, std::vector<double> x) {
     std::vector<double> y(l->return_dim());
     l->evaluate(x.data(), y.data());
     return y;
-}
-
-std::string text_of(const law* l, law_symbol_type type = law_symbol_default) {
-    char* s = l->string(type);
-    std::string r = s;
-    VORX_FREE(s);
-    return r;
-}
-
-template <class F>
-std::string error_of(F f) {
-    try {
-        f();
-    } catch (const vorx_exception& e) {
-        return e.code_name();
-    }
-    return "";
 }
 
 // ---------------------------------------------------------------- values

@@ -1,0 +1,29 @@
+// Small helpers shared by the test files.
+#pragma once
+
+#include <string>
+
+#include "lawutil/lawutil.hpp"
+
+// The law's text in the given spelling.
+inline std::string text_of(const law* l, law_symbol_type type = law_symbol_default) {
+    char* s = l->string(type);
+    std::string r = s;
+    VORX_FREE(s);
+    return r;
+}
+
+inline std::string text_of(const law_holder& l, law_symbol_type type = law_symbol_default) {
+    return text_of(l.get(), type);
+}
+
+// The code name of the error `f` raises, or "" when it raises none.
+template <class F>
+std::string error_of(F f) {
+    try {
+        f();
+    } catch (const vorx_exception& e) {
+        return e.code_name();
+    }
+    return "";
+}
