@@ -182,9 +182,7 @@ double quotient(const binary_law* l, const double* x, const R& r) {
 // product and its rounding error, kept exactly with fma), rounded once at the end.  The
 // error stays below about 0.5 ulp + n * 2^-104 relative, so it agrees with pow to the
 // last bit except within a hair of a rounding tie, at a third of pow's cost.
-// Built twice, with and without the fma instruction, and picked by the processor at load:
-// a call into the math library for every fma would cost more than pow saves.
-__attribute__((target_clones("fma", "default"))) double compensated_power(double a, int n) {
+__attribute__((always_inline)) inline double compensated_power_loop(double a, int n) {
     double hi = a, lo = 0.0;
     for (int i = 1; i < n; ++i) {
         double p = hi * a;
@@ -193,6 +191,23 @@ __attribute__((target_clones("fma", "default"))) double compensated_power(double
     }
     return hi + lo;
 }
+
+// Built twice, with and without the fma instruction, and picked by the processor when
+// the library loads: a call into the math library for every fma costs more than pow
+// saves.  (Chosen through a pointer rather than an ifunc, which would run before the
+// sanitizers' runtimes are ready.)
+__attribute__((target("fma"))) double compensated_power_fma(double a, int n) {
+    return compensated_power_loop(a, n);
+}
+double compensated_power_plain(double a, int n) {
+    return compensated_power_loop(a, n);
+}
+
+double (*pick_compensated_power())(double, int) {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("fma") ? compensated_power_fma : compensated_power_plain;
+}
+double (*const compensated_power)(double, int) = pick_compensated_power();
 
 inline double power(double a, double b) {
     // The correctly rounded square, much cheaper than pow.
