@@ -5,15 +5,20 @@ CMAKE        ?= cmake
 CTEST        ?= ctest
 CLANG_FORMAT ?= clang-format
 BENCH_ARGS   ?=
+# make fuzz: how long the fuzzer runs, and extra libFuzzer options (e.g. -seed=1).
+FUZZ_SECONDS ?= 60
+FUZZ_ARGS    ?=
 
 # The presets leave the job count open so it can follow the machine.
 export CMAKE_BUILD_PARALLEL_LEVEL ?= $(shell nproc 2>/dev/null || echo 2)
 
 FORMAT_DIRS := base lawutil tools tests bench fuzz
 LAWTOOL     := build/default/tools/lawtool/lawtool
+FUZZ_BUILD  := build/fuzz
+FUZZER      := $(FUZZ_BUILD)/fuzz/fuzz_str_to_law
 
 .DEFAULT_GOAL := test
-.PHONY: deps test sanitize tsan bench demo format format-check clean
+.PHONY: deps test sanitize tsan fuzz memcheck bench demo format format-check clean
 
 # Every target that builds first installs the Debian packages the build needs, so a
 # clean clone on a fresh machine builds; once they are there it costs nothing.
@@ -28,6 +33,22 @@ sanitize: deps
 
 tsan: deps
 	$(CMAKE) --workflow --preset tsan
+
+# Fuzzes the law reader for FUZZ_SECONDS.  New inputs go to the build tree's corpus (kept
+# between runs); the seeds in fuzz/corpus are only read.  A crash, leak, time-out or
+# out-of-memory stops it with a failure and the input saved under $(FUZZ_BUILD)/artifacts.
+fuzz: deps
+	$(CMAKE) --workflow --preset fuzz
+	@mkdir -p $(FUZZ_BUILD)/corpus $(FUZZ_BUILD)/artifacts
+	$(FUZZER) -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=512 -timeout=10 \
+		-dict=fuzz/law.dict -print_final_stats=1 -artifact_prefix=$(FUZZ_BUILD)/artifacts/ \
+		$(FUZZ_ARGS) $(FUZZ_BUILD)/corpus fuzz/corpus
+
+# The unit tests and the lawtool cases under valgrind: no invalid access, no leak.  Not
+# part of CI: it takes minutes.
+memcheck: deps
+	$(CMAKE) --workflow --preset memcheck
+	bash scripts/memcheck.sh build/memcheck
 
 bench: deps
 	$(CMAKE) --workflow --preset bench
