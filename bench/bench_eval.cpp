@@ -103,6 +103,31 @@ BENCHMARK(BM_ScalarEval)
     ->Iterations(5)
     ->Unit(benchmark::kMillisecond);
 
+// A vector law through the typed evaluator, against the same helix in C++.
+void BM_VectorEval(benchmark::State& state) {
+    initialize_law();
+    law_holder l(str_to_law("VEC(COS(T),SIN(T),T)"));
+    const law* lp = l.get();
+    double best_law = std::numeric_limits<double>::infinity(), best_native = best_law;
+    for (auto _ : state) {
+        best_law = std::min(best_law, ns_per_point([&](double t) {
+                                vector v = lp->evaluateR_V(t);
+                                return v.x() + v.y() + v.z();
+                            }));
+        best_native = std::min(best_native, ns_per_point([&](double t) {
+                                   vector v(std::cos(t), std::sin(t), t);
+                                   return v.x() + v.y() + v.z();
+                               }));
+    }
+    state.counters["law_ns"] = best_law;
+    state.counters["native_ns"] = best_native;
+    state.counters["ratio"] = best_law / best_native;
+    state.SetLabel("VEC(COS(T),SIN(T),T) through evaluateR_V");
+    l.reset();
+    terminate_law();
+}
+BENCHMARK(BM_VectorEval)->Iterations(5)->Unit(benchmark::kMillisecond);
+
 // Geometric mean of the ratios measured above (registered last, so it runs last).
 void BM_GeometricMeanRatio(benchmark::State& state) {
     for (auto _ : state) {
