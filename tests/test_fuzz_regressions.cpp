@@ -9,6 +9,7 @@
 
 #include "base/output.hpp"
 #include "lawutil/lawutil.hpp"
+#include "test_support.hpp"
 
 namespace {
 
@@ -104,4 +105,17 @@ TEST(FuzzRegressions, DerivativeOfAManyPartMaxStaysSmall) {
     EXPECT_LT(law::how_many_laws - laws, 2000);
     double x = 0.5;
     EXPECT_EQ(d->evaluateM_R(&x), 1.0);
+}
+
+// 'D(,SINZ,1111111EXP)': a numerical derivative of order three million ground through
+// ten million samples per evaluation; orders past what finite differences can give are
+// refused.
+TEST(FuzzRegressions, HugeNumericalDerivativeOrderIsRefused) {
+    output_capture quiet;
+    law_holder l(str_to_law("D(,SINZ,1111111EXP)"));
+    ASSERT_TRUE(l) << quiet.text();
+    double x[3] = {0.5, 0.5, 0.5};
+    EXPECT_EQ(error_of([&] { l->evaluateM_R(x); }), "LAW_DIM");
+    law_holder fine(str_to_law("D(X^3,0,2)"));
+    EXPECT_NEAR(fine->evaluateM_R(x), 3.0, 1e-5);
 }
