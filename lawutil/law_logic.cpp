@@ -438,25 +438,27 @@ multiple_law* max_law::make_one(law** parts, int n) const {
 
 namespace {
 
-// The derivative of the part that MAX (or MIN) currently selects.  Folding the parts in
-// order with M the extreme of those before part k and D its derivative:
-//   MAX: D <- D + SET(A_k - M)*(A_k' - D)      MIN: D <- D + SET(M - A_k)*(A_k' - D)
-// The switch is 1 only where A_k wins strictly, so ties keep the earlier part's slope.
+// The derivative of the part that MAX (or MIN) currently selects.  With M_k the extreme
+// of the parts before part k, part k takes over where SET(A_k - M_k) (MIN: SET(M_k - A_k))
+// is 1, and the last part that takes over is the one selected; ties keep the earlier part:
+//   MAX(A_0..A_n)' = PIECEWISE(SET(A_n - M_n), A_n', ..., SET(A_1 - M_1), A_1', A_0')
+// A piecewise law evaluates one branch, so the cost grows with the square of the part
+// count, not with 2^n as a sum of switched terms that reuse each other would.
 template <class Extreme>
 law* extreme_deriv(law** parts, int n, int which, bool is_max) {
     if (!parts || n < 1) return nullptr;
-    law_holder d(parts[0]->derivative(which));
-    for (int k = 1; k < n; ++k) {
+    if (n == 1) return parts[0]->derivative(which);
+    law_array pieces(2 * (n - 1) + 1);
+    int at = 0;
+    for (int k = n - 1; k >= 1; --k) {
         law_holder before(k == 1 ? shared(parts[0]) : VORX_NEW Extreme(parts, k));
         law_holder gap(is_max ? VORX_NEW minus_law(parts[k], before.get())
                               : VORX_NEW minus_law(before.get(), parts[k]));
-        law_holder wins(VORX_NEW set_law(gap.get()));
-        law_holder dk(parts[k]->derivative(which));
-        law_holder change(VORX_NEW minus_law(dk.get(), d.get()));
-        law_holder switched(VORX_NEW times_law(wins.get(), change.get()));
-        d.reset(VORX_NEW plus_law(d.get(), switched.get()));
+        pieces.set(at++, VORX_NEW set_law(gap.get()));
+        pieces.set(at++, parts[k]->derivative(which));
     }
-    return d.release();
+    pieces.set(at++, parts[0]->derivative(which));
+    return VORX_NEW piecewise_law(pieces.get(), at);
 }
 
 }  // namespace

@@ -119,3 +119,18 @@ TEST(FuzzRegressions, HugeNumericalDerivativeOrderIsRefused) {
     law_holder fine(str_to_law("D(X^3,0,2)"));
     EXPECT_NEAR(fine->evaluateM_R(x), 3.0, 1e-5);
 }
+
+// 'SIN2MIN(X,,,E,...)': the derivative of a MIN of many parts summed switched terms that
+// each reused the derivative so far twice, so evaluating it took 2^n steps; it is now a
+// piecewise law that evaluates one branch.
+TEST(FuzzRegressions, DerivativeOfAManyPartMinEvaluatesOneBranch) {
+    output_capture quiet;
+    std::string text = "MIN(X";
+    for (int i = 0; i < 40; ++i) text += i % 9 ? ",X+1" : ",E";
+    text += ",X-1)";
+    law_holder l(str_to_law(text.c_str()));
+    ASSERT_TRUE(l) << quiet.text();
+    law_holder d(l->derivative(0));
+    double x = 0.5;
+    EXPECT_EQ(d->evaluateM_R(&x), 1.0);  // X-1 is the smallest part
+}
