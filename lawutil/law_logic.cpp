@@ -117,6 +117,9 @@ char* law_template_string(const char* tmpl, law* const* parts, int n, law_symbol
 double law_value_at_one(const law* l) {
     int n = l->take_dim();
     if (n <= 1) return l->eval(1.0);
+    // A part that stands for a number reads no input; one that reads input 999999999 is
+    // malformed, not a reason to allocate a billion ones.
+    if (n > 4096) sys_error(LAW_DIM);
     law_scratch<stack_inputs> ones(n);
     for (int i = 0; i < n; ++i) ones[i] = 1.0;
     return l->evaluateM_R(ones.get());
