@@ -134,3 +134,29 @@ TEST(FuzzRegressions, DerivativeOfAManyPartMinEvaluatesOneBranch) {
     double x = 0.5;
     EXPECT_EQ(d->evaluateM_R(&x), 1.0);  // X-1 is the smallest part
 }
+
+// 'D(2,-x*u4444...-X11)': a part read as a number (D's input and order) is evaluated at
+// 1.0 for every input it reads (law_value_at_one), and a part reading input 999999999
+// asked for an array of a billion doubles: std::bad_alloc, which nothing in the library
+// raises on purpose, escaped from derivative().  Such a part is malformed and must be
+// refused like any other bad law (a vorx_exception), or read.
+class FuzzPartReadAsANumber : public testing::TestWithParam<const char*> {};
+
+TEST_P(FuzzPartReadAsANumber, OverAFarInputIsRefusedNotAllocated) {
+    output_capture quiet;
+    law_holder l;
+    try {
+        l.reset(str_to_law(GetParam()));
+    } catch (const vorx_exception&) {
+        return;
+    }
+    ASSERT_TRUE(l) << quiet.text();
+    try {
+        law_holder d(l->derivative(0));
+    } catch (const vorx_exception&) {
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Text, FuzzPartReadAsANumber,
+                         testing::Values("D(2,-x*u44444444444444444444-X11)",
+                                         "D(X^2,0,U1000000000)"));
