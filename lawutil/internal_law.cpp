@@ -206,11 +206,13 @@ bool same_or_both_null(const law* a, const law* b) {
 int binary_law::same(const law* a, const law* b) const {
     const binary_law* ba = static_cast<const binary_law*>(a);
     const binary_law* bb = static_cast<const binary_law*>(b);
-    if (same_or_both_null(ba->fleft(), bb->fleft()) &&
-        same_or_both_null(ba->fright(), bb->fright()))
-        return 1;
-    if (!(associative() && commutative())) return 0;
-    // X+Y+Z equals Z+(X+Y): compare the flattened operand lists, in any order.
+    if (!(associative() && commutative()) || !ba->fleft() || !ba->fright() || !bb->fleft() ||
+        !bb->fright())
+        return same_or_both_null(ba->fleft(), bb->fleft()) &&
+               same_or_both_null(ba->fright(), bb->fright());
+    // X+Y+Z equals Z+(X+Y): compare the flattened operand lists, in any order.  Only
+    // that: comparing side by side first and then again flattened would double the work
+    // at every level of a nest of sums and products.
     int na = 0, nb = 0;
     law** la = get_asso_list(ba, &na);
     law** lb = get_asso_list(bb, &nb);
