@@ -50,8 +50,22 @@ class lawutil_thread_ctx : public context_callbacks {
     struct root_section {
         int count = 0;
         derivs_data derivs[4];
-        // Root-search tolerances (the "made" values).
-        double root_far_ratio = 1.0;
+        // Root-search tolerances, with the values a new context starts with.
+        // set_root_tol_default (root.hpp) writes the same values except root_far_ratio,
+        // which it sets to 0.1: the first search on a thread runs with 1.0, later ones
+        // with 0.1, unless a caller sets it.
+        int root_tol_flag = 0;        // set here, read by nobody
+        double root_x_tol = 1e-14;    // "on a gap's end"; half-width marked around a bisected root
+        double root_f_tol = 1e-7;     // |f| below it is a root
+        double root_quad_tol = 1e-7;  // zero test of the quadratic model's coefficients
+        double root_hole_fraction = 0.05;  // gaps narrower than this fraction are bisected
+        double root_ratio = 0.1;           // restored, not read by the 1-D search
+        double root_far_ratio = 1.0;       // critical point far enough from a gap end splits it
+        int root_newton_iterations = 10;   // steps of one local quadratic iteration
+        int root_bisect_iterations = 40;   // halvings of one bisection
+        int root_count_a = 7;              // restored, not read by the 1-D search
+        int root_max_evaluations = 10000;  // evaluation bound of Nmin2D / NminND
+        double root_search_tol = 1e-4;     // x and f tolerance while probing
     } root;
     int total = 0;
 };
