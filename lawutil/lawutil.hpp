@@ -14,3 +14,5 @@
 #include "lawutil/main_law_err.hpp"
 #include "lawutil/root.hpp"
 #include "lawutil/simplfy.hpp"
+#include "lawutil/sw_curve.hpp"
+#include "lawutil/sw_curve_util.hpp"
