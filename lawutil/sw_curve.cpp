@@ -33,12 +33,11 @@
 // decrease, so "end + 1e-10 >= t" holds on a tail of the spans and "start - 1e-10 <= t" on
 // a head; the walk's answer is therefore the first span of positive length from the first
 // span of that tail (no earlier than the start span) while the head condition holds.
-// find_span finds that first tail span by galloping from the start span (steps 1, 2, 4, ...)
-// and bisecting the last step, which gives the walk's answer in O(log distance) probes.
-// Samples at rising parameters hit the remembered span itself, checked inline before any
-// search, or cross a knot into the next span, which the gallop's first two probes find:
-// no search over the spans.  An evaluation allocates nothing once the caches are filled
-// (tests/test_sw_curve.cpp counts the allocations).
+// find_span tries the start span and the next one, and otherwise bisects the rest for that
+// first tail span, which gives the walk's answer in O(log spans) probes.  Samples at rising
+// parameters hit the remembered span itself, checked inline before any search, or cross a
+// knot into the next span, which the second probe finds: no search over the spans.  An evaluation
+// allocates nothing once the caches are filled (tests/test_sw_curve.cpp counts the allocations).
 #include "lawutil/sw_curve.hpp"
 
 #include <climits>
@@ -329,22 +328,25 @@ int sw_curve::find_span(double t) const {
     const double* k = knots_ + degree_;  // span i runs from k[i] to k[i + 1]
     int start = last_span_;
     if (t < k[start] - knot_tol) start = 0;
-    // First span at or after `start` whose end + tol reaches t: gallop, then bisect.
-    int lo = start, hi = num_spans_;  // the answer lies in [lo, hi]; hi = none
-    for (int step = 1; lo < num_spans_; step *= 2) {
-        int probe = lo + step - 1 < num_spans_ ? lo + step - 1 : num_spans_ - 1;
-        if (k[probe + 1] + knot_tol >= t) {
-            hi = probe;
-            break;
+    // The first span at or after `start` whose end + tol reaches t: the start span or the
+    // next one (rising samples), else a branch-free bisection over the rest.
+    int lo;
+    if (k[start + 1] + knot_tol >= t)
+        lo = start;
+    else if (start + 1 < num_spans_ && k[start + 2] + knot_tol >= t)
+        lo = start + 1;
+    else if (start + 2 >= num_spans_)
+        return -1;
+    else {
+        const double* end = k + start + 3;  // ends of spans start + 2 ...
+        int len = num_spans_ - (start + 2);
+        while (len > 1) {
+            const int half = len / 2;
+            end = end[half] + knot_tol < t ? end + half : end;
+            len -= half;
         }
-        lo = probe + 1;
-    }
-    while (lo < hi) {
-        int mid = lo + (hi - lo) / 2;
-        if (k[mid + 1] + knot_tol >= t)
-            hi = mid;
-        else
-            lo = mid + 1;
+        end += *end + knot_tol < t;
+        lo = (int)(end - (k + 1));
     }
     // Skip spans of no length while their start still admits t.
     for (int i = lo; i < num_spans_ && k[i] - knot_tol <= t; ++i)
