@@ -5,7 +5,10 @@
 #include "base/memory.hpp"
 
 // Adds up the bytes owned by a structure.  Each block is counted once, however many
-// owners report it.
+// owners report it: addSize answers false for a block already counted, so an owner that
+// walks into its parts can stop at a part counted before (shared sub-trees are then
+// walked once, not once per path to them).  The blocks seen are kept in an open-addressed
+// hash table, so each report costs O(1).
 class SizeAccumulator {
   public:
     SizeAccumulator() = default;
@@ -13,13 +16,15 @@ class SizeAccumulator {
     SizeAccumulator(const SizeAccumulator&) = delete;
     SizeAccumulator& operator=(const SizeAccumulator&) = delete;
 
-    void addSize(const void* p, unsigned size, const char* file = nullptr, int line = 0);
+    // True when `p` is new (and its size was added); a null `p` always adds its size.
+    bool addSize(const void* p, unsigned size, const char* file = nullptr, int line = 0);
     unsigned long size() const { return total_; }
     int blocks() const { return n_; }
 
   private:
+    bool insert(const void* p);
     unsigned long total_ = 0;
-    const void** seen_ = nullptr;
+    const void** seen_ = nullptr;  // hash table of cap_ slots (a power of two), null = empty
     int n_ = 0;
     int cap_ = 0;
 };

@@ -133,7 +133,10 @@ char* unary_law::string(law_symbol_type type, int& counter, law_data_node*& list
     print_state st(counter, list);
     const char* s = symbol(type);
     text_ref a(sub_ ? sub_->string(type, st.counter(), st.list()) : VORX_STRDUP("<null>"));
-    if (std::strcmp(s, "-") == 0 && !(sub_ && sub_->isa(binary_law::id())))
+    // '-NOT(X)' would read as NOT(X): an argument that binds looser than a function keeps
+    // its parentheses.
+    if (std::strcmp(s, "-") == 0 &&
+        !(sub_ && (sub_->isa(binary_law::id()) || sub_->precedence() < 8)))
         return concat({s, a.get()});
     return concat({s, "(", a.get(), ")"});
 }
@@ -153,7 +156,7 @@ int unary_law::in_domain(const double* x) const {
 }
 
 void unary_law::full_size(SizeAccumulator& acc, int count_self) const {
-    if (count_self) acc.addSize(this, sizeof(*this), __FILE__, __LINE__);
+    if (count_self && !acc.addSize(this, sizeof(*this), __FILE__, __LINE__)) return;
     law::full_size(acc, 0);
     if (sub_) sub_->full_size(acc, 1);
 }
@@ -245,7 +248,7 @@ int binary_law::in_domain(const double* x) const {
 }
 
 void binary_law::full_size(SizeAccumulator& acc, int count_self) const {
-    if (count_self) acc.addSize(this, sizeof(*this), __FILE__, __LINE__);
+    if (count_self && !acc.addSize(this, sizeof(*this), __FILE__, __LINE__)) return;
     law::full_size(acc, 0);
     if (left_) left_->full_size(acc, 1);
     if (right_) right_->full_size(acc, 1);
@@ -332,7 +335,7 @@ int multiple_law::in_domain(const double* x) const {
 }
 
 void multiple_law::full_size(SizeAccumulator& acc, int count_self) const {
-    if (count_self) acc.addSize(this, sizeof(*this), __FILE__, __LINE__);
+    if (count_self && !acc.addSize(this, sizeof(*this), __FILE__, __LINE__)) return;
     law::full_size(acc, 0);
     if (subs_) {
         acc.addSize(subs_, (unsigned)(sizeof(law*) * count_), __FILE__, __LINE__);
@@ -374,7 +377,7 @@ law* unary_data_law::deep_copy(pointer_map* pm) const {
 }
 
 void unary_data_law::full_size(SizeAccumulator& acc, int count_self) const {
-    if (count_self) acc.addSize(this, sizeof(*this), __FILE__, __LINE__);
+    if (count_self && !acc.addSize(this, sizeof(*this), __FILE__, __LINE__)) return;
     law::full_size(acc, 0);
     if (data_) data_->full_size(acc, 1);
 }
@@ -418,7 +421,7 @@ law* multiple_data_law::deep_copy(pointer_map* pm) const {
 }
 
 void multiple_data_law::full_size(SizeAccumulator& acc, int count_self) const {
-    if (count_self) acc.addSize(this, sizeof(*this), __FILE__, __LINE__);
+    if (count_self && !acc.addSize(this, sizeof(*this), __FILE__, __LINE__)) return;
     law::full_size(acc, 0);
     if (data_) {
         acc.addSize(data_, (unsigned)(sizeof(law_data*) * count_), __FILE__, __LINE__);
@@ -438,10 +441,22 @@ const char* constant_law::symbol(law_symbol_type) const {
     return "";
 }
 
+namespace {
+thread_local bool exact_constants = false;
+}  // namespace
+
+exact_constants_scope::exact_constants_scope() : saved_(exact_constants) {
+    exact_constants = true;
+}
+exact_constants_scope::~exact_constants_scope() {
+    exact_constants = saved_;
+}
+
 int constant_law::same(const law* a, const law* b) const {
     double x = 0.5, va, vb;
     a->evaluate(&x, &va);
     b->evaluate(&x, &vb);
+    if (exact_constants) return va == vb;
     double d = va - vb;
     return (d < 0 ? -d : d) < 1e-14;
 }

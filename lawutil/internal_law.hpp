@@ -111,6 +111,21 @@ class multiple_data_law : public law {
     int count_;
 };
 
+// Two constants are the same law when their values differ by less than 1e-14.  While an
+// exact_constants_scope lives on the thread, they are the same only when their values are
+// equal: the simplifier matches like terms so, since merging 1 and 0.99999999999999 as
+// "the same A" would turn 1-0.99999999999999 into 0.
+class exact_constants_scope {
+  public:
+    exact_constants_scope();
+    ~exact_constants_scope();
+    exact_constants_scope(const exact_constants_scope&) = delete;
+    exact_constants_scope& operator=(const exact_constants_scope&) = delete;
+
+  private:
+    bool saved_;
+};
+
 class constant_law : public law {
     LAW_TYPE_DECL(constant_law, law)
     explicit constant_law(double value);

@@ -241,10 +241,10 @@ int law::branches() const {
 }
 
 void law::full_size(SizeAccumulator& acc, int count_self) const {
-    if (count_self) acc.addSize(this, sizeof(law), __FILE__, __LINE__);
+    if (count_self && !acc.addSize(this, sizeof(law), __FILE__, __LINE__)) return;
     if (simplified && simplified != this) simplified->full_size(acc, 1);
     if (dlaw_cache) {
-        acc.addSize(dlaw_cache, 4u * (unsigned)dlaw_cache_size, __FILE__, __LINE__);
+        acc.addSize(dlaw_cache, (unsigned)(sizeof(law*) * dlaw_cache_size), __FILE__, __LINE__);
         for (int i = 0; i < dlaw_cache_size; ++i)
             if (dlaw_cache[i] && dlaw_cache[i] != this) dlaw_cache[i]->full_size(acc, 1);
     }

@@ -71,8 +71,9 @@ class law : public VORX_OBJECT {
     law(const law& other);
     law& operator=(const law& other);
 
-    // Reference counting.  Member calls need a live object; the null-safe forms are the
-    // free functions law_add and law_remove.
+    // Reference counting.  Member calls need a live object: C++ gives a call through a
+    // null pointer no meaning, so add() and remove() do not test `this`.  The null-safe
+    // forms are the free functions law_add and law_remove (and law_holder).
     void add() const { ++use_count; }
     void remove() const;
     int ref_count() const { return use_count; }
@@ -159,9 +160,11 @@ class law : public VORX_OBJECT {
         dispatch(x, &y, side, guess);
         return y;
     }
-    // One input: a law that reads more than one cannot be fed (LAW_DIM).
+    // One output, checked first as evaluateM_R does (LAW_EVALS); then one input: a law
+    // that reads more than one cannot be fed (LAW_DIM).
     double eval(double x, const int& side = null_ref<int>(),
                 const double& guess = null_ref<double>()) const {
+        if (!returns_scalar()) raise_not_scalar();
         if (take_dim_cache > 1 || (take_dim_cache < 0 && take_dim() > 1)) raise_bad_dim();
         return evaluateM_R(&x, null_ref_ptr(side), null_ref_ptr(guess));
     }

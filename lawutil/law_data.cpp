@@ -1,5 +1,6 @@
 #include "lawutil/law_data.hpp"
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -64,7 +65,7 @@ law_data* law_data::set_domain(interval*) const {
 }
 
 void law_data::full_size(SizeAccumulator& acc, int count_self) const {
-    if (count_self) acc.addSize(this, sizeof(*this), __FILE__, __LINE__);
+    if (count_self && !acc.addSize(this, sizeof(*this), __FILE__, __LINE__)) return;
 }
 
 // ---------------------------------------------------------------- law_law_data
@@ -92,7 +93,7 @@ law_data* law_law_data::deep_copy(pointer_map* pm) const {
 }
 
 void law_law_data::full_size(SizeAccumulator& acc, int count_self) const {
-    if (count_self) acc.addSize(this, sizeof(*this), __FILE__, __LINE__);
+    if (count_self && !acc.addSize(this, sizeof(*this), __FILE__, __LINE__)) return;
     if (law_) law_->full_size(acc, 1);
 }
 
@@ -130,4 +131,32 @@ law_data_list::law_data_list(law_data* d) : data_(d), next_(law_data_list_head) 
 
 law_data_list* law_data_list::head() {
     return law_data_list_head;
+}
+
+// ---------------------------------------------------------------- derivs_data
+
+void derivs_data::eval(const law* L, double t, double scale, vector& P, vector& D1, vector& D2,
+                       vector& D3) {
+    t_ = t;
+    if (!is_null_out_ref(P)) P = L->evaluateR_V(t);
+    vector* derivs[3] = {&D1, &D2, &D3};
+    double factor = 1.0;
+    for (int n = 1; n <= 3; ++n) {
+        factor *= scale;
+        if (!is_null_out_ref(*derivs[n - 1])) *derivs[n - 1] = L->evaluateDR_V(t, n) * factor;
+    }
+}
+
+void derivs_data::set(const law* L, double t, double scale) {
+    eval(L, t, scale, p_, d1_, d2_, d3_);
+}
+
+int derivs_data::get(double t, vector& P, vector& D1, vector& D2, vector& D3) const {
+    if (t_ - t > resmch) return -1;
+    if (std::fabs(t_ - t) >= resmch) return 0;
+    if (!is_null_out_ref(P)) P = p_;
+    if (!is_null_out_ref(D1)) D1 = d1_;
+    if (!is_null_out_ref(D2)) D2 = d2_;
+    if (!is_null_out_ref(D3)) D3 = d3_;
+    return 1;
 }

@@ -127,3 +127,30 @@ class law_data_prototype {
     alignas(T) unsigned char storage_[sizeof(T)];
     law_data_list node_;
 };
+
+// One cached sample of a law of one parameter with three outputs: the parameter t and
+// the value and first three derivatives there, the derivatives scaled by powers of a
+// scale (the length of the range a caller caches over, so they are per unit of that
+// range).  The root section of the thread context holds four of them as work records.
+class derivs_data {
+  public:
+    derivs_data() = default;
+
+    // Stores t; P = L(t), D1 = scale*L'(t), D2 = scale^2*L''(t), D3 = scale^3*L'''(t).
+    // An output left as null_out_ref<vector>() is not computed.
+    void eval(const law* L, double t, double scale, vector& P = null_out_ref<vector>(),
+              vector& D1 = null_out_ref<vector>(), vector& D2 = null_out_ref<vector>(),
+              vector& D3 = null_out_ref<vector>());
+    // eval into the sample's own four vectors.
+    void set(const law* L, double t, double scale);
+    // -1 when the stored parameter exceeds t by more than resmch (a later sample of an
+    // ascending list cannot match either); 0 when it differs from t by resmch or more;
+    // 1, with the wanted outputs copied, when it lies within resmch of t.
+    int get(double t, vector& P = null_out_ref<vector>(), vector& D1 = null_out_ref<vector>(),
+            vector& D2 = null_out_ref<vector>(), vector& D3 = null_out_ref<vector>()) const;
+    double param() const { return t_; }
+
+  private:
+    double t_ = 0.0;
+    vector p_, d1_, d2_, d3_;
+};

@@ -880,8 +880,11 @@ void differentiate_at(const derivative_law* d, const double* x, double* y, Diffe
     }
     int inputs = d->take_dim();
     if (r.var >= inputs) {
-        // F does not read that input.
-        for (int i = 0; i < m; ++i) y[i] = 0.0;
+        // F does not read that input, so every sample would be F(x): F is evaluated once,
+        // its errors passed on, and the differences of equal samples are 0 (NaN where F
+        // is not finite).
+        r.f->evaluate(x, y);
+        for (int i = 0; i < m; ++i) y[i] -= y[i];
         return;
     }
     law_scratch<stack_inputs> at(inputs);

@@ -626,9 +626,11 @@ law* csch_law::deriv(int which) const {
 
 LAW_UNARY_FUNCTION_DEF(arcsinh_law, "ARCSINH", "arcsinh")
 
+// ln(v + sqrt(v*v + 1)), computed without its cancellation for v < 0 and its overflow for
+// large |v|.
 void arcsinh_law::evaluate(const double* x, double* y) const {
     double v = fsub()->evaluateM_R(x);
-    *y = std::log(v + std::sqrt(v * v + 1.0));
+    *y = std::asinh(v);
 }
 
 // ARCSINH(g)' = (1 / SQRT(1 + g*g)) * g'
@@ -643,7 +645,8 @@ LAW_UNARY_FUNCTION_DEF(arccosh_law, "ARCCOSH", "arccosh")
 void arccosh_law::evaluate(const double* x, double* y) const {
     double v = fsub()->evaluateM_R(x);
     if (v < 1.0) sys_error(LAW_ARCCOSH);
-    *y = std::log(v + std::sqrt(v * v - 1.0));
+    // ln(v + sqrt(v*v - 1)), without its overflow for large v.
+    *y = std::acosh(v);
 }
 
 // The arguments at which g >= 1: a half line from where g is 1; the argument's own
@@ -665,7 +668,8 @@ LAW_UNARY_FUNCTION_DEF(arctanh_law, "ARCTANH", "arctanh")
 void arctanh_law::evaluate(const double* x, double* y) const {
     double v = fsub()->evaluateM_R(x);
     if (!(v > -1.0 && v < 1.0)) sys_error(LAW_ARCTANH);
-    *y = 0.5 * std::log((1.0 + v) / (1.0 - v));
+    // 0.5 * ln((1 + v) / (1 - v)), without its loss of every digit for small |v|.
+    *y = std::atanh(v);
 }
 
 int arctanh_law::in_domain(const double* x) const {
@@ -692,7 +696,11 @@ LAW_UNARY_FUNCTION_DEF(arccoth_law, "ARCCOTH", "arccoth")
 void arccoth_law::evaluate(const double* x, double* y) const {
     double v = fsub()->evaluateM_R(x);
     if (v >= -1.0 && v <= 1.0) sys_error(LAW_ARCCOTH);
-    *y = 0.5 * std::log((v + 1.0) / (v - 1.0));
+    // 0.5 * ln((v + 1) / (v - 1)) = 0.5 * ln(1 + 2 / (|v| - 1)) with the sign of v: log1p
+    // keeps the digits the quotient near 1 loses for large |v|, and |v| - 1 is exact
+    // near 1, where the function is steep.
+    double a = std::fabs(v);
+    *y = std::copysign(0.5 * std::log1p(2.0 / (a - 1.0)), v);
 }
 
 int arccoth_law::in_domain(const double* x) const {
@@ -742,8 +750,10 @@ LAW_UNARY_FUNCTION_DEF(arccsch_law, "ARCCSCH", "arccsch")
 void arccsch_law::evaluate(const double* x, double* y) const {
     double v = fsub()->evaluateM_R(x);
     if (std::fabs(v) < 1e-10) sys_error(LAW_ARCCSCH);
-    double root = std::sqrt(1.0 + v * v);
-    *y = v > 0.0 ? std::log((1.0 + root) / v) : std::log((1.0 - root) / v);
+    // v > 0: ln((1 + sqrt(1 + v*v)) / v); v < 0: ln((1 - sqrt(1 + v*v)) / v).  Both are
+    // asinh(1 / v), which keeps the digits the second loses to cancellation and has no
+    // overflow of v*v.
+    *y = std::asinh(1.0 / v);
 }
 
 int arccsch_law::in_domain(const double* x) const {

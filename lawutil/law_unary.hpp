@@ -21,10 +21,12 @@
 
 // ---- predicates (no derivative) ----
 
-// NOT(g): 1 when g is exactly 0, else 0.
+// NOT(g): 1 when g is exactly 0, else 0.  It binds between AND (2) and the comparisons
+// (4), so 'NOT X=1' reads as NOT(X=1) and NOT(X)=1 prints as '(NOT(X))=1'.
 class not_law : public unary_law {
     LAW_TYPE_DECL(not_law, unary_law)
     LAW_UNARY_FUNCTION_MEMBERS(not_law)
+    int precedence() const override { return 3; }
 };
 
 // EVEN?(g): 1 when g is an even integer.

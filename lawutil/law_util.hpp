@@ -6,6 +6,10 @@
 
 class binary_law;
 
+// The highest variable number a text may use: 'X4096' reads input 4095; a letter followed
+// by a greater number ('X100000000') is bad syntax.
+constexpr int law_max_variable = 4096;
+
 // The law that `text` describes (use count 1, owned by the caller), or null.  `data`
 // holds the arguments the text names as LAW1, LAW2, ... and by data-prototype symbols.
 law* str_to_law(const char* text, law_data** data = nullptr, int count = 0);

@@ -162,6 +162,7 @@ const prototype_index& prototypes_by_first_char() {
 
 token next_token(const char* s, bool operand_expected) {
     token t;
+    size_t refused = 0;  // length of a variable beyond law_max_variable
     char c = s[0];
     if (c == '\0') return t;
     if (c == ',') {
@@ -186,7 +187,11 @@ token next_token(const char* s, bool operand_expected) {
         size_t nd = digits_at(s + 1);
         if (nd > 0) {
             int n = read_index(s + 1, nd);
-            if (n >= 1) {
+            // Past the last input a text may name, the variable is no token at all (bad
+            // syntax, unless a longer symbol matches), rather than a law that makes every
+            // evaluation allocate for that many inputs.
+            if (n > law_max_variable) refused = 1 + nd;
+            if (n >= 1 && n <= law_max_variable) {
                 t.kind = tok_variable;
                 t.length = 1 + nd;
                 t.letter = c;
@@ -243,6 +248,7 @@ token next_token(const char* s, bool operand_expected) {
             t.proto = proto;
         }
     }
+    if (t.length < refused) return token();
     return t;
 }
 
@@ -442,11 +448,19 @@ law* read_law(const char* in, law_data** data, int count) {
     size_t best_at = (size_t)-1;
     token best;
     int best_depth = 0, best_rank = 0;
+    bool after_operator = false;
     for (size_t at = 0; s[at];) {
         token t = next_token(s + at, operand_expected);
         if (t.length == 0) return bad_syntax(s + at);
         if (t.kind != tok_open && t.kind != tok_close) {
             int rank = t.kind == tok_prototype ? t.proto->precedence() : 9;
+            // A prefix operator that binds loosely (NOT) takes in the rest of the text only
+            // where it starts an operand and is not called like a function: 'NOT X=1' is
+            // NOT(X=1), while 'NOT(X)=1' is (NOT(X))=1 and '1+NOT X' is 1+NOT(X); the
+            // text around the call is never dropped.
+            if (rank < 8 && t.kind == tok_prototype && !t.proto->isa(binary_law::id()) &&
+                (after_operator || s[at + t.length] == '('))
+                rank = 8;
             bool better = best_at == (size_t)-1 || depth < best_depth ||
                           (depth == best_depth &&
                            (rank < best_rank || (rank == best_rank && !operand_expected)));
@@ -459,10 +473,10 @@ law* read_law(const char* in, law_data** data, int count) {
         }
         if (t.kind == tok_open) ++depth;
         if (t.kind == tok_close) --depth;
-        operand_expected = t.kind == tok_open || t.kind == tok_comma ||
-                           (t.kind == tok_prototype &&
-                            (t.proto->isa(binary_law::id()) ||
-                             std::strcmp(t.proto->symbol(law_symbol_default), "-") == 0));
+        after_operator =
+            t.kind == tok_prototype && (t.proto->isa(binary_law::id()) ||
+                                        std::strcmp(t.proto->symbol(law_symbol_default), "-") == 0);
+        operand_expected = t.kind == tok_open || t.kind == tok_comma || after_operator;
         at += t.length;
     }
     if (best_at == (size_t)-1) return bad_syntax(s);

@@ -1,6 +1,14 @@
-// The law library: everything a client needs, in one include.
+// The law library: everything a client needs, in one include, the value types that the
+// evaluators take and return included.
 #pragma once
 
+#include "base/box.hpp"
+#include "base/complex_number.hpp"
+#include "base/interval.hpp"
+#include "base/matrix.hpp"
+#include "base/nvector.hpp"
+#include "base/position.hpp"
+#include "base/transf.hpp"
 #include "lawutil/diff.hpp"
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_base.hpp"

@@ -33,17 +33,6 @@ bool law_mem_check_on() {
     return law_mem_check_option().on();
 }
 
-derivs_data::~derivs_data() {
-    clear();
-}
-
-void derivs_data::clear() {
-    VORX_FREE(values);
-    values = nullptr;
-    count = 0;
-    param = 0.0;
-}
-
 lawutil_thread_ctx::lawutil_thread_ctx() = default;
 lawutil_thread_ctx::~lawutil_thread_ctx() = default;
 
@@ -59,7 +48,7 @@ void lawutil_thread_ctx::debug_dump(FILE* fp) const {
 lawutil_thread_ctx& law_context() {
     if (lawutil_thread_ctx_ptr) return *lawutil_thread_ctx_ptr;
     // Not started on this thread: a private context keeps evaluation working.  It holds
-    // no tracked memory of its own until a root finder fills it.
+    // no tracked memory.
     thread_local lawutil_thread_ctx fallback;
     return fallback;
 }

@@ -9,19 +9,7 @@
 
 #include "base/context.hpp"
 #include "base/options.hpp"
-
-// A derivative work record of the root finders: the values of a law and its derivatives
-// at one parameter.  Empty until a root finder fills it.
-struct derivs_data {
-    double param = 0.0;
-    int count = 0;
-    double* values = nullptr;  // tracked memory owned by the record
-    derivs_data() = default;
-    ~derivs_data();
-    derivs_data(const derivs_data&) = delete;
-    derivs_data& operator=(const derivs_data&) = delete;
-    void clear();
-};
+#include "lawutil/law_data.hpp"
 
 // Working state of the library on one thread.
 class lawutil_thread_ctx : public context_callbacks {

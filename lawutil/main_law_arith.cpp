@@ -654,6 +654,15 @@ law* exponent_law::deriv(int which) const {
         law_holder power_law(VORX_NEW exponent_law(left_, lowered.get()));
         return VORX_NEW times_law(scaled.get(), power_law.get());
     }
+    // (A^B)' = (B*A')*A^(B-1), B reading no input though not a constant_law, as in
+    // (-1)^-1: without the logarithm term, 0 times LN(A), which would raise for A < 0
+    if (right_->take_dim() == 0) {
+        law_holder scaled(VORX_NEW times_law(right_, da.get()));
+        law_holder one(VORX_NEW constant_law(1.0));
+        law_holder lowered(VORX_NEW minus_law(right_, one.get()));
+        law_holder power_law(VORX_NEW exponent_law(left_, lowered.get()));
+        return VORX_NEW times_law(scaled.get(), power_law.get());
+    }
     // (A^B)' = (B*A')*A^(B-1)+LN(A)*(A^B*B')
     law_holder db(right_->derivative(which));
     law_holder scaled(VORX_NEW times_law(right_, da.get()));

@@ -643,6 +643,9 @@ law* law_simplify(const law* in, int level, int trace) {
     if (!in) return nullptr;
     (void)rules_at_load;
     state_scope scope(level, trace);
+    // Like terms are matched with exact constants: a rule never merges two different
+    // numbers (and so never makes 0 of 1-0.99999999999999).
+    exact_constants_scope exact;
     if (trace) trace_law("\nSimplify %s\n", in);
     law_holder cur = law_holder::share(in);
     for (int round = 0; round < max_steps; ++round) {

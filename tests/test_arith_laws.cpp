@@ -337,6 +337,13 @@ TEST(ArithDerivative, ValuesAgreeWithCalculus) {
         {compose(X() + Y(), vec({X(), X() ^ c(2)})), 3, 7},
         {compose(X() * Y(), vec({X(), X() ^ c(2)})), 3, 27},
         {H(VORX_NEW pi_law), 1, 0},
+        // A negative base to an exponent that reads no input but is not a constant_law
+        // raised LAW_LN: the rule for a constant exponent has no logarithm.
+        {H(str_to_law("(-1)^-1")), 0, 0},
+        {H(str_to_law("(-2)^(-2)")), 0, 0},
+        {H(str_to_law("(-(PI))^-2")), 0, 0},
+        {H(str_to_law("(0-2)^(0-2)")), 0, 0},
+        {H(str_to_law("(-X)^-1")), 2, 0.25},
     };
     for (const row& r : rows) EXPECT_NEAR(H(r.l->derivative(0))->eval(r.x), r.expect, 1e-12);
 }

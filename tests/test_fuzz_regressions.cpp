@@ -74,9 +74,10 @@ TEST(FuzzRegressions, DerivativeOfANumericalDerivativeDoesNotHoldItsLaw) {
 // padding then wrote far past the short block.  Refusing (or evaluating to 0, the value
 // of the padded input) is fine; overrunning is not.
 TEST(FuzzRegressions, CompositionOverAFarInputDoesNotOverrunItsBuffer) {
-    output_capture quiet;
-    law_holder l(str_to_law("X600000000 O X"));
-    ASSERT_TRUE(l) << quiet.text();
+    // Built directly: the reader refuses a variable that far.
+    law_holder far(VORX_NEW identity_law(599999999, 'X'));
+    law_holder first(VORX_NEW identity_law(0, 'X'));
+    law_holder l(VORX_NEW composite_law(far.get(), first.get()));
     double x = 0.5;
     try {
         EXPECT_EQ(l->evaluateM_R(&x), 0.0);
@@ -150,7 +151,7 @@ TEST_P(FuzzPartReadAsANumber, OverAFarInputIsRefusedNotAllocated) {
     } catch (const vorx_exception&) {
         return;
     }
-    ASSERT_TRUE(l) << quiet.text();
+    if (!l) return;  // refused by the reader, past the last variable it reads
     try {
         law_holder d(l->derivative(0));
     } catch (const vorx_exception&) {

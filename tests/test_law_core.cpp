@@ -365,6 +365,58 @@ TEST(LawSize, FullSizeCountsSharedNodesOnce) {
     EXPECT_EQ(a2.blocks(), 2);
 }
 
+// full_size walked again below every node already counted, and into the derivative
+// caches of each path, so a shared tree took exponential time (the fourth derivative of
+// SIN(COS(SIN(COS(X+1)+2)+3)+4)*EXP(-ABS(X)) took seconds).  In a tree 24 levels deep
+// whose levels each use the one below twice, the leaf is now reached twice (from its one
+// parent, which holds it twice), not 2^24 times.
+TEST(LawSize, FullSizeWalksEachNodeOncePerCall) {
+    struct counted_leaf : constant_law {
+        counted_leaf() : constant_law(1.0) {}
+        void full_size(SizeAccumulator& acc, int count_self) const override {
+            ++walks;
+            constant_law::full_size(acc, count_self);
+        }
+        mutable int walks = 0;
+    };
+    counted_leaf* leaf = VORX_NEW counted_leaf;
+    law_holder level(leaf);
+    for (int i = 0; i < 24; ++i) level.reset(VORX_NEW pair_law(level.get(), level.get()));
+    SizeAccumulator acc;
+    level->full_size(acc);
+    EXPECT_EQ(leaf->walks, 2);
+    EXPECT_EQ(acc.blocks(), 25);
+    // Derivative cache slots are pointers of the platform's size (one slot here, beside
+    // the derivative, a leaf counted as a law).
+    law_holder x(VORX_NEW identity_law(0, 'X'));
+    SizeAccumulator bare, cached;
+    x->full_size(bare);
+    law_holder dx(x->derivative(0));
+    x->full_size(cached);
+    EXPECT_EQ(cached.size() - bare.size() - sizeof(law), sizeof(law*));
+}
+
+// derivs_data is one cached sample (a parameter and four vectors); the root section of
+// the thread context holds four of them.
+TEST(LawData, DerivsDataCachesOneScaledSample) {
+    law_holder helix(str_to_law("VEC(COS(X),SIN(X),X)"));
+    derivs_data& d = law_context().root.derivs[3];
+    d.set(helix.get(), 0.0, 2.0);
+    vector p, d1, d2, d3;
+    EXPECT_EQ(d.get(0.0, p, d1, d2, d3), 1);
+    EXPECT_EQ(p.x(), 1.0);
+    EXPECT_NEAR(d1.y(), 2.0, 1e-12);   // 2 * cos 0
+    EXPECT_NEAR(d2.x(), -4.0, 1e-12);  // 4 * -cos 0
+    EXPECT_NEAR(d3.z(), 0.0, 1e-12);
+    EXPECT_EQ(d.get(-0.1), -1);  // the sample lies beyond: no later one can match
+    EXPECT_EQ(d.get(0.1), 0);
+    vector only;
+    derivs_data fresh;
+    fresh.eval(helix.get(), 0.0, 3.0, null_out_ref<vector>(), only);
+    EXPECT_NEAR(only.y(), 3.0, 1e-12);
+    d = derivs_data();
+}
+
 TEST(LawRegistry, PrototypesHaveUseCountZero) {
     int found = 0;
     for (law_list* n = law_list::head(); n; n = n->fnext()) {

@@ -69,6 +69,15 @@ TEST(Evaluate, ScalarEvaluatorsCheckTheOutputDimension) {
     EXPECT_EQ(code_of([](const law* l) { l->evaluateNV_R(nvector(1)); }, x.get()), LAW_EVALV);
 }
 
+// eval() tested the input count first, so a vector law of several inputs raised LAW_DIM
+// where evaluateM_R raises LAW_EVALS; the input count is checked after the output.
+TEST(Evaluate, EvalOnAVectorLawOfSeveralInputsRaisesLawEvals) {
+    law_holder vec(str_to_law("VEC(X,Y,Z)"));
+    EXPECT_EQ(code_of([](const law* l) { l->eval(1.0); }, vec.get()), LAW_EVALS);
+    law_holder two_inputs(VORX_NEW shape_law(2, 1));
+    EXPECT_EQ(code_of([](const law* l) { l->eval(1.0); }, two_inputs.get()), LAW_DIM);
+}
+
 TEST(Evaluate, SideAndGuessDispatch) {
     shape_law* s = VORX_NEW shape_law(1, 1);
     law_holder h(s);

@@ -142,6 +142,16 @@ const value_row value_rows[] = {
     {"D(X*Y,4)", {2, 3}, 0, "", 0},
     {"D(X*X,0)", {1e4}, 2e4, "", 1e-3},
     {"D(X,-1)", {2}, 0, "LAW_DIM", 0},
+    // D over a law that does not read the input still evaluates it and passes its errors.
+    {"D(COTH(0))", {0.5}, 0, "LAW_COTH", 0},
+    {"D(LN(-1))", {0.5}, 0, "LAW_LN", 0},
+    {"D(ARCCOTH(X),3)", {0.5}, 0, "LAW_ARCCOTH", 0},
+    // NOT binds between AND and the comparisons: 'NOT X=1' is NOT(X=1); called like a
+    // function, or after an operator, it takes only its argument.
+    {"NOT X=1", {7.5}, 1, "", 0},
+    {"NOT(X)=1", {7.5}, 0, "", 0},
+    {"1+NOT X", {0}, 2, "", 0},
+    {"NOT X AND Y", {0, 0}, 0, "", 0},
 };
 // clang-format on
 
@@ -377,6 +387,10 @@ const text_row text_rows[] = {
     {"DOMAIN(X*X,0,1)", "X*X"},
     {"PDOMAIN(X,0,1)", "X"},
     {"D(X^3,0)", "D(X**3,0)"},
+    {"(NOT(X))=1", "(not(X))=1"},
+    {"NOT(X=1)", "not(X=1)"},
+    {"-(NOT(X))", "-(not(X))"},
+    {"XANDNOT(Y)", "Xandnot(Y)"},
 };
 // clang-format on
 

@@ -368,6 +368,33 @@ TEST(SimplifyErrors, ZeroToANegativePowerRaisesWhenFolded) {
     EXPECT_EQ(error_of([&] { law_holder s(law_simplify(l.get(), 1, 0)); }), LAW_EXPONENT);
 }
 
+// Constants within the 1e-14 of law equality were merged as like terms, so that
+// 1-0.99999999999999 became 0 and derivatives over tiny constants vanished.  A folded
+// value is the actual value: the simplified law keeps the law's value, and it is not 0.
+TEST(SimplifyFolding, SmallNonZeroConstantsAreNeverFoldedToZero) {
+    struct row {
+        const char* text;
+        int which;  // -1: the law itself, else its derivative in that input
+        double x, expect;
+    } rows[] = {
+        {"1-0.99999999999999", -1, 0, 1 - 0.99999999999999},
+        {"1e-20-2e-20", -1, 0, 1e-20 - 2e-20},
+        {"1e-15-0", -1, 0, 1e-15},
+        {"X*(3e-15-1e-15)", -1, 1, 3e-15 - 1e-15},
+        {"X*1e-15-X*1e-30", -1, 1, 1e-15 - 1e-30},
+        {"(1-0.9999999999999966^2)^-1", -1, 0, 1 / (1 - 0.9999999999999966 * 0.9999999999999966)},
+        {"X/1e-15", 0, 1, 1e15},
+        {"Y/CSCH(100)", 1, 1, std::sinh(100.0)},
+    };
+    for (const row& r : rows) {
+        law_holder l = parse(r.text);
+        law_holder s(r.which < 0 ? law_simplify(l.get(), 2, 0) : l->derivative(r.which));
+        double at[2] = {r.x, r.x};
+        EXPECT_NEAR(s->evaluateM_R(at), r.expect, 1e-12 * std::fabs(r.expect))
+            << r.text << " -> " << text_of(s.get());
+    }
+}
+
 // A law whose value is not a pure function of its argument: it counts its evaluations.
 class counting_law : public unary_law {
   public:
@@ -775,6 +802,43 @@ TEST(SimplifyProperty, SimplifiedDerivativesAgreeWithDifferences) {
         }
     }
     EXPECT_GT(compared, 2000);
+}
+
+// Every law prints and reads back to an equal law, also with NOT (precedence 3) and the
+// comparisons around random parts, where the parenthesis rule is put to work.
+TEST(SimplifyProperty, RandomLawsPrintAndReadBackEqual) {
+    law_generator gen(9001u);
+    for (int n = 0; n < 1000 && !HasFailure(); ++n) {
+        law_holder a = gen.make(1 + n % 4), b = gen.make(n % 3);
+        law_holder not_a(VORX_NEW not_law(a.get()));
+        law_holder forms[] = {
+            a,
+            not_a,
+            law_holder(VORX_NEW equal_law(not_a.get(), b.get())),
+            law_holder(VORX_NEW plus_law(b.get(), not_a.get())),
+            law_holder(VORX_NEW negate_law(not_a.get())),
+            law_holder(VORX_NEW and_law(not_a.get(), b.get())),
+            law_holder(VORX_NEW exponent_law(b.get(), not_a.get())),
+        };
+        // A negative constant reads back as the negation of a positive one: the law read
+        // back is compared with the law read from its own text, and by value.
+        for (const law_holder& f : forms) {
+            std::string printed = text_of(f.get());
+            law_holder back(str_to_law(printed.c_str()));
+            ASSERT_TRUE(back) << printed;
+            std::string again = text_of(back.get());
+            law_holder twice(str_to_law(again.c_str()));
+            EXPECT_EQ(again, printed);
+            EXPECT_TRUE(*twice == *back) << printed;
+            const double at[2] = {0.7, -1.3};
+            double v = 0, w = 0;
+            int code = error_of([&] { v = f->evaluateM_R(at); });
+            EXPECT_EQ(error_of([&] { w = back->evaluateM_R(at); }), code) << printed;
+            if (!code && std::isfinite(v)) {
+                EXPECT_NEAR(w, v, 1e-12 * (1 + std::fabs(v))) << printed;
+            }
+        }
+    }
 }
 
 // Laws of several outputs: the same comparison, output by output, with the size kept.

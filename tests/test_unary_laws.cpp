@@ -150,6 +150,34 @@ TEST(UnaryLawValues, Table) {
     }
 }
 
+// The logarithmic formulas lost every digit to cancellation (ARCSINH(-1e-9), ARCTANH of
+// tiny values, ARCCOTH of large ones), or overflowed in v*v (ARCSINH(-1e8) was -inf,
+// ARCCOSH(1e200) inf, ARCCSCH(-1e-8) -inf), where the functions are well conditioned.
+// References to 17 digits from 50-digit arithmetic; a few units in the last place.
+TEST(UnaryLawValues, InverseHyperbolicsAccurateWhereWellConditioned) {
+    const value_row rows[] = {
+        {"ARCSINH(-1e-9)", make<arcsinh_law>, -1e-9, -1.0000000000000001e-9},
+        {"ARCSINH(-1e8)", make<arcsinh_law>, -1e8, -19.113827924512311},
+        {"ARCSINH(-3)", make<arcsinh_law>, -3, -1.8184464592320668},
+        {"ARCSINH(1e300)", make<arcsinh_law>, 1e300, 691.46867507877365},
+        {"ARCTANH(1e-200)", make<arctanh_law>, 1e-200, 1e-200},
+        {"ARCTANH(-0.3)", make<arctanh_law>, -0.3, -0.3095196042031117},
+        {"ARCTANH(0.999999)", make<arctanh_law>, 0.999999, 7.2543286192476694},
+        {"ARCCOSH(1e200)", make<arccosh_law>, 1e200, 461.21016577936908},
+        {"ARCCOSH(1.5)", make<arccosh_law>, 1.5, 0.96242365011920689},
+        {"ARCCOTH(1e8)", make<arccoth_law>, 1e8, 1e-8},
+        {"ARCCOTH(-1.0000001)", make<arccoth_law>, -1.0000001, -8.4056214404671984},
+        {"ARCCOTH(-3)", make<arccoth_law>, -3, -0.34657359027997265},
+        {"ARCCSCH(-1e-8)", make<arccsch_law>, -1e-8, -19.113827924512311},
+        {"ARCCSCH(-3)", make<arccsch_law>, -3, -0.32745015023725844},
+        {"ARCCSCH(1e300)", make<arccsch_law>, 1e300, 9.9999999999999995e-301},
+    };
+    for (const value_row& r : rows) {
+        law_holder l = over_x(r.mk);
+        EXPECT_NEAR(l->eval(r.v), r.expected, 4e-16 * std::fabs(r.expected)) << r.text;
+    }
+}
+
 // Only the fraction of v/pi above its truncation is tested, so just below 3*pi the law
 // still evaluates (to a large negative cotangent).
 TEST(UnaryLawValues, CotJustBelowAMultipleOfPiDoesNotRaise) {
