@@ -43,11 +43,12 @@ namespace {
 
 // Points within this many resabs merge when the magnitude does not rise between them.
 constexpr double merge_reach = 1000.0;
-// Depth of the quadtree when no reach law prunes it.
+// Depth of the quadtree when no reach law prunes it, and in any case.
 constexpr int unpruned_depth = 4;
+constexpr int deepest = 10;
 
 int depth_bound(const law* g) {
-    int d = std::max(law_context().root.root_count_a, 0);
+    int d = std::min(std::max(law_context().root.root_count_a, 0), deepest);
     return g ? d : std::min(d, unpruned_depth);
 }
 

@@ -11,7 +11,8 @@
 // - Duplicates.  Root_2D_set::add treats a new point as a zero already in the set when
 //   the two are within resabs of each other, or within 1000 resabs and f at their
 //   midpoint is below root_f_tol (no hump of the magnitude between them).  The better
-//   of the two (smaller value) is kept in the node.  add answers 1 when it made a new
+//   of the two (smaller value) is kept in the node.  (So f must be defined between
+//   admissible points 1000 resabs apart.)  add answers 1 when it made a new
 //   node, 0 when it merged the point into an existing one.  Nodes keep the order in
 //   which they were first added.
 // - Two lists.  Both forms of Nroot2D first collect every point where a search ended,
@@ -27,10 +28,11 @@
 // - Recursion.  The root cell covers the rectangle.  A cell within reach is searched
 //   (fill), its result goes into the set (mins), and it is divided into its four
 //   quadrants until the depth bound, root_count_a levels below the root (7 after
-//   set_root_tol_default); with a null g it is min(root_count_a, 4) levels, since
-//   nothing is pruned.  So at most (4^(d+1) - 1) / 3 cells are searched, each with at
-//   most root_max_evaluations + 5 evaluations.  Zeros farther apart than about the
-//   smallest cell's size are found separately.
+//   set_root_tol_default, never more than 10); with a null g it is at most 4 levels,
+//   since nothing is pruned.  So at most (4^(d+1) - 1) / 3 cells are searched, each with at
+//   most root_max_evaluations + 5 evaluations.  A zero is found when a searched
+//   centre (or a start point) lies in its basin; two zeros closer than about the
+//   smallest cell may give only one of them.
 // - The quadtree form also searches from its start points, as the start-point form
 //   does without a stop law.  It sets the default tolerances first
 //   (set_root_tol_default), and leaves them so.

@@ -214,6 +214,15 @@ TEST(Root2D, RectangleAndQuadTree) {
         EXPECT_LT(root.count(), reach ? 21845 / 8 : 342);
     }
     EXPECT_EQ(full, 1 + 4 + 16 + 64 + 256);
+
+    // A reach law that puts every zero out of reach leaves the start points alone.
+    law_holder far(VORX_NEW constant_law(1e9));
+    complex_number start(0.9, 0.2);
+    int n = -1;
+    complex_number* z = Nroot2D(f.get(), far.get(), nullptr, rec2d(-2, -2, 2, 2), &n, &start, 1);
+    ASSERT_EQ(n, 1);
+    EXPECT_LT((z[0] - complex_number(std::sqrt(0.5), std::sqrt(0.5))).abs(), 1e-6);
+    VORX_FREE(z);
 }
 
 TEST(Root2D, BadInputAndDomainErrors) {
