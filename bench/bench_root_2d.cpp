@@ -14,26 +14,9 @@
 #include <vector>
 
 #include "lawutil/lawutil.hpp"
+#include "tests/test_support.hpp"  // counted_law
 
 namespace {
-
-// Counts the evaluations of the law it wraps (used once per case, outside the timing).
-class counted_law : public law {
-  public:
-    explicit counted_law(law* sub) : sub_(sub) { sub_->add(); }
-    ~counted_law() override { sub_->remove(); }
-    void evaluate(const double* x, double* y) const override {
-        ++calls;
-        *y = sub_->evaluateM_R(x);
-    }
-    mutable long calls = 0;
-
-  protected:
-    int take_size() const override { return sub_->take_dim(); }
-
-  private:
-    law* sub_;
-};
 
 // Processor time of this process in microseconds (the machine may be shared: wall time
 // would count other work).
@@ -107,7 +90,7 @@ void BM_Nmin2D(benchmark::State& state) {
     initialize_law();
     {
         law_holder f(str_to_law(b.text));
-        law_holder counted(VORX_NEW counted_law(f.get()));
+        law_holder counted(VORX_NEW counted_law(b.text));
         double value, step;
         int status;
         Nmin2D(counted.get(), nullptr, complex_number(3, -2), 0.5, 100, &value, &step, &status,
@@ -163,7 +146,7 @@ void BM_Nroot2D(benchmark::State& state) {
     {
         law_holder f(str_to_law(s.magnitude));
         law_holder g(s.reach ? str_to_law(s.reach) : nullptr);
-        law_holder counted(VORX_NEW counted_law(f.get()));
+        law_holder counted(VORX_NEW counted_law(s.magnitude));
         rec2d R(s.x0, s.y0, s.x1, s.y1);
         int n = 0;
         VORX_FREE(Nroot2D(counted.get(), g.get(), nullptr, R, &n, nullptr, 0));
