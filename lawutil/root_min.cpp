@@ -8,16 +8,18 @@
 // G[i] = (f(z + s[i] e_i) - f(z - s[i] e_i)) / 2 (the gradient in step units), the point
 // z - s[i] G[i] / |G|, one step from z in step units (z - h grad/|grad| when the steps are
 // equal).  It is skipped when the gradient (f' estimated by central differences) is no
-// longer than 1e-15.  The first strictly smaller value wins, so ties go to the earlier
-// trial in that order.  Step control: no winner halves every step; a winner doubles them
-// when the same trial direction won the iteration before or when three iterations have
-// passed since the last change.
+// longer than 1e-15, and in one dimension, where it is one of the axis points.  The first
+// strictly smaller value wins, so ties go to the earlier trial in that order.  Step
+// control: no winner halves every step; a winner doubles them when the same trial
+// direction won the iteration before or when three iterations have passed since the
+// last change.
 //
 // Invariants.  The value at z never increases; z only moves to a trial point whose law
 // values were computed (inadmissible and NaN points carry DBL_MAX and cannot win).  The
-// loop ends because every iteration either halves the steps (the 1e-14 floor ends it) or
-// counts 2n or 2n + 1 evaluations against root_max_evaluations, tested after each
-// iteration; so at most root_max_evaluations + 2n + 1 evaluations are made.
+// loop ends: an iteration either halves the steps or moves to a point it evaluated;
+// doublings come only with moves, moves are bounded by root_max_evaluations (tested
+// after each iteration, so at most root_max_evaluations + 2n + 1 evaluations), and the
+// halvings by log2(step / 1e-14) plus the doublings.
 //
 // Error model.  The search is local: it finds a point where no compass neighbour at the
 // final step is lower, which for a smooth objective is within about the final step of a
@@ -151,7 +153,7 @@ compass_outcome compass_search(const compass_problem& p, double* z, double* s) {
             usable = usable && std::isfinite(up[i]) && std::isfinite(down[i]) && up[i] < DBL_MAX &&
                      down[i] < DBL_MAX;
         }
-        if (usable) {
+        if (usable && n > 1) {
             // G = half the central differences (the gradient in step units).
             bool differs = false;
             double g_length2 = 0.0, scaled_length2 = 0.0;
