@@ -10,7 +10,7 @@
 // first step and a largest distance of half its diagonal, and divided into quadrants
 // down to the depth bound.
 //
-// Invariants.  A node of a set is never within resabs of another node (add merges
+// Invariants.  add never makes a node within resabs of an existing one (it merges
 // such points).  A cell is searched at most once (fill acts only on state -3) and lies
 // at depth <= the bound, so the number of searches is bounded by the tree's size plus
 // the start points, each search by root_max_evaluations + 5 evaluations, and the
