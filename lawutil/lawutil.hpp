@@ -21,6 +21,8 @@
 #include "lawutil/main_law_arith.hpp"
 #include "lawutil/main_law_err.hpp"
 #include "lawutil/root.hpp"
+#include "lawutil/root_2d.hpp"
+#include "lawutil/root_min.hpp"
 #include "lawutil/simplfy.hpp"
 #include "lawutil/sw_curve.hpp"
 #include "lawutil/sw_curve_util.hpp"

@@ -27,3 +27,20 @@ std::string error_of(F f) {
     }
     return "";
 }
+
+// A law that counts its evaluations and otherwise evaluates the law it holds.
+class counted_law : public law {
+  public:
+    explicit counted_law(const char* text) : sub_(str_to_law(text)) {}
+    void evaluate(const double* x, double* y) const override {
+        ++calls;
+        *y = sub_->evaluateM_R(x);
+    }
+    mutable long calls = 0;
+
+  protected:
+    int take_size() const override { return sub_->take_dim(); }
+
+  private:
+    law_holder sub_;
+};
