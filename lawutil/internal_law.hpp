@@ -113,7 +113,7 @@ class multiple_data_law : public law {
 
 // Two constants are the same law when their values differ by less than 1e-14.  While an
 // exact_constants_scope lives on the thread, they are the same only when their values are
-// equal: the simplifier matches like terms so, since merging 1 and 0.99999999999999 as
+// equal.  The simplifier matches like terms this way: taking 1 and 0.99999999999999 for
 // "the same A" would turn 1-0.99999999999999 into 0.
 class exact_constants_scope {
   public:

@@ -99,21 +99,6 @@ TEST(Parser, VariablesByLetterAndNumber) {
     }
 }
 
-TEST(Parser, NumbersAndTheirQuirks) {
-    struct {
-        const char* text;
-        double value;
-    } rows[] = {{"2e-3", 0.002}, {"2*E-3", 0.002}, {"1.5E+2", 150.0}, {".25", 0.25}, {"7", 7.0}};
-    for (auto& r : rows) {
-        law_holder l(str_to_law(r.text));
-        ASSERT_TRUE(l && l->isa(constant_law::id())) << r.text;
-        EXPECT_DOUBLE_EQ(l->eval(0.0), r.value) << r.text;
-    }
-    law_holder two_e5(str_to_law("2E5"));
-    double x[5] = {0, 0, 0, 0, 3.0};
-    EXPECT_EQ(two_e5->evaluateM_R(x), 6.0);  // 2 times the variable E5
-}
-
 TEST(Parser, BadInputPrintsTheDocumentedMessageAndReturnsNull) {
     struct {
         const char* text;
@@ -167,11 +152,18 @@ TEST(Parser, EvaluatesWhatItReads) {
         {"2*PI*X", 0.5, M_PI},
         {"1+2*X+3*X^2", 1.0, 6.0},
         {"SIN(X)^2+COS(X)^2", 0.7, 1.0},
+        // Numbers, with their quirks: '2*E-3' is the number 2E-3, and without the
+        // exponent's sign '2E5' is 2 times the variable E5 (input 4, 3 here).
+        {"2e-3", 0.0, 0.002},
+        {"2*E-3", 0.0, 0.002},
+        {"1.5E+2", 0.0, 150.0},
+        {".25", 0.0, 0.25},
+        {"2E5", 0.0, 6.0},
     };
     for (auto& r : rows) {
         law_holder l(str_to_law(r.text));
         ASSERT_TRUE(l) << r.text;
-        double in[3] = {r.x, 0.0, 0.0};
+        double in[5] = {r.x, 0.0, 0.0, 0.0, 3.0};
         EXPECT_NEAR(l->evaluateM_R(in), r.value, 1e-12) << r.text;
     }
 }
@@ -219,25 +211,6 @@ TEST(Parser, EveryPrintedLawReadsBackEqual) {
         EXPECT_TRUE(*back == *l) << text << " printed " << printed;
         EXPECT_EQ(text_of(back.get()), printed);
     }
-}
-
-TEST(Parser, RegisteredSymbolsReadBackInOwnSpelling) {
-    // Every registered unary function reads back from its own printed form.
-    int checked = 0;
-    for (law_list* n = law_list::head(); n; n = n->fnext()) {
-        law* proto = n->fthis();
-        if (!proto->isa(unary_law::id())) continue;
-        law_holder x(VORX_NEW identity_law(0, 'X'));
-        law_holder l(static_cast<unary_law*>(proto)->make_one(x.get()));
-        ASSERT_TRUE(l) << proto->class_name();
-        std::string printed = text_of(l.get());
-        law_holder back(str_to_law(printed.c_str()));
-        ASSERT_TRUE(back) << printed;
-        EXPECT_EQ(back->type(), l->type()) << printed;
-        EXPECT_TRUE(*back == *l) << printed;
-        ++checked;
-    }
-    EXPECT_GT(checked, 30);
 }
 
 TEST(Parser, RandomAndMutatedTextNeverCrashesOrLeaks) {

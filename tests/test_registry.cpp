@@ -1,7 +1,7 @@
-// Every registered prototype at once: a law of its class prints in both spellings, its
-// own text reads back to an equal law, and its symbolic derivative agrees with the
-// numerical one wherever the law evaluates.  A class registered tomorrow is covered the
-// day it is registered.
+// Every registered prototype at once: it is registered once and binds by the precedence
+// ladder; a law of its class prints in both spellings, its own text reads back to an
+// equal law, and its symbolic derivative agrees with the numerical one wherever the law
+// evaluates.  A class registered tomorrow is covered the day it is registered.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -44,6 +44,12 @@ std::string sample_text(const law* proto, const char* arg) {
 // Classes whose derivative is deliberately not the slope of their value: MOD's is 0
 // (its jumps are ignored and the first operand's slope is not passed on), and the
 // shifted arcsec, arccsc and arcsech keep the derivatives of the principal branches.
+// The precedence ladder, binding loosest first; every other class binds like a function (8).
+const std::map<std::string, int> ladder = {
+    {"OR", 1}, {"AND", 2}, {"NOT", 3}, {"=", 4}, {"!=", 4}, {"<", 4}, {"<=", 4},
+    {">", 4},  {">=", 4},  {"+", 5},   {"-", 5}, {"*", 6},  {"/", 6}, {"^", 7},
+};
+
 bool slope_differs_deliberately(const law* proto) {
     const char* sym = proto->symbol(law_symbol_default);
     for (const char* s : {"MOD", "ARCSEC", "ARCCSC", "ARCSECH"})
@@ -55,11 +61,18 @@ bool slope_differs_deliberately(const law* proto) {
 
 TEST(Registry, EveryPrototypePrintsReadsBackAndDifferentiatesRight) {
     int classes = 0, slopes = 0;
+    std::map<int, int> registrations;
     for (law_list* n = law_list::head(); n; n = n->fnext()) {
         const law* proto = n->fthis();
+        EXPECT_EQ(++registrations[proto->type()], 1) << proto->class_name() << " registered twice";
         if (proto->isa(unary_data_law::id()) || proto->isa(multiple_data_law::id())) continue;
         SCOPED_TRACE(proto->class_name());
         ++classes;
+        // The unary minus shares "-" with subtraction but binds like a function.
+        auto rung = ladder.find(proto->symbol(law_symbol_default));
+        bool on_ladder =
+            rung != ladder.end() && (proto->isa(binary_law::id()) || proto->isa(not_law::id()));
+        EXPECT_EQ(proto->precedence(), on_ladder ? rung->second : 8);
         // Two arguments, so functions with a domain away from [0.2, 0.5] get a chance.
         for (const char* arg : {"0.3*X+0.2", "0.3*X+1.7"}) {
             std::string text = sample_text(proto, arg);

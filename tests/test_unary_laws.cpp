@@ -489,29 +489,6 @@ TEST(UnaryLawSymbols, BothSpellingsAndIdentity) {
     }
 }
 
-// One prototype per class, found by the parser: the printed text reads back to an
-// equal law.
-TEST(UnaryLawSymbols, RegisteredOnceAndReadBack) {
-    law_holder x = variable();
-    law_holder half(VORX_NEW constant_law(0.5));
-    law_holder arg(VORX_NEW times_law(x.get(), half.get()));
-    for (const symbol_row& r : symbol_rows) {
-        SCOPED_TRACE(r.class_name);
-        law_holder l(r.mk(arg.get()));
-        int found = 0;
-        for (law_list* n = law_list::head(); n; n = n->fnext())
-            if (n->fthis()->type() == l->type()) {
-                ++found;
-                EXPECT_EQ(n->fthis()->ref_count(), 0);
-            }
-        EXPECT_EQ(found, 1);
-        std::string text = text_of(l.get(), law_symbol_default);
-        law_holder back(str_to_law(text.c_str()));
-        ASSERT_TRUE(back);
-        EXPECT_TRUE(*back == *l) << text;
-    }
-}
-
 // ---------------------------------------------------------------- derivatives
 
 struct derivative_row {
