@@ -2,6 +2,7 @@
 #pragma once
 
 #include "lawutil/diff.hpp"
+#include "lawutil/integrate.hpp"
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/law_data.hpp"
