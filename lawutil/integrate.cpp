@@ -182,7 +182,7 @@ bool less_error(const span& p, const span& q) {
 }
 
 // End states.
-enum { end_unknown = 0, end_regular = 1, end_singular = 2, end_tried = 3 };
+enum { end_unknown = 0, end_regular = 1, end_singular = 2 };
 
 class adaptive_engine {
   public:
@@ -214,7 +214,7 @@ class adaptive_engine {
     span kronrod(double l, double r, int left_end, int right_end);
     void collect_breaks(double a, double b);
     int probe(int end);
-    bool tanh_sinh(double l, double r, double needed, double& value, double& error);
+    int tanh_sinh(double l, double r, double needed, double& value, double& error);
     void push(const span& s) {
         open_.push_back(s);
         std::push_heap(open_.begin(), open_.end(), less_error);
@@ -341,6 +341,7 @@ void adaptive_engine::collect_breaks(double a, double b) {
 // end singularity.  Counts as evaluations.
 int adaptive_engine::probe(int end) {
     if (end_state_[end] != end_unknown) return end_state_[end];
+    if (evaluations_ + 2 > opt_.max_evaluations) return end_unknown;  // not worth the bound
     double x = ends_[end];
     int state = end_regular;
     try {
@@ -368,25 +369,32 @@ int adaptive_engine::probe(int end) {
 // tanh-sinh on [l, r]: x = tanh(pi/2 sinh t), nodes t = k h with h halved per level.
 // With q = exp(-pi sinh t) a node lies (r - l) q / (1 + q) from an end and weighs
 // 2 pi cosh t q / (1 + q)^2 (times (r - l)/2 and h).  A side stops when its terms fall
-// below 1e-18 of the sum, when a node would land on the end, or when the law raises there
-// (the term before is then added to the error, for the missing tail).  The error is the
-// last level difference plus those tails.  False when the budget runs out or the levels
-// do not agree to `needed` by level 6.
-bool adaptive_engine::tanh_sinh(double l, double r, double needed, double& value, double& error) {
+// below 1e-18 of the sum, when a node would land on the end, or when the law raises or is
+// not finite there.  Stopped early, the side leaves a tail unsampled, next to an end
+// that is not at 0 (doubles near 1 are 1e-16 apart, so 1/SQRT(1-X) loses about 1e-8
+// there): 4 d |f| from the last node, d from the end, which covers singularities up to
+// d^(-3/4).  The error is the last level difference plus those tails.  Answers
+// ts_converged, ts_tail_bound (the levels agree to `needed`, or to within twice the
+// tails, but the tails exceed `needed`: the doubles cannot do better) or ts_failed (the
+// budget or level 6 reached first).
+enum { ts_failed = 0, ts_converged = 1, ts_tail_bound = 2 };
+
+int adaptive_engine::tanh_sinh(double l, double r, double needed, double& value, double& error) {
     const double pi = 3.14159265358979323846;
     const double half = 0.5 * (r - l), c = 0.5 * (l + r);
     const int max_level = 6;
-    double sum = 0.0, tail = 0.0, previous = 0.0;
+    double sum = 0.0, previous = 0.0;
     try {
         sum = pi / 2 * sample(c);
     } catch (const vorx_exception&) {
-        return false;
+        return ts_failed;
     }
+    if (!std::isfinite(sum)) return ts_failed;
     for (int level = 0; level <= max_level; ++level) {
-        double h = std::ldexp(1.0, -level);
+        double h = std::ldexp(1.0, -level), tail = 0.0;
         int step = level == 0 ? 1 : 2;
         for (int side = 0; side < 2; ++side) {
-            double last = 0.0;
+            double last_d = 0.0, last_f = 0.0;
             for (int k = 1;; k += step) {
                 double t = k * h;
                 if (t > 6.5) break;
@@ -394,35 +402,38 @@ bool adaptive_engine::tanh_sinh(double l, double r, double needed, double& value
                 double d = (r - l) * q / (1 + q);
                 double w = 2 * pi * std::cosh(t) * q / ((1 + q) * (1 + q));
                 double x = side == 0 ? l + d : r - d;
-                if (!(x > l && x < r)) {
-                    tail += std::fabs(last) * half * h;
+                double fx = 0.0;
+                bool stop = !(x > l && x < r);
+                if (!stop) {
+                    if (evaluations_ >= opt_.max_evaluations) return ts_failed;
+                    try {
+                        fx = sample(x);
+                    } catch (const vorx_exception&) {
+                        stop = true;
+                    }
+                    stop = stop || !std::isfinite(fx);
+                }
+                if (stop) {
+                    tail = std::max(tail, 4 * last_d * std::fabs(last_f));
                     break;
                 }
-                if (evaluations_ >= opt_.max_evaluations) return false;
-                double term;
-                try {
-                    term = w * sample(x);
-                } catch (const vorx_exception&) {
-                    tail += std::fabs(last) * half * h;
-                    break;
-                }
-                if (!std::isfinite(term)) {
-                    tail += std::fabs(last) * half * h;
-                    break;
-                }
-                sum += term;
-                last = term;
-                if (t > 1 && std::fabs(term) <= 1e-18 * std::fabs(sum)) break;
+                sum += w * fx;
+                last_d = d;
+                last_f = fx;
+                if (t > 1 && std::fabs(w * fx) <= 1e-18 * std::fabs(sum)) break;
             }
         }
         double estimate = half * h * sum;
-        error = std::fabs(estimate - previous) + tail;
+        double change = std::fabs(estimate - previous);
+        error = change + tail;
         value = estimate;
-        if (level >= 2 && error <= needed) return true;
+        if (level >= 2 && change <= needed) return error <= needed ? ts_converged : ts_tail_bound;
+        // Levels truncated at different nodes differ by about the tails: no level will
+        // do better.
+        if (level >= 3 && tail > 0 && change <= 2 * tail) return ts_tail_bound;
         previous = estimate;
-        tail = 0.0;
     }
-    return false;
+    return ts_failed;
 }
 
 integrate_result adaptive_engine::run(double a, double b, int n_splits, const double* splits) {
@@ -439,7 +450,6 @@ integrate_result adaptive_engine::run(double a, double b, int n_splits, const do
     res.pieces = (int)ends_.size() - 1;
     for (int i = 0; i + 1 < (int)ends_.size(); ++i) push(kronrod(ends_[i], ends_[i + 1], i, i + 1));
 
-    int resolution = 0;
     for (;;) {
         double total = closed_value_, error = closed_error_;
         for (const span& s : open_) {
@@ -449,29 +459,29 @@ integrate_result adaptive_engine::run(double a, double b, int n_splits, const do
         res.value = total;
         res.error = error;
         double goal = target(total);
-        if (error <= goal) {
+        if (error <= goal && std::isfinite(error)) {
             res.status = integrate_converged;
             break;
         }
         if (open_.empty()) {
-            res.status = resolution ? integrate_resolution_limit : integrate_evaluation_limit;
+            res.status = integrate_resolution_limit;
             break;
         }
         std::pop_heap(open_.begin(), open_.end(), less_error);
         span worst = open_.back();
         open_.pop_back();
 
-        // A singular piece end: the double-exponential rule over the whole span, once.
+        // A singular piece end: the double-exponential rule over the whole span, once (the
+        // halves of a span it failed on no longer count as touching a piece end).
         if (opt_.use_tanh_sinh) {
             bool singular = false;
             for (int end : {worst.left_end, worst.right_end})
-                if (end >= 0 && probe(end) == end_singular) {
-                    end_state_[end] = end_tried;
-                    singular = true;
-                }
+                if (end >= 0 && probe(end) == end_singular) singular = true;
             double needed = std::max(goal - (error - worst.error), 0.1 * goal);
             double v = 0.0, e = 0.0;
-            if (singular && tanh_sinh(worst.l, worst.r, needed, v, e)) {
+            // At the tail bound halving would meet the same wall of doubles next to the end.
+            int ts = singular ? tanh_sinh(worst.l, worst.r, needed, v, e) : ts_failed;
+            if (ts != ts_failed) {
                 close(span{worst.l, worst.r, v, e, -1, -1});
                 continue;
             }
@@ -479,7 +489,6 @@ integrate_result adaptive_engine::run(double a, double b, int n_splits, const do
         double mid = 0.5 * (worst.l + worst.r);
         if (!(mid > worst.l && mid < worst.r)) {
             close(worst);
-            resolution = 1;
             continue;
         }
         if (evaluations_ + 2 * rule_.half * 2 + 2 > opt_.max_evaluations) {
