@@ -261,12 +261,13 @@ span adaptive_engine::kronrod(double l, double r, int left_end, int right_end) {
     return span{l, r, value, err, left_end, right_end};
 }
 
-// The root of g - h (h may be null) when both are linear in X, else NaN.
+// The root of g - h (h may be null) when both are linear in X, else NaN.  Asking
+// linear() differentiates, which a part without a derivative refuses: no root then.
 double linear_root(const law* g, const law* h) {
     const double none = std::numeric_limits<double>::quiet_NaN();
-    for (const law* p : {g, h})
-        if (p && (p->take_dim() > 1 || p->return_dim() != 1 || !p->linear())) return none;
     try {
+        for (const law* p : {g, h})
+            if (p && (p->take_dim() > 1 || p->return_dim() != 1 || !p->linear())) return none;
         double x0 = 0.0, x1 = 1.0;
         double d0 = g->evaluateM_R(&x0) - (h ? h->evaluateM_R(&x0) : 0.0);
         double d1 = g->evaluateM_R(&x1) - (h ? h->evaluateM_R(&x1) : 0.0);
@@ -626,9 +627,38 @@ multiple_law* integrate_law::make_one(law** parts, int n) const {
 
 namespace {
 
+// The derivative in X, or null when a part of the law has no symbolic derivative.
+law* derivative_or_null(const law* l) {
+    try {
+        return l->derivative(0);
+    } catch (const vorx_exception&) {
+        return nullptr;
+    }
+}
+
+// Whether the law reads input 0 (X): a composite law reads what its inner law reads;
+// laws of other shapes are assumed to.
+bool reads_x(const law* l) {
+    if (!l) return false;
+    if (l->isa(identity_law::id())) return static_cast<const identity_law*>(l)->fwhich() == 0;
+    if (l->take_dim() == 0) return false;
+    if (l->isa(composite_law::id())) return reads_x(static_cast<const binary_law*>(l)->fright());
+    if (l->isa(unary_law::id())) return reads_x(static_cast<const unary_law*>(l)->fsub());
+    if (l->isa(binary_law::id())) {
+        auto b = static_cast<const binary_law*>(l);
+        return reads_x(b->fleft()) || reads_x(b->fright());
+    }
+    if (l->isa(multiple_law::id())) {
+        auto m = static_cast<const multiple_law*>(l);
+        for (int i = 0; m->fsub() && i < m->fsub_num(); ++i)
+            if (reads_x(m->fsub()[i])) return true;
+        return false;
+    }
+    return true;
+}
+
 // F(X, L(X)) * L'(X), or null when L is constant.
-law* limit_term(law* f, law* limit) {
-    law_holder dl(limit->derivative(0));
+law* limit_term(law* f, law* limit, const law_holder& dl) {
     if (dl->zero()) return nullptr;
     law_holder x(VORX_NEW identity_law(0, 'X'));
     law* point[2] = {x.get(), limit};
@@ -644,13 +674,15 @@ law* integrate_law::deriv(int which) const {
     if (which != 0) return VORX_NEW constant_law(0.0);
     if (!subs_) return nullptr;
     law* f = fintegrand();
-    for (law* l : {f, flower(), fupper()})
-        if (!l->has_derivative(0)) return nullptr;
+    law_holder dupper(derivative_or_null(fupper())), dlower(derivative_or_null(flower()));
+    // dF/dX = 0 when F does not read X (the antiderivatives of law_integrate)
+    bool moves = reads_x(f);
+    law_holder df(moves ? derivative_or_null(f) : nullptr);
+    if (!dupper || !dlower || (moves && !df)) return nullptr;
     // d/dX Integrate(F,A,B) = F(X,B) B' - F(X,A) A' + Integrate(dF/dX,A,B)
-    law_holder up(limit_term(f, fupper()));
-    law_holder down(limit_term(f, flower()));
-    law_holder df(f->derivative(0));
-    law_holder inner(df->zero()
+    law_holder up(limit_term(f, fupper(), dupper));
+    law_holder down(limit_term(f, flower(), dlower));
+    law_holder inner(!df || df->zero()
                          ? nullptr
                          : VORX_NEW integrate_law(df.get(), flower(), fupper(), fsplit_count(),
                                                   fsplits(), tol_, min_level_));
@@ -671,12 +703,17 @@ law* number(double v) {
     return VORX_NEW constant_law(v);
 }
 
-// The slope a of g = a X + b, when g is a law of at most X, linear, with a != 0.
+// The slope a of g = a X + b, when g is a law of at most X, linear, with a != 0 (a part
+// without a derivative makes it not linear).
 bool slope_of(const law* g, double& a) {
-    if (g->take_dim() != 1 || g->return_dim() != 1 || !g->linear()) return false;
-    law_holder d(g->derivative(0));
-    double zero = 0.0;
-    a = d->evaluateM_R(&zero);
+    try {
+        if (g->take_dim() != 1 || g->return_dim() != 1 || !g->linear()) return false;
+        law_holder d(g->derivative(0));
+        double zero = 0.0;
+        a = d->evaluateM_R(&zero);
+    } catch (const vorx_exception&) {
+        return false;
+    }
     return a != 0.0 && std::isfinite(a);
 }
 

@@ -142,7 +142,9 @@ class integrate_law : public multiple_law {
 
   protected:
     // Leibniz: d/dX = F(X,B)*B' - F(X,A)*A' + Integrate(dF/dX, A, B), with the same split
-    // laws, tolerance and level.  Null when F has no symbolic derivative in X.
+    // laws, tolerance and level; a term whose factor is zero is left out (a constant limit,
+    // an F that does not read X), so F is never evaluated at a constant limit.  Null when A,
+    // B or (if it reads X) F has no symbolic derivative in X.
     law* deriv(int which) const override;
     int take_size() const override { return 1; }
     int return_size() const override { return 1; }
