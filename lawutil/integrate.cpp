@@ -49,6 +49,15 @@ class romberg_row {
     double* v_;
 };
 
+// The derivative in X, or null when a part of the law has no symbolic derivative.
+law* derivative_or_null(const law* l) {
+    try {
+        return l->derivative(0);
+    } catch (const vorx_exception&) {
+        return nullptr;
+    }
+}
+
 void check_limits(double a, double b) {
     if (!std::isfinite(a) || !std::isfinite(b)) sys_error(LAW_BAD_BOUNDS);
 }
@@ -338,33 +347,27 @@ void adaptive_engine::collect_breaks(double a, double b) {
         });
 }
 
+// Whether l is finite at x: out of its domain (asked first, as raising costs far more
+// than the question), raising or not finite there answers no.
+bool finite_at(const law* l, double x) {
+    if (!l->in_domain(&x)) return false;
+    try {
+        return std::isfinite(l->evaluateM_R(&x));
+    } catch (const vorx_exception&) {
+        return false;
+    }
+}
+
 // Whether the law or its derivative fails to be finite at a piece end: the mark of an
 // end singularity.  Counts as evaluations.
 int adaptive_engine::probe(int end) {
     if (end_state_[end] != end_unknown) return end_state_[end];
     if (evaluations_ + 2 > opt_.max_evaluations) return end_unknown;  // not worth the bound
     double x = ends_[end];
-    int state = end_regular;
-    try {
-        if (!std::isfinite(sample(x))) state = end_singular;
-    } catch (const vorx_exception&) {
-        state = end_singular;
-    }
-    if (state == end_regular) {
-        law_holder d;
-        try {
-            d.reset(f_->derivative(0));
-        } catch (const vorx_exception&) {
-            // no symbolic derivative: nothing more to learn
-        }
-        if (d) try {
-                ++evaluations_;
-                if (!std::isfinite(d->evaluateM_R(&x))) state = end_singular;
-            } catch (const vorx_exception&) {
-                state = end_singular;
-            }
-    }
-    return end_state_[end] = state;
+    law_holder d(derivative_or_null(f_));
+    evaluations_ += d ? 2 : 1;
+    bool regular = finite_at(f_, x) && (!d || finite_at(d.get(), x));
+    return end_state_[end] = regular ? end_regular : end_singular;
 }
 
 // tanh-sinh on [l, r]: x = tanh(pi/2 sinh t), nodes t = k h with h halved per level.
@@ -626,15 +629,6 @@ multiple_law* integrate_law::make_one(law** parts, int n) const {
 }
 
 namespace {
-
-// The derivative in X, or null when a part of the law has no symbolic derivative.
-law* derivative_or_null(const law* l) {
-    try {
-        return l->derivative(0);
-    } catch (const vorx_exception&) {
-        return nullptr;
-    }
-}
 
 // Whether the law reads input 0 (X): a composite law reads what its inner law reads;
 // laws of other shapes are assumed to.
