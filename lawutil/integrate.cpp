@@ -489,6 +489,7 @@ integrate_result adaptive_engine::run(double a, double b, int n_splits, const do
                 close(span{worst.l, worst.r, v, e, -1, -1});
                 continue;
             }
+            if (singular) worst.left_end = worst.right_end = -1;
         }
         double mid = 0.5 * (worst.l + worst.r);
         if (!(mid > worst.l && mid < worst.r)) {
