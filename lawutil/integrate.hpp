@@ -93,8 +93,8 @@ struct integrate_result {
 // integral over [b, a]; a == b gives 0 with no evaluation.  Split points that are not
 // finite or not strictly inside (a, b) are ignored; the rest are sorted and merged.  An
 // error the integrand raises inside the interval reaches the caller (nothing is kept);
-// only the probes of piece ends and the tanh-sinh nodes next to a singular end catch it,
-// as the mark of a singularity.
+// only the probes of piece ends and the tanh-sinh rule (on spans at a singular end) catch
+// it, as the mark of a singularity, and stop sampling there.
 integrate_result Nintegrate_adaptive(const law* f, double a, double b,
                                      const integrate_options& options = integrate_options(),
                                      int n_splits = 0, const double* splits = nullptr);

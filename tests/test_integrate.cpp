@@ -275,6 +275,9 @@ TEST(Adaptive, BadInput) {
     integrate_result r = Nintegrate_adaptive(wiggle.get(), 0, 1, none);
     EXPECT_LE(r.evaluations, 3000);
     EXPECT_EQ(r.status, integrate_evaluation_limit);
+    // A bound below one rule: the first rule on each piece, nothing more.
+    none.max_evaluations = -5;
+    EXPECT_EQ(Nintegrate_adaptive(wiggle.get(), 0, 1, none).evaluations, 15);
 }
 
 }  // namespace
