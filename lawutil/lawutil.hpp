@@ -10,6 +10,7 @@
 #include "base/position.hpp"
 #include "base/transf.hpp"
 #include "lawutil/diff.hpp"
+#include "lawutil/integrate.hpp"
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/law_data.hpp"

@@ -26,6 +26,7 @@ const std::map<std::string, std::string> special = {
     {"VEC", "VEC(X,X*X,SIN(X))"},
     {"D", "D(X^3+X,0)"},
     {"DOMAIN", "DOMAIN(X*X,0,1)"},
+    {"INTEGRATE", "INTEGRATE(X*Y+SIN(Y),0.2,X*X)"},
     {"PDOMAIN", "PDOMAIN(X*X,0,1)"},
     {"ARCTAN", "ARCTAN(X+0.3,0.7)"},
     {"O", "SIN(X)O(X*X)"},
