@@ -37,6 +37,18 @@ double Nmax(law* f, double a, double b);
 // Nmax of -f: the position of the smallest value.
 double Nmin(law* f, double a, double b);
 
+// What the last Nroot call on this thread did, for tests and benchmarks: its probes of
+// the explored set's gaps, the probes after which the explored set was unchanged (0:
+// each probe marked part of its gap; see root.cpp), whether the probe bound stopped it,
+// and the evaluations of the law and its derivatives (the recovery pass's too).
+struct nroot_stats {
+    int probes = 0;
+    int probes_without_mark = 0;
+    int probe_bound_hit = 0;
+    long evaluations = 0;
+};
+const nroot_stats& last_nroot_stats();
+
 // Sorts the n pairs (where[i], kind[i]) by position and drops those more than resabs
 // outside [lo, hi] and those within resabs of the one kept before them.  When something
 // is dropped both arrays are replaced by new ones (null when nothing is kept); the
