@@ -666,6 +666,7 @@ namespace {
 
 // A candidate's value; one that cannot be evaluated never wins.
 double candidate_value(const law* f, double x) {
+    ++stats.evaluations;
     try {
         double v = f->eval(x);
         return std::isnan(v) ? -HUGE_VAL : v;

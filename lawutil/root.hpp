@@ -40,7 +40,8 @@ double Nmin(law* f, double a, double b);
 // What the last Nroot call on this thread did, for tests and benchmarks: its probes of
 // the explored set's gaps, the probes after which the explored set was unchanged (0:
 // each probe marked part of its gap; see root.cpp), whether the probe bound stopped it,
-// and the evaluations of the law and its derivatives (the recovery pass's too).
+// and the evaluations of the law and its derivatives (the recovery pass's too; after
+// Nmax or Nmin, those of its derivative's Nroot plus its candidates).
 struct nroot_stats {
     int probes = 0;
     int probes_without_mark = 0;
