@@ -45,7 +45,10 @@
 // results) and one bisection with its two end values; the merge pass at most 3 per pair
 // per scan; the recovery pass re-walks the list at most max_recovered times.
 //
-// Errors.  Evaluation errors pass through to the caller.  Every law made here is held by
+// Errors.  A point where the law raises its own error (outside its domain, at a pole)
+// has no value: it yields no candidate, no sign and no root, and a law that raises
+// everywhere yields no root.  Other errors end the call: an interrupt (polled once per
+// probe), memory, a law without a derivative.  Every law made here is held by
 // a law_holder and both open sets and all arrays are owned by scope objects, so nothing
 // leaks; the tolerance block is saved on entry and a guard puts it back when an error
 // passes (a normal return leaves the defaults, as the end of probing writes them).
@@ -322,9 +325,31 @@ struct owned_array {
     }
 };
 
+// Whether an error is the law's own (a point outside its domain, a pole) rather than one
+// that must end the call (an interrupt, memory).
+bool law_error(const vorx_exception& e) {
+    return find_message_module(e.code()) == &lawutil_main_law_errmod;
+}
+
+// l(x); NaN where the law raises its own error there, which every test below reads as
+// "no value" (NaN compares false).
 double value(const law* l, double x) {
     ++stats.evaluations;
-    return l->eval(x);
+    try {
+        return l->eval(x);
+    } catch (const vorx_exception& e) {
+        if (!law_error(e)) throw;
+        return std::nan("");
+    }
+}
+
+bool in_domain_at(const law* l, double x) {
+    try {
+        return l->in_domain(&x);
+    } catch (const vorx_exception& e) {
+        if (!law_error(e)) throw;
+        return false;
+    }
 }
 
 bool inside(double x, double lo, double hi) {
@@ -336,7 +361,7 @@ bool inside(double x, double lo, double hi) {
 int quadratic_step(const law* f, const law* d1, const law* d2, double x, const double* fx,
                    double cand[2]) {
     const auto& tol = law_context().root;
-    if (!f->in_domain(&x)) {
+    if (!in_domain_at(f, x)) {
         x += resabs;
         fx = nullptr;
     }
@@ -460,7 +485,7 @@ bool looks_constant(const law* f, double a, double L) {
     double tol = law_context().root.root_f_tol;
     double ref = value(f, a + 0.345756734 * L);
     for (double c : fractions)
-        if (std::fabs(value(f, a + c * L) - ref) > tol) return false;
+        if (!(std::fabs(value(f, a + c * L) - ref) <= tol)) return false;  // NaN differs
     return true;
 }
 
@@ -497,6 +522,7 @@ void probe(const law* f, double a, double b, Open_set& roots) {
             stats.probe_bound_hit = 1;
             break;
         }
+        if (vorx_interrupted()) sys_error(BASE_INTERRUPTED);
         previous = h;
         ++stats.probes;
         int parts_before = explored.parts();
@@ -585,7 +611,7 @@ int recovery_pass(const law* f, double a, double b, owned_array& roots, int n) {
         for (int j = 0; j <= n && !inserted; ++j) {
             double x0 = j == 0 ? a : roots.p[j - 1];
             double x1 = j == n ? b : roots.p[j];
-            if (!f->in_domain(&x0)) x0 += resabs;
+            if (!in_domain_at(f, x0)) x0 += resabs;
             int s0 = end_sign(f, d.get(), x0), s1 = end_sign(f, d.get(), x1);
             if (s0 * s1 >= 0 || !(x1 - x0 > 2.0 * resabs)) continue;
             double lo = x0 + resabs;
@@ -666,13 +692,8 @@ namespace {
 
 // A candidate's value; one that cannot be evaluated never wins.
 double candidate_value(const law* f, double x) {
-    ++stats.evaluations;
-    try {
-        double v = f->eval(x);
-        return std::isnan(v) ? -HUGE_VAL : v;
-    } catch (const vorx_exception&) {
-        return -HUGE_VAL;
-    }
+    double v = value(f, x);
+    return std::isnan(v) ? -HUGE_VAL : v;
 }
 
 }  // namespace

@@ -4,9 +4,10 @@
 // Error model.  Nroot returns the points x of [a, b] where |f(x)| < root_f_tol (1e-7)
 // that its probes reach; it is a search, not a proof: roots closer together than its
 // merge rule allows come back as one, and a root beside a very steep slope near an end
-// may be missing.  Every search is bounded (see root.cpp): a call never loops, and a law
-// that raises at a point ends the call with that error, the tolerance block restored to
-// what it held on entry and every law made inside released.
+// may be missing.  Every search is bounded (see root.cpp): a call never loops.  A point
+// where the law raises its own error (a domain error, a pole) simply has no value there;
+// any other error (an interrupt, which is polled) ends the call with the tolerance block
+// restored to what it held on entry and every law made inside released.
 //
 // Bad arguments raise: a null law (LAW_EVAL), a law of more than one input or output
 // (LAW_DIM), a NaN or infinite end (LAW_BAD_BOUNDS).

@@ -130,6 +130,9 @@ const root_case root_cases[] = {
     {"X-1", 1, 3, {1}},
     {"X-3", 1, 3, {3}},
     {"X^2-2", 3, -3, {-1.4142135623730951, 1.4142135623730951}},
+    {"TAN(X)", 0, 2, {0}},  // raises at its pole: no value there
+    {"SQRT(X)-0.5", 0, 1, {0.25}},
+    {"LN(X)", -2, -1, {}},  // raises everywhere
 };
 
 // Every reported point is a root of its row, sorted, and every probe marked part of its
@@ -163,12 +166,13 @@ TEST(Nroot, BatteryReportsOnlyRootsAndEveryProbeMarks) {
     RecordProperty("missed", missed);
 }
 
-// A law that raises once it has been evaluated `limit` times: X^2 - 0.25 until then.
+// A law that raises `code` once it has been evaluated `limit` times: X^2 - 0.25 until
+// then.
 class raising_law : public law {
   public:
-    explicit raising_law(int limit) : limit_(limit) {}
+    raising_law(int limit, int code) : limit_(limit), code_(code) {}
     void evaluate(const double* x, double* y) const override {
-        if (++calls_ > limit_) sys_error(LAW_SQRT);
+        if (++calls_ > limit_) sys_error(code_);
         *y = x[0] * x[0] - 0.25;
     }
 
@@ -178,7 +182,7 @@ class raising_law : public law {
     int return_size() const override { return 1; }
 
   private:
-    int limit_;
+    int limit_, code_;
     mutable int calls_ = 0;
 };
 
@@ -227,14 +231,24 @@ TEST(Nroot, LeavesTheDefaultTolerancesAfterASearch) {
     set_root_tol_default();
 }
 
-TEST(Nroot, RestoresTolerancesAndReleasesLawsWhenEvaluationRaises) {
+// The law's own errors mean "no value here"; others (an interrupt) end the call.
+TEST(Nroot, RestoresTolerancesAndReleasesLawsWhenAnErrorEndsTheCall) {
     for (int limit : {12, 20, 40, 80, 160}) {
         write_tolerances(odd);
-        law_holder f(VORX_NEW raising_law(limit));
+        law_holder f(VORX_NEW raising_law(limit, BASE_INTERRUPTED));
         int n = 7;
-        EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(f.get(), -1, 1, &n)); }), "LAW_SQRT") << limit;
+        EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(f.get(), -1, 1, &n)); }), "BASE_INTERRUPTED");
         EXPECT_TRUE(read_tolerances() == odd) << limit;
+        law_holder g(VORX_NEW raising_law(limit, LAW_SQRT));
+        EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(g.get(), -1, 1, &n)); }), "") << limit;
     }
+    write_tolerances(odd);
+    set_vorx_interrupted(true);
+    law_holder f = read("X^2-0.25");
+    int n;
+    EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(f.get(), -1, 1, &n)); }), "BASE_INTERRUPTED");
+    set_vorx_interrupted(false);
+    EXPECT_TRUE(read_tolerances() == odd);
     set_root_tol_default();
 }
 
