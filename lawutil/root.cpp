@@ -12,24 +12,31 @@
 //   * Then the roots' centres that pass |f| < 1e-7, a merge pass (two neighbours with
 //     no hump of |f| between them are one root) and a recovery pass (bisection across
 //     a sign change left between neighbours).
+//   * As the search is defined, a root that probing reached only to |f| <= 1e-4 (its
+//     tolerance then) and that fails the final 1e-7 test is dropped; the recovery pass
+//     brings back only roots with a sign change between neighbours.  This is the main
+//     source of missed roots (the battery in tests/test_root.cpp counts them).
 //
 // Bookkeeping of a probe (which parts of the gap it marks explored):
-//   1. The f solve: a root found inside the gap, at least root_x_tol from both ends, is
+//   1. The f solve: a root found inside the gap, more than root_x_tol from both ends, is
 //      recorded and marked as a one-point interval; otherwise h is marked.
 //   2. The f' solve: a critical point c at distance d from the nearer end of the gap is
 //      "far" when d / w >= root_far_ratio.  A far c splits the gap (it is marked as a
-//      point), and the part from c to the end of the gap on the side away from h is
-//      marked explored: between c and that end lies no other critical point that the
-//      local model saw, so f is taken as monotone there, and that end already borders
-//      explored ground.  With root_far_ratio 1.0 (a fresh thread) no critical point is
-//      far, since d <= w / 2.
+//      point).  Its far side, from c to the end of the gap away from h, is marked
+//      explored only when the values say it holds no root: f has one sign at c and at
+//      that end, c is a minimum of |f| (f * f'' > 0) and |f| is still growing at the end
+//      (f * f' points away from c).  A root in between would need two more critical
+//      points there, which the local model from h did not see.  Marking the far side on
+//      the distance test alone loses roots whenever the model's critical point is not the
+//      last one before the end (SIN(5*X) on [0, 3] lost four of five).  With
+//      root_far_ratio 1.0 (a fresh thread) no critical point is far, since d <= w / 2.
 //   3. A narrow gap (w < root_hole_fraction * (b - a)) is closed: its whole width is
 //      marked, unless a sign change that step 1 left unexplained bisects to a root r,
 //      and then [r - root_x_tol, r + root_x_tol] is marked.
 //
 // Why the probing loop ends.  Every probe marks part of its own gap: step 1 always marks
-// a point, and that point lies inside [lo, hi].  When w > 2 * root_x_tol it is at least
-// more than root_x_tol from both ends (h is the centre; a root nearer an end is refused), so it is
+// a point, and that point lies inside [lo, hi].  When w > 2 * root_x_tol it is more than
+// root_x_tol from both ends (h is the centre; a root nearer an end is refused), so it is
 // not fused with the neighbours and the gap is cut in two, each piece narrower by at least
 // root_x_tol; when w <= 2 * root_x_tol the point touches both neighbours within
 // root_x_tol and add() fuses them, closing the gap.  So a probe never leaves the explored
@@ -42,7 +49,8 @@
 // Bounds on evaluations: the constant scan makes at most 9; a local solve at most
 // 3 * root_newton_iterations + root_newton_iterations per result; a bisection at most
 // root_bisect_iterations + 1; a probe at most two local solves (the second with two
-// results) and one bisection with its two end values; the merge pass at most 3 per pair
+// results), 4 for the far-side test of each far critical point and one bisection with
+// its two end values; the merge pass at most 3 per pair
 // per scan; the recovery pass re-walks the list at most max_recovered times.
 //
 // Errors.  A point where the law raises its own error (outside its domain, at a pole)
