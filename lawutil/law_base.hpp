@@ -138,7 +138,8 @@ class law : public VORX_OBJECT {
     // `period`, a one-element array given only when a periodic list was cut to one period
     // because the range holds too many points) belong to the caller; null when empty.
     // Reported where it is cheap and exact, for arguments linear in the input:
-    //   -1: TAN, SEC (argument at pi/2 + k*pi), COT, CSC (at k*pi), COTH, CSCH (at 0),
+    //   -1: TAN, SEC (argument a non-zero multiple of pi/2: they reduce by pi/2 steps),
+    //       COT, CSC (at k*pi), COTH, CSCH (at 0),
     //       A/B at the zero of a linear B where A is not 0, B^c (c < 0 constant) at the
     //       zero of a linear B;
     //    0: FLOOR, CEIL (argument whole), A MOD c (A a multiple of c), the comparisons

@@ -115,12 +115,15 @@ int sort_singularities(double** where, int** kind, int n, double lo, double hi) 
     for (int i = 0; i < n; ++i) rec[i] = {(*where)[i], (*kind)[i]};
     std::sort(rec, rec + n,
               [](const singular_record& p, const singular_record& q) { return p.where < q.where; });
-    // Keep: inside [lo, hi] within resabs, and not within resabs of the one kept before.
+    // Keep: inside [lo, hi] within resabs, and not within resabs of the record before it
+    // in the sorted order (so a cluster keeps its first).
     int kept = 0;
+    double previous = std::nan("");
     for (int i = 0; i < n; ++i) {
         double x = rec[i].where;
-        if (x + resabs < lo || x - resabs > hi || std::isnan(x)) continue;
-        if (kept > 0 && std::fabs(x - rec[kept - 1].where) < resabs) continue;
+        bool near_previous = i > 0 && std::fabs(x - previous) < resabs;
+        previous = x;
+        if (x + resabs < lo || x - resabs > hi || std::isnan(x) || near_previous) continue;
         rec[kept++] = rec[i];
     }
     if (kept < n) {

@@ -52,7 +52,7 @@ struct nroot_stats {
 const nroot_stats& last_nroot_stats();
 
 // Sorts the n pairs (where[i], kind[i]) by position and drops those more than resabs
-// outside [lo, hi] and those within resabs of the one kept before them.  When something
+// outside [lo, hi] and those within resabs of the pair before them in that order.  When something
 // is dropped both arrays are replaced by new ones (null when nothing is kept); the
 // result is the number kept.  The arrays belong to the caller (base array allocator).
 int sort_singularities(double** where, int** kind, int n, double lo, double hi);
