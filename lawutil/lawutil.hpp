@@ -12,5 +12,6 @@
 #include "lawutil/main_law.hpp"
 #include "lawutil/main_law_arith.hpp"
 #include "lawutil/main_law_err.hpp"
+#include "lawutil/polylaw.hpp"
 #include "lawutil/root.hpp"
 #include "lawutil/simplfy.hpp"
