@@ -13,16 +13,15 @@
 // Validity.  Degree -1 marks an invalid result: two operands written in different
 // variable laws, a negative power, a degree beyond an int, a product of more than
 // max_term_pairs term pairs (so (X+1)^INT_MAX stops at once instead of exhausting
-// memory).  Invalid operands make
-// invalid results, so a chain of arithmetic is tested once at its end.  A null variable
-// (a constant) agrees with any variable.
+// memory).  Invalid operands make invalid results, so a chain of arithmetic is tested
+// once at its end.  A null variable (a constant) agrees with any variable.
 //
-// From laws.  law::polynomial(var) answers, for a tree of constants, the variable,
-// +, -, *, unary minus and whole non-negative constant powers, the polynomial in `var`
-// (or, for a null `var`, in the variable the law is written in); any other node answers
-// null and so does every node above it.  Two different variables meet in an invalid
-// result, which the law turns into null.  A^0 answers 1, the law's value wherever it
-// has one (the law itself raises where A is 0).  A power is expanded only while its term count
+// From laws.  law::polynomial(var) answers, for a tree of constants, the variable, +, -,
+// *, unary minus and whole non-negative constant powers, the polynomial in `var` (or,
+// for a null `var`, in the variable the law is written in); any other node answers null
+// and so does every node above it.  Two different variables meet in an invalid result,
+// which the law turns into null.  A^0 answers 1, the law's value wherever it has one
+// (the law itself raises where A is 0).  A power is expanded only while its term count
 // stays within max_expanded_terms, so a short text such as (X+1)^1000000 costs bounded
 // work: it answers null instead.
 //
@@ -122,18 +121,9 @@ law_polynomial& law_polynomial::operator=(const law_polynomial& other) {
 }
 
 law_polynomial::~law_polynomial() {
-    clear();
-}
-
-void law_polynomial::clear() {
     VORX_FREE(coefficients_);
     VORX_FREE(exponents_);
-    coefficients_ = nullptr;
-    exponents_ = nullptr;
-    terms_ = 0;
-    law* v = variable_;
-    variable_ = nullptr;
-    law_remove(v);
+    law_remove(variable_);
 }
 
 void law_polynomial::set_terms(const int* exponents, const double* coefficients, int count) {

@@ -6,6 +6,11 @@
 // constants, a variable, +, -, *, unary minus and whole non-negative constant powers
 // answer theirs through law::polynomial(var); make_polynomial_law goes back from dense
 // coefficients to a law tree.
+//
+// law::polynomial(var) hands the caller a new law_polynomial (tracked memory: a plain
+// delete frees it), or null for any other law.  `var` names the variable, normally an
+// identity law; a null `var` takes the variable the law is written in, and a law in two
+// variables (X*Y) answers null.
 #pragma once
 
 #include "lawutil/law_base.hpp"
@@ -68,7 +73,6 @@ class law_polynomial : public VORX_OBJECT {
 
     void set_terms(const int* exponents, const double* coefficients, int count);
     void adopt_sorted(raw_term* raw, int count);
-    void clear();
     static law_polynomial invalid();
     static law* common_variable(const law_polynomial& a, const law_polynomial& b, bool& ok);
     law_polynomial combined(const law_polynomial& other, double sign) const;
@@ -93,7 +97,7 @@ int pow_int(int a, int b);
 
 // Solves n equations in place: rows[i] holds n coefficients and the right-hand side,
 // and on success the last column holds the solution.  Partial pivoting (largest |a|
-// below the diagonal, the first on a tie); a pivot with 0 < |p| < 1e-13 makes the system
+// at or below the diagonal, the first on a tie); a pivot with 0 < |p| < 1e-13 makes the system
 // singular (answer 0).  An exactly zero pivot is passed over in elimination; in back
 // substitution its unknown is free and is set to 0 when its row is consistent (residual
 // within 1e-13 of the row's terms), else the answer is 0.  A non-finite pivot or
