@@ -96,12 +96,13 @@ int factor_int(int n, int** primes, int** powers);
 int pow_int(int a, int b);
 
 // Solves n equations in place: rows[i] holds n coefficients and the right-hand side,
-// and on success the last column holds the solution.  Partial pivoting (largest |a|
-// at or below the diagonal, the first on a tie); a pivot with 0 < |p| < 1e-13 makes the system
-// singular (answer 0).  An exactly zero pivot is passed over in elimination; in back
-// substitution its unknown is free and is set to 0 when its row is consistent (residual
-// within 1e-13 of the row's terms), else the answer is 0.  A non-finite pivot or
-// solution also answers 0.  Returns 1 on success.  n < 0 or missing rows raise LAW_DIM.
+// and on success the last column holds the solution.  Partial pivoting (largest |a| at
+// or below the diagonal, the first on a tie); a pivot with 0 < |p| < 1e-13 makes the
+// system singular (answer 0).  An exactly zero pivot is passed over in elimination; in
+// back substitution its unknown is free and is set to 0 when its row is consistent
+// (residual within 1e-13 of the row's terms), else the answer is 0.  A non-finite pivot
+// or solution also answers 0.  Returns 1 on success.  n < 0 or missing rows raise
+// LAW_DIM.
 int solve_linear(double** rows, int n);
 
 // The greatest common divisor (non-negative) of the n values; 0 when n < 1 or all are

@@ -132,8 +132,8 @@ TEST(PolyValue, Proportional) {
         law* var_b;
         double ratio;
     } rows[] = {{{2, 0, 4}, {1, 0, 2}, x.get(), 2.0},   {{1, 0, 2}, {2, 0, 4}, nullptr, 0.5},
-                {{1, 1 + 1e-16}, {1, 1}, x.get(), 1.0}, {{1, 1 + 1e-14}, {1, 1}, x.get(), 0.0},
-                {{1, 2}, {0, 1}, x.get(), 0.0},         {{0, 2}, {2, 0}, x.get(), 0.0},
+                {{1, 1 + 4e-16}, {1, 1}, x.get(), 1.0}, {{1, 1 + 1e-14}, {1, 1}, x.get(), 0.0},
+                {{1, 2}, {0, 1}, x.get(), 0.0},         {{1, 1, 0, 1}, {1, 0, 1, 1}, x.get(), 0.0},
                 {{1, 2}, {1, 2}, y.get(), 0.0},         {{}, {}, x.get(), 0.0}};
     for (const row& r : rows)
         EXPECT_EQ(dense_polynomial(r.a, x.get()).proportional(dense_polynomial(r.b, r.var_b)),
