@@ -279,7 +279,7 @@ binary_law* plus_law::make_one(law* left, law* right) const {
 }
 
 law_polynomial* plus_law::polynomial(law* var) const {
-    return polynomial_of_binary(polynomial_op::plus, left_, right_, var);
+    return polynomial_of_sum(this, var);
 }
 
 law* plus_law::deriv(int which) const {
@@ -424,7 +424,7 @@ binary_law* minus_law::make_one(law* left, law* right) const {
 }
 
 law_polynomial* minus_law::polynomial(law* var) const {
-    return polynomial_of_binary(polynomial_op::minus, left_, right_, var);
+    return polynomial_of_sum(this, var);
 }
 
 law* minus_law::deriv(int which) const {
@@ -467,7 +467,7 @@ binary_law* times_law::make_one(law* left, law* right) const {
 }
 
 law_polynomial* times_law::polynomial(law* var) const {
-    return polynomial_of_binary(polynomial_op::times, left_, right_, var);
+    return polynomial_of_product(left_, right_, var);
 }
 
 law* times_law::deriv(int which) const {

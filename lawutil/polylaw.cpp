@@ -8,7 +8,8 @@
 // exponent left (0 when none is).  Arithmetic therefore only concatenates (sums) or
 // forms all pairwise products (products) and hands the raw list to one normalisation
 // path; a product whose exponent span is no wider than its pair count collects the
-// products per power directly and skips the sort.  Powers go by repeated squaring.
+// products per power directly and skips the sort.  Powers go by repeated squaring, a
+// single term straight to c^n x^(e n).
 //
 // Validity.  Degree -1 marks an invalid result: two operands written in different
 // variable laws, a negative power, a degree beyond an int, a product of more than
@@ -20,10 +21,12 @@
 // *, unary minus and whole non-negative constant powers, the polynomial in `var` (or,
 // for a null `var`, in the variable the law is written in); any other node answers null
 // and so does every node above it.  Two different variables meet in an invalid result,
-// which the law turns into null.  A^0 answers 1, the law's value wherever it has one
-// (the law itself raises where A is 0).  A power is expanded only while its term count
-// stays within max_expanded_terms, so a short text such as (X+1)^1000000 costs bounded
-// work: it answers null instead.
+// which the law turns into null.  A chain of sums and differences is read in one walk
+// that gathers its operands' terms and normalises once, so the left-deep sums that
+// make_polynomial_law and the parser build cost linear, not quadratic, work.  A^0
+// answers 1, the law's value wherever it has one (the law itself raises where A is 0).
+// A power is expanded only while its term count stays within max_expanded_terms, so a
+// short text such as (X+1)^1000000 costs bounded work: it answers null instead.
 //
 // Ownership.  Arrays come from the base array allocator; every temporary array or
 // polynomial is held by an owner that frees it when an error passes.
@@ -33,6 +36,7 @@
 #include <climits>
 #include <cmath>
 #include <memory>
+#include <vector>
 
 #include "base/output.hpp"
 #include "lawutil/internal_law.hpp"
@@ -271,6 +275,12 @@ law_polynomial law_polynomial::operator^(int power) const {
     if (degree_ < 0 || power < 0 || (long long)degree_ * power > INT_MAX) return invalid();
     int zero = 0;
     double one = 1.0;
+    if (terms_ == 1 && power > 0) {
+        // (c x^e)^n = c^n x^(e n)
+        int e = exponents_[0] * power;
+        double c = std::pow(coefficients_[0], power);
+        return law_polynomial(&e, &c, 1, variable_);
+    }
     law_polynomial result(&zero, &one, 1, variable_);
     law_polynomial base(*this);
     // p^n by squaring: base runs through p^(2^k), result collects the set bits of n
@@ -499,22 +509,57 @@ law_polynomial* valid_copy(const law_polynomial& p) {
 
 }  // namespace
 
-law_polynomial* polynomial_of_binary(polynomial_op op, const law* left, const law* right,
-                                     law* var) {
+namespace {
+
+// The signed terms of a chain of sums and differences, in order, and the one variable
+// they are written in.
+struct sum_terms {
+    std::vector<int, vorx_std_allocator<int>> exponents;
+    std::vector<double, vorx_std_allocator<double>> coefficients;
+    law_holder variable;
+};
+
+// Adds sign * l to `out`; false when l is not a polynomial in `var` or its variable
+// differs from the one met so far.
+bool gather_sum(const law* l, double sign, law* var, sum_terms& out) {
+    if (!l) return false;
+    bool plus = l->isa(plus_law::id());
+    if (plus || l->isa(minus_law::id())) {
+        const binary_law* b = static_cast<const binary_law*>(l);
+        return gather_sum(b->fleft(), sign, var, out) &&
+               gather_sum(b->fright(), plus ? sign : -sign, var, out);
+    }
+    polynomial_ptr p(l->polynomial(var));
+    if (!p) return false;
+    law_holder v(p->in());
+    if (v && !out.variable)
+        out.variable = v;
+    else if (v && v.get() != out.variable.get() && !(*v == *out.variable))
+        return false;
+    for (int i = 0; i < p->terms(); ++i) {
+        out.exponents.push_back(p->term_exponent(i));
+        out.coefficients.push_back(sign * p->term_coefficient(i));
+    }
+    return true;
+}
+
+}  // namespace
+
+law_polynomial* polynomial_of_sum(const law* sum, law* var) {
+    // One pass over the chain: a left-deep sum of n terms (as make_polynomial_law and
+    // the parser build them) costs its n terms, not n^2 term copies.
+    sum_terms all;
+    if (!gather_sum(sum, 1.0, var, all)) return nullptr;
+    return VORX_NEW law_polynomial(all.exponents.data(), all.coefficients.data(),
+                                   (int)all.exponents.size(), all.variable.get());
+}
+
+law_polynomial* polynomial_of_product(const law* left, const law* right, law* var) {
     if (!left || !right) return nullptr;
     polynomial_ptr a(left->polynomial(var));
     if (!a) return nullptr;
     polynomial_ptr b(right->polynomial(var));
-    if (!b) return nullptr;
-    switch (op) {
-        case polynomial_op::plus:
-            return valid_copy(*a + *b);
-        case polynomial_op::minus:
-            return valid_copy(*a - *b);
-        case polynomial_op::times:
-            return valid_copy(*a * *b);
-    }
-    return nullptr;
+    return b ? valid_copy(*a * *b) : nullptr;
 }
 
 law_polynomial* polynomial_of_negate(const law* sub, law* var) {

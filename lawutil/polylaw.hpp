@@ -113,9 +113,11 @@ int GCD_int(int* values, int n);
 // ---- used by the law classes' polynomial() overrides ----
 // Each answers a new law_polynomial for the caller to delete, or null when the law is
 // not a polynomial in `var` (null `var`: in whatever variable the law is written).
-enum class polynomial_op { plus, minus, times };
 law_polynomial* polynomial_of_constant(double value, law* var);
 law_polynomial* polynomial_of_variable(const law* variable, law* var);
-law_polynomial* polynomial_of_binary(polynomial_op op, const law* left, const law* right, law* var);
+// A chain of sums and differences (plus_law, minus_law) is read as one: its operands'
+// terms are gathered and normalised once.
+law_polynomial* polynomial_of_sum(const law* sum, law* var);
+law_polynomial* polynomial_of_product(const law* left, const law* right, law* var);
 law_polynomial* polynomial_of_negate(const law* sub, law* var);
 law_polynomial* polynomial_of_power(const law* base, const law* power, law* var);

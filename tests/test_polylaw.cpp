@@ -154,7 +154,9 @@ TEST(PolyOfLaw, Table) {
         {"(X-1)*(X+1)-X^2", nullptr, {-1}},
         {"X^0", nullptr, {1}},
         {"Y^2+1", nullptr, {1, 0, 1}},
+        {"X-(X^2-1)", nullptr, {1, 1, -1}},
         {"X*Y", nullptr, {}},  // two variables meet
+        {"X-1+Y", nullptr, {}},
         {"X^2", "Y", {}},
         {"X^0.5+X^(-1)", nullptr, {}},
         {"X/2", nullptr, {}},
