@@ -63,16 +63,14 @@ TEST(PolyArithmetic, Table) {
         coefficients b;  // b[0] is the power for ^
         coefficients expected;
     } rows[] = {
-        {{1, 2}, '+', {3, 0, 4}, {4, 2, 4}},
-        {{1, 2}, '+', {-1, -2}, {0}},  // cancels to the zero polynomial
-        {{1, 2, 5}, '-', {0, 1, 5}, {1, 1}},
-        {{1, 1}, '*', {-1, 1}, {-1, 0, 1}},
-        {{1, 1}, '*', {}, {0}},
+        // clang-format off
+        {{1, 2}, '+', {3, 0, 4}, {4, 2, 4}}, {{1, 2}, '+', {-1, -2}, {0}},
+        {{1, 2, 5}, '-', {0, 1, 5}, {1, 1}}, {{1, 1}, '*', {-1, 1}, {-1, 0, 1}},
+        {{1, 1}, '*', {}, {0}},              {{1, -2, 0, 3}, 'n', {}, {-1, 2, 0, -3}},
         {{1, 0, 0, 1}, '*', {1, 0, 0, 0, 0, 0, 1}, {1, 0, 0, 1, 0, 0, 1, 0, 0, 1}},  // sparse
-        {{1, -2, 0, 3}, 'n', {}, {-1, 2, 0, -3}},
-        {{1, 1}, '^', {3}, {1, 3, 3, 1}},
-        {{}, '^', {0}, {1}},  // 0^0 is 1
+        {{1, 1}, '^', {3}, {1, 3, 3, 1}},    {{}, '^', {0}, {1}},  // 0^0 is 1
         {{0, 0, 2}, '^', {5}, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 32}}};
+    // clang-format on
     law_holder x(parse("X"));
     for (const row& r : rows) {
         law_polynomial a = dense_polynomial(r.a, x.get()), b = dense_polynomial(r.b, x.get());
@@ -146,24 +144,17 @@ TEST(PolyOfLaw, Table) {
         const char* text;
         const char* var;        // null: the law's own variable
         coefficients expected;  // empty: not a polynomial
-    } rows[] = {
-        {"3", nullptr, {3}},
-        {"PI*X", nullptr, {0, M_PI}},
-        {"2*X^2-X+1", "X", {1, -1, 2}},
-        {"-(X+1)^3", nullptr, {-1, -3, -3, -1}},
-        {"(X-1)*(X+1)-X^2", nullptr, {-1}},
-        {"X^0", nullptr, {1}},
-        {"Y^2+1", nullptr, {1, 0, 1}},
-        {"X-(X^2-1)", nullptr, {1, 1, -1}},
-        {"X*Y", nullptr, {}},  // two variables meet
-        {"X-1+Y", nullptr, {}},
-        {"X^2", "Y", {}},
-        {"X^0.5+X^(-1)", nullptr, {}},
-        {"X/2", nullptr, {}},
-        {"SIN(X)+1", nullptr, {}},
-        {"VEC(X,1)*2", nullptr, {}},
-        {"(X+1)^2000", nullptr, {}}  // too many terms to expand
-    };
+    } rows[] = {                // clang-format off
+        {"3", nullptr, {3}},                  {"PI*X", nullptr, {0, M_PI}},
+        {"2*X^2-X+1", "X", {1, -1, 2}},       {"-(X+1)^3", nullptr, {-1, -3, -3, -1}},
+        {"(X-1)*(X+1)-X^2", nullptr, {-1}},   {"X^0", nullptr, {1}},
+        {"Y^2+1", nullptr, {1, 0, 1}},        {"X-(X^2-1)", nullptr, {1, 1, -1}},
+        // Not polynomials: two variables, another variable, powers that are not whole or
+        // negative, other classes, more terms than the expansion bound.
+        {"X*Y", nullptr, {}}, {"X-1+Y", nullptr, {}}, {"X^2", "Y", {}},
+        {"X^0.5+X^(-1)", nullptr, {}}, {"X/2", nullptr, {}}, {"SIN(X)+1", nullptr, {}},
+        {"VEC(X,1)*2", nullptr, {}}, {"(X+1)^2000", nullptr, {}}};
+    // clang-format on
     for (const row& r : rows) {
         law_holder l(parse(r.text)), var(r.var ? parse(r.var) : law_holder());
         polynomial_ptr p(l->polynomial(var.get()));
@@ -249,16 +240,11 @@ TEST(PolyIntegers, FactorPowAndGcdWithTheirDeliberateLimits) {
     struct factor_row {
         int n;
         std::vector<int> primes, powers;
-    } factors[] = {{12, {2}, {2}},
-                   {60, {2, 3, 5}, {2, 1, 1}},
-                   {22, {2}, {1}},
-                   {9, {}, {}},
-                   {25, {}, {}},
-                   {2, {2}, {1}},
-                   {15015, {3, 5, 7, 11, 13}, {1, 1, 1, 1, 1}},
-                   {1, {}, {}},
-                   {0, {}, {}},
-                   {-12, {}, {}}};
+    } factors[] = {// clang-format off
+        {12, {2}, {2}}, {60, {2, 3, 5}, {2, 1, 1}}, {22, {2}, {1}}, {9, {}, {}}, {25, {}, {}},
+        {2, {2}, {1}}, {15015, {3, 5, 7, 11, 13}, {1, 1, 1, 1, 1}}, {1, {}, {}}, {0, {}, {}},
+        {-12, {}, {}}};
+    // clang-format on
     for (const factor_row& r : factors) {
         int *primes, *powers, count = factor_int(r.n, &primes, &powers);
         EXPECT_EQ(std::vector<int>(primes, primes + count), r.primes) << r.n;
@@ -279,11 +265,8 @@ TEST(PolyIntegers, FactorPowAndGcdWithTheirDeliberateLimits) {
         int expected;
     } gcds[] = {{{12, 18}, 6}, {{-4, 6}, 2}, {{0, 0}, 0}, {{}, 0}, {{INT_MIN, 6}, 2}};
     for (gcd_row& r : gcds) EXPECT_EQ(GCD_int(r.values.data(), (int)r.values.size()), r.expected);
-    EXPECT_EQ(error_of([] {
-                  int v[] = {INT_MIN, 0};
-                  GCD_int(v, 2);
-              }),
-              "LAW_DIM");
+    int too_big[] = {INT_MIN, 0};  // 2^31
+    EXPECT_EQ(error_of([&] { GCD_int(too_big, 2); }), "LAW_DIM");
 }
 
 TEST(PolySolveLinear, PivotRules) {
@@ -291,15 +274,16 @@ TEST(PolySolveLinear, PivotRules) {
         std::vector<std::vector<double>> system;
         int result;
         std::vector<double> solution;
-    } rows[] = {{{{2, 1, 3}, {1, 3, 5}}, 1, {0.8, 1.4}},
-                {{{0, 1, 2}, {1, 0, 3}}, 1, {3, 2}},  // rows exchanged
-                {{{1, 1, 1, 6}, {0, 2, 5, -4}, {2, 5, -1, 27}}, 1, {5, 3, -2}},
-                {{{1e-14, 1, 1}, {1e-14, 2, 3}}, 0, {}},  // tiny pivot, the first on a tie
-                {{{1e-14, 1}}, 0, {}},                    // the last pivot is judged too
-                {{{0, 1, 2}, {0, 1, 2}}, 1, {0, 2}},      // zero pivot: a free unknown set to 0
-                {{{0, 1, 2}, {0, 1, 3}}, 0, {}},          // ... unless its row fails
-                {{{NAN, 1, 1}, {1, 1, 1}}, 0, {}},
-                {{}, 1, {}}};
+    } rows[] = {// clang-format off
+        {{{2, 1, 3}, {1, 3, 5}}, 1, {0.8, 1.4}},
+        {{{0, 1, 2}, {1, 0, 3}}, 1, {3, 2}},  // rows exchanged
+        {{{1, 1, 1, 6}, {0, 2, 5, -4}, {2, 5, -1, 27}}, 1, {5, 3, -2}},
+        {{{1e-14, 1, 1}, {1e-14, 2, 3}}, 0, {}},  // tiny pivot, the first on a tie
+        {{{1e-14, 1}}, 0, {}},                    // the last pivot is judged too
+        {{{0, 1, 2}, {0, 1, 2}}, 1, {0, 2}},      // zero pivot: a free unknown set to 0
+        {{{0, 1, 2}, {0, 1, 3}}, 0, {}},          // ... unless its row fails
+        {{{NAN, 1, 1}, {1, 1, 1}}, 0, {}}, {{}, 1, {}}};
+    // clang-format on
     for (row& r : rows) {
         std::vector<double*> ptrs;
         for (auto& eq : r.system) ptrs.push_back(eq.data());
