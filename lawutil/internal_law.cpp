@@ -8,6 +8,7 @@
 #include "base/interval.hpp"
 #include "lawutil/law_data.hpp"
 #include "lawutil/law_util.hpp"
+#include "lawutil/polylaw.hpp"
 
 LAW_TYPE_DEF(unary_law)
 LAW_TYPE_DEF(binary_law)
@@ -469,8 +470,8 @@ law* constant_law::deep_copy(pointer_map*) const {
     return make_one(value_);
 }
 
-law_polynomial* constant_law::polynomial(law*) const {
-    return nullptr;
+law_polynomial* constant_law::polynomial(law* var) const {
+    return polynomial_of_constant(value_, var);
 }
 
 constant_law* constant_law::make_one(double value) const {
@@ -511,6 +512,10 @@ char* identity_law::string(law_symbol_type, int&, law_data_node*&) const {
 
 law* identity_law::deep_copy(pointer_map*) const {
     return VORX_NEW identity_law(index_, letter_);
+}
+
+law_polynomial* identity_law::polynomial(law* var) const {
+    return polynomial_of_variable(this, var);
 }
 
 law* identity_law::deriv(int which) const {

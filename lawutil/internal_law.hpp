@@ -159,6 +159,7 @@ class identity_law : public law {
     int same(const law* a, const law* b) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
     law* deep_copy(pointer_map* pm = nullptr) const override;
+    law_polynomial* polynomial(law* var) const override;
 
   protected:
     law* deriv(int which) const override;

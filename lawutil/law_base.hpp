@@ -128,7 +128,8 @@ class law : public VORX_OBJECT {
     virtual int date() const;
     // 20: a copy with the same sharing as this tree; `pm` null starts a new map.
     virtual law* deep_copy(pointer_map* pm = nullptr) const;
-    // 21
+    // 21: this law as a polynomial in `var` (null: in its own variable), a new
+    // law_polynomial the caller deletes; null when it is not one (polylaw.hpp).
     virtual law_polynomial* polynomial(law* var) const;
     // 22-26: domains.
     virtual int term_domain(int which, interval& dom) const;

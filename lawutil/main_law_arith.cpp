@@ -14,6 +14,7 @@
 #include "lawutil/law_unary.hpp"
 #include "lawutil/law_vector.hpp"
 #include "lawutil/main_law.hpp"
+#include "lawutil/polylaw.hpp"
 #include "lawutil/root.hpp"
 #include "lawutil/simplfy.hpp"
 
@@ -278,6 +279,10 @@ binary_law* plus_law::make_one(law* left, law* right) const {
     return VORX_NEW plus_law(left, right);
 }
 
+law_polynomial* plus_law::polynomial(law* var) const {
+    return polynomial_of_sum(this, var);
+}
+
 law* plus_law::deriv(int which) const {
     // (A+B)' = A'+B'
     law_holder da(left_->derivative(which));
@@ -419,6 +424,10 @@ binary_law* minus_law::make_one(law* left, law* right) const {
     return VORX_NEW minus_law(left, right);
 }
 
+law_polynomial* minus_law::polynomial(law* var) const {
+    return polynomial_of_sum(this, var);
+}
+
 law* minus_law::deriv(int which) const {
     // (A-B)' = A'-B'
     law_holder da(left_->derivative(which));
@@ -456,6 +465,10 @@ const char* times_law::symbol(law_symbol_type) const {
 
 binary_law* times_law::make_one(law* left, law* right) const {
     return VORX_NEW times_law(left, right);
+}
+
+law_polynomial* times_law::polynomial(law* var) const {
+    return polynomial_of_product(left_, right_, var);
 }
 
 law* times_law::deriv(int which) const {
@@ -643,6 +656,10 @@ binary_law* exponent_law::make_one(law* left, law* right) const {
     return VORX_NEW exponent_law(left, right);
 }
 
+law_polynomial* exponent_law::polynomial(law* var) const {
+    return polynomial_of_power(left_, right_, var);
+}
+
 law* exponent_law::deriv(int which) const {
     law_holder da(left_->derivative(which));
     if (right_->isa(constant_law::id())) {
@@ -756,6 +773,10 @@ const char* negate_law::symbol(law_symbol_type) const {
 
 unary_law* negate_law::make_one(law* sub) const {
     return VORX_NEW negate_law(sub);
+}
+
+law_polynomial* negate_law::polynomial(law* var) const {
+    return polynomial_of_negate(sub_, var);
 }
 
 int negate_law::return_size() const {

@@ -17,6 +17,7 @@ class plus_law : public binary_law {
     int associative() const override { return 1; }
     int commutative() const override { return 1; }
     binary_law* make_one(law* left, law* right) const override;
+    law_polynomial* polynomial(law* var) const override;
     law* sub_simplify(int level, const char*& what) const override;
 
   protected:
@@ -33,6 +34,7 @@ class minus_law : public binary_law {
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 5; }
     binary_law* make_one(law* left, law* right) const override;
+    law_polynomial* polynomial(law* var) const override;
     law* sub_simplify(int level, const char*& what) const override;
 
   protected:
@@ -51,6 +53,7 @@ class times_law : public binary_law {
     int associative() const override { return 1; }
     int commutative() const override { return 1; }
     binary_law* make_one(law* left, law* right) const override;
+    law_polynomial* polynomial(law* var) const override;
     law* sub_simplify(int level, const char*& what) const override;
 
   protected:
@@ -87,6 +90,7 @@ class exponent_law : public binary_law {
     int precedence() const override { return 7; }
     int in_domain(const double* x) const override;
     binary_law* make_one(law* left, law* right) const override;
+    law_polynomial* polynomial(law* var) const override;
     law* sub_simplify(int level, const char*& what) const override;
 
   protected:
@@ -102,6 +106,7 @@ class negate_law : public unary_law {
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     unary_law* make_one(law* sub) const override;
+    law_polynomial* polynomial(law* var) const override;
     law* sub_simplify(int level, const char*& what) const override;
 
   protected:
