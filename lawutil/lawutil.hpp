@@ -13,4 +13,5 @@
 #include "lawutil/main_law_arith.hpp"
 #include "lawutil/main_law_err.hpp"
 #include "lawutil/root.hpp"
+#include "lawutil/root_all.hpp"
 #include "lawutil/simplfy.hpp"
