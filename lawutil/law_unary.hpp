@@ -82,6 +82,7 @@ class exp_law : public unary_law {
 
 class floor_law : public unary_law {
     LAW_TYPE_DECL(floor_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(floor_law)
 
   protected:
@@ -90,6 +91,7 @@ class floor_law : public unary_law {
 
 class ceil_law : public unary_law {
     LAW_TYPE_DECL(ceil_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(ceil_law)
 
   protected:
@@ -125,6 +127,7 @@ class cos_law : public unary_law {
 // TAN(g): g is reduced by steps of pi/2 (not the period) before the tangent is taken.
 class tan_law : public unary_law {
     LAW_TYPE_DECL(tan_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(tan_law)
     int in_domain(const double* x) const override;
 
@@ -134,6 +137,7 @@ class tan_law : public unary_law {
 
 class cot_law : public unary_law {
     LAW_TYPE_DECL(cot_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(cot_law)
     int in_domain(const double* x) const override;
 
@@ -144,6 +148,7 @@ class cot_law : public unary_law {
 // SEC(g): reduced like TAN.
 class sec_law : public unary_law {
     LAW_TYPE_DECL(sec_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(sec_law)
     int in_domain(const double* x) const override;
 
@@ -153,6 +158,7 @@ class sec_law : public unary_law {
 
 class csc_law : public unary_law {
     LAW_TYPE_DECL(csc_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(csc_law)
     int in_domain(const double* x) const override;
 
@@ -241,6 +247,7 @@ class tanh_law : public unary_law {
 
 class coth_law : public unary_law {
     LAW_TYPE_DECL(coth_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(coth_law)
     int in_domain(const double* x) const override;
 
@@ -260,6 +267,7 @@ class sech_law : public unary_law {
 // CSCH(g): exactly 0 beyond |g| > 200.
 class csch_law : public unary_law {
     LAW_TYPE_DECL(csch_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(csch_law)
     int in_domain(const double* x) const override;
 
@@ -329,6 +337,7 @@ class arccsch_law : public unary_law {
 
 class abs_law : public unary_law {
     LAW_TYPE_DECL(abs_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(abs_law)
 
   protected:
