@@ -83,6 +83,7 @@ constexpr double imag_tol = 1e-3;            // eigenvalues this near the real s
 constexpr double touch_tol = 1e-11;          // |f| at a touching point, against the scale
 constexpr double slope_tol = 1e-7;           // |f^(k)| w^k / k! against the scale: not vanishing
 constexpr double small_piece = 1e-5;         // fraction of [a, b]: narrower pieces are sign-checked
+constexpr double grading = 16.0;             // pieces shrink by this towards a singular end
 constexpr int newton_steps = 12;
 constexpr int bisect_steps = 80;
 const double nan_value = std::numeric_limits<double>::quiet_NaN();
@@ -361,7 +362,8 @@ class classified_search : public VORX_OBJECT {
     void process(const piece& p);
     void split(const piece& p, int n, bool failed_samples);
     void sign_scan(const piece& p, int n);
-    jump_search narrow_jump(double& u, double& v, double& fu, double& fv);
+    jump_search narrow_jump(const law* g, double& u, double& v, double& fu, double& fv);
+    bool split_at_kink(const piece& p, int n);
     void push_children(const piece& p, double u, double fu, bool known_u, double v, double fv,
                        bool known_v);
     void bisect_sign(double& u, double& v, double& fu, double& fv);
@@ -479,8 +481,7 @@ void classified_search::push(const piece& p) {
 }
 
 void classified_search::run(const double* cuts, int ncuts) {
-    // Cut at the reported singular points, nearest finite values first; pieces are pushed
-    // right to left so they come off the stack left to right.
+    // Cut at the reported singular points, just short of them where the law is finite.
     double right = b_, fright = nan_value;
     bool known_right = false;
     for (int k = ncuts - 1; k >= 0; --k) {
@@ -503,7 +504,13 @@ void classified_search::run(const double* cuts, int ncuts) {
     first.known_hi = known_right;
     push(first);
     while (stack_count_ > 0) {
-        piece p = stack_[--stack_count_];
+        // The widest piece first, so that a bound on evaluations is spent on the bulk of
+        // [a, b] before the slivers around a singular point.
+        int widest = 0;
+        for (int i = 1; i < stack_count_; ++i)
+            if (stack_[i].hi - stack_[i].lo > stack_[widest].hi - stack_[widest].lo) widest = i;
+        piece p = stack_[widest];
+        stack_[widest] = stack_[--stack_count_];
         if (out_of_budget_) {
             ++info.unresolved;
             continue;
@@ -659,7 +666,10 @@ void classified_search::split(const piece& p, int n, bool failed_samples) {
         }
     }
     double cut = node(p, finest / 2);  // the middle, already sampled
-    if (at >= 0 && (failed_samples || largest >= 0.5 * (highest - lowest))) {
+    // The largest step between the end node and its neighbour (a pair 1/400 of the
+    // piece wide at n = 32) points at a singular end.
+    bool end_pair = !failed_samples && (at == 0 || at == n - 1);
+    if (at >= 0 && (failed_samples || end_pair || largest >= 0.5 * (highest - lowest))) {
         int i1 = at * stride, i0 = (at + 1) * stride;  // left node i0, right node i1
         double u = node(p, i0), v = node(p, i1), fu = values_[i0], fv = values_[i1];
         if (failed_samples) {
@@ -668,16 +678,18 @@ void classified_search::split(const piece& p, int n, bool failed_samples) {
             push_children(p, u, fu, true, v, fv, true);
             return;
         }
-        jump_search found = narrow_jump(u, v, fu, fv);
+        // The largest step at an end, or narrowed down onto an end: a singular end
+        // (SQRT, LN): grade the pieces towards it, a fraction at a time.
+        bool at_end = end_pair;
+        jump_search found = at_end ? jump_faded : narrow_jump(f_, u, v, fu, fv);
         if (found == jump_boundary) {
             push_children(p, u, fu, true, v, fv, true);
             return;
         }
         double s = 0.5 * (u + v);
-        bool at_end = s - p.lo < w / 64.0 || p.hi - s < w / 64.0;
+        at_end = at_end || s - p.lo < w / 64.0 || p.hi - s < w / 64.0;
         if (found != jump_failed && at_end) {
-            // A singular end: grade the pieces towards it, an eighth at a time.
-            cut = s - p.lo < w / 64.0 ? p.lo + w / 8.0 : p.hi - w / 8.0;
+            cut = s - p.lo < p.hi - s ? p.lo + w / grading : p.hi - w / grading;
             push_children(p, cut, nan_value, false, cut, nan_value, false);
             return;
         }
@@ -691,7 +703,39 @@ void classified_search::split(const piece& p, int n, bool failed_samples) {
             return;
         }
     }
+    if (!failed_samples && split_at_kink(p, n)) return;
     push_children(p, cut, values_[finest / 2], true, cut, values_[finest / 2], true);
+}
+
+// A kink (MAX, MIN): the slope between neighbouring nodes changes at one place by at least
+// half its whole range.  The jump of f' there is located on f' and the piece cut at it.
+bool classified_search::split_at_kink(const piece& p, int n) {
+    if (!f1_ || n < 4) return false;
+    int stride = finest / n, at = -1;
+    double lowest = HUGE_VAL, highest = -HUGE_VAL, largest = 0.0, previous = 0.0;
+    for (int j = 0; j < n; ++j) {
+        int i0 = j * stride, i1 = (j + 1) * stride;
+        double slope = (values_[i0] - values_[i1]) / (node(p, i0) - node(p, i1));
+        lowest = std::min(lowest, slope);
+        highest = std::max(highest, slope);
+        if (j > 0 && std::fabs(slope - previous) > largest) {
+            largest = std::fabs(slope - previous);
+            at = j;
+        }
+        previous = slope;
+    }
+    if (at < 0 || !(largest >= 0.5 * (highest - lowest))) return false;
+    // The kink lies between the nodes on either side of node `at`.
+    double u = node(p, (at + 1) * stride), v = node(p, (at - 1) * stride);
+    double du = value(f1_, u), dv = value(f1_, v);
+    if (std::isnan(du) || std::isnan(dv)) return false;
+    jump_search found = narrow_jump(f1_, u, v, du, dv);
+    if (found == jump_failed) return false;
+    double s = 0.5 * (u + v);
+    if (found == jump_faded) u = v = s;
+    if (!(u > p.lo && v < p.hi)) return false;
+    push_children(p, u, nan_value, false, v, nan_value, false);
+    return true;
 }
 
 void classified_search::sign_scan(const piece& p, int n) {
@@ -711,14 +755,15 @@ void classified_search::sign_scan(const piece& p, int n) {
 // Halves [u, v] towards the larger difference of values: located when it reaches
 // adjacent doubles (a jump or a pole is there), faded when the difference shrinks a
 // thousandfold (steep but smooth), failed when the law fails or the bound is reached.
-jump_search classified_search::narrow_jump(double& u, double& v, double& fu, double& fv) {
+jump_search classified_search::narrow_jump(const law* g, double& u, double& v, double& fu,
+                                           double& fv) {
     double first = std::fabs(fv - fu);
     for (int it = 0; it < bisect_steps; ++it) {
         double m = 0.5 * (u + v);
         if (!(m > u && m < v)) return jump_located;
-        double fm = value(f_, m);
+        double fm = value(g, m);
         if (std::isnan(fm)) {
-            if (out_of_budget_) return jump_failed;
+            if (out_of_budget_ || g != f_) return jump_failed;
             // The law fails inside: cut out the boundary of that gap.
             v = m, fv = fm;
             narrow_boundary(u, v, fu, fv);
@@ -794,7 +839,9 @@ void classified_search::classify_bracket(double u, double v, double fu, double f
 }
 
 // Finds the narrowest finite bracket [left, right] around s (half-widths from about
-// 1e-12 of the scale, growing by 16), and classifies it.  False when the law fails on
+// 1e-12 of the scale, growing by 16), and classifies s: a root when f(s) is smaller than
+// an eighth of both bracket values (simple when they differ in sign, else a touching
+// point, reported as even), otherwise by classify_bracket.  False when the law fails on
 // both sides up to 1e-4 of the scale.
 bool classified_search::classify_at(double s, double lo, double hi, double& left, double& fleft,
                                     double& right, double& fright) {
@@ -805,7 +852,12 @@ bool classified_search::classify_at(double s, double lo, double hi, double& left
         fleft = value(f_, left);
         fright = value(f_, right);
         if (std::isnan(fleft) || std::isnan(fright)) continue;
-        classify_bracket(left, right, fleft, fright, lo, hi);
+        double fs = value(f_, s);
+        if (!std::isnan(fs) && 8.0 * std::fabs(fs) <= std::min(std::fabs(fleft), std::fabs(fright)))
+            add(s, (fleft < 0.0) != (fright < 0.0) ? root_simple : root_even_multiple,
+                (fleft < 0.0) != (fright < 0.0) ? 1 : 2);
+        else
+            classify_bracket(left, right, fleft, fright, lo, hi);
         return true;
     }
     return false;

@@ -96,6 +96,9 @@ const std::vector<battery_row>& battery() {
         {"COS(X)^2-0.25", 0, 3, {{'s', pi / 3}, {'s', 2 * pi / 3}}},
         {"TANH(20*(X-0.3))", 0, 1, {{'s', 0.3}}},
         {"ARCTAN(X-0.4)", 0, 1, {{'s', 0.4}}},
+        {"EXP(-X)*COS(X)", 0, 30, series('s', pi / 2, pi, 10)},
+        {"X^20-0.5", -1, 1, {{'s', -std::pow(0.5, 0.05)}, {'s', std::pow(0.5, 0.05)}}},
+        {"SIN(X)/X", 0.5, 20, series('s', pi, pi, 6)},
         {"EXP(X)", -5, 5, {}},
         {"COSH(X)", -3, 3, {}},
         {"2+SIN(X)", 0, 20, {}},
@@ -130,7 +133,10 @@ const std::vector<battery_row>& battery() {
         {"STEP(X,0.5,X-1)", 0, 1, {{'s', 0}, {'j', 0.5}, {'s', 1}}},
         {"FLOOR(X)-0.5", 0, 3, {{'j', 1}}},
         {"FLOOR(3*X)-1", 0, 1, {{'z', third}}},
+        {"STEP(X-0.5,0.5,2*X-1)", 0, 1, {{'s', 0.5}}},
         {"MAX(X-0.5,0.2-X)", 0, 1, {{'s', 0.2}, {'s', 0.5}}},
+        {"ABS(X-0.4)", 0, 1, {{'e', 0.4}}},
+        {"ABS(X-0.4)-0.1", 0, 1, {{'s', 0.3}, {'s', 0.5}}},
         {"MIN(X-0.3,0.7-X)", 0, 1, {{'s', 0.3}, {'s', 0.7}}},
     };
     return rows;
@@ -283,6 +289,100 @@ TEST(RootAll, BatteryFindsEveryRootAndNoPoleOrJumpAsRoot) {
         "evaluations %d\n",
         dense.found, dense.missed, dense.spurious, dense.evaluations);
     EXPECT_LT(mine.evaluations, dense.evaluations);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(RootAll, BadArgumentsRaiseAndNoRootIsNotAnError) {
+    law_holder x(str_to_law("X")), xy(str_to_law("X*Y")), vec(str_to_law("VEC(X,X)"));
+    struct {
+        const law* f;
+        double a, b;
+        const char* code;
+    } bad[] = {{x.get(), NAN, 1, "LAW_BAD_BOUNDS"},
+               {x.get(), 0, INFINITY, "LAW_BAD_BOUNDS"},
+               {x.get(), -INFINITY, 0, "LAW_BAD_BOUNDS"},
+               {xy.get(), 0, 1, "LAW_DIM"},
+               {vec.get(), 0, 1, "LAW_DIM"},
+               {nullptr, 0, 1, "LAW_DIM"}};
+    for (const auto& row : bad) {
+        int n = -1;
+        EXPECT_EQ(error_of([&] { Nroot_classified(const_cast<law*>(row.f), row.a, row.b, &n); }),
+                  row.code);
+        EXPECT_EQ(n, 0);
+    }
+    // No answer: a law that raises everywhere, a point that is not a root; a point that is.
+    struct {
+        const char* text;
+        double a, b;
+        int count;
+    } empty[] = {
+        {"LN(X)", -2, -1, 0}, {"ARCSIN(X)", 2, 3, 0}, {"X", 0.5, 0.5, 0}, {"X-0.5", 0.5, 0.5, 1}};
+    for (const auto& row : empty) {
+        law_holder f(str_to_law(row.text));
+        int n = -1;
+        classified_root* r = Nroot_classified(f.get(), row.a, row.b, &n);
+        EXPECT_EQ(n, row.count) << row.text;
+        EXPECT_EQ(r == nullptr, row.count == 0);
+        VORX_FREE(r);
+    }
+}
+
+TEST(RootAll, EndsInEitherOrderGiveTheSameAnswer) {
+    law_holder f(str_to_law("SIN(3*X)*(X-0.5)^2"));
+    int n1 = 0, n2 = 0;
+    classified_root* r1 = Nroot_classified(f.get(), -2, 2, &n1);
+    classified_root* r2 = Nroot_classified(f.get(), 2, -2, &n2);
+    ASSERT_EQ(n1, n2);
+    EXPECT_EQ(n1, 4);  // -pi/3, 0, pi/3 and the double root 0.5
+    for (int i = 0; i < n1; ++i) {
+        EXPECT_EQ(r1[i].x, r2[i].x);
+        EXPECT_EQ(r1[i].kind, r2[i].kind);
+    }
+    VORX_FREE(r1);
+    VORX_FREE(r2);
+}
+
+// Infinitely many roots near 0: the bound stops the search, what was found is right, and
+// the widest pieces were searched first.
+TEST(RootAll, EvaluationBoundIsKeptAndWhatIsFoundIsRight) {
+    law_holder f(str_to_law("SIN(1/X)"));
+    for (int bound : {1, 50, 600, 5000}) {
+        int n = 0;
+        root_search_info info;
+        classified_root* r = Nroot_classified(f.get(), 0, 1, &n, &info, bound);
+        EXPECT_LE(info.evaluations, bound);
+        EXPECT_GT(info.unresolved, 0);
+        for (int i = 0; i < n; ++i) EXPECT_LT(std::fabs(std::sin(1 / r[i].x)), 1e-9);
+        if (bound >= 600) {
+            ASSERT_GT(n, 0);
+            EXPECT_NEAR(r[n - 1].x, 1 / pi, 1e-12);
+        }
+        VORX_FREE(r);
+    }
+}
+
+long allocations_so_far() {
+    long total = 0;
+    for (int i = 1; i <= vorx_mem_tag_count(); ++i) total += vorx_mem_tag(i).total_count;
+    return total;
+}
+
+// Hundreds of evaluations, a handful of allocations (the work area, the doublings of the
+// result, the returned array, the singular points): none per evaluation.
+TEST(RootAll, EvaluationAllocatesNothing) {
+    for (const char* text : {"SIN(1/X)", "TAN(X)-1", "SQRT(X)-0.5"}) {
+        law_holder f(str_to_law(text));
+        int n = 0;
+        VORX_FREE(Nroot_classified(f.get(), 0, 3, &n));  // derivatives made and cached
+        long before = allocations_so_far();
+        root_search_info info;
+        VORX_FREE(Nroot_classified(f.get(), 0, 3, &n, &info));
+        EXPECT_GT(info.evaluations, 100) << text;
+        EXPECT_LE(allocations_so_far() - before, 16) << text;
+    }
 }
 
 }  // namespace
