@@ -71,7 +71,7 @@ namespace {
 
 constexpr int finest = 128;     // largest degree of one interpolant
 constexpr int first_level = 8;  // first degree tried
-constexpr int eigen_max = 48;   // largest colleague matrix
+constexpr int eigen_max = 24;   // largest colleague matrix
 constexpr int split_depth = 5;  // halvings of one interpolant before its roots are taken
 constexpr int candidate_max = 256;
 constexpr int stack_max = 256;
@@ -83,6 +83,7 @@ constexpr double imag_tol = 1e-3;            // eigenvalues this near the real s
 constexpr double touch_tol = 1e-11;          // |f| at a touching point, against the scale
 constexpr double slope_tol = 1e-7;           // |f^(k)| w^k / k! against the scale: not vanishing
 constexpr double small_piece = 1e-5;         // fraction of [a, b]: narrower pieces are sign-checked
+constexpr double negligible_half = 1e-6;     // a half this far below the scale is redone alone
 constexpr double grading = 16.0;             // pieces shrink by this towards a singular end
 constexpr int newton_steps = 12;
 constexpr int bisect_steps = 80;
@@ -110,10 +111,16 @@ const double* cosines() {
 void chebyshev_coefficients(const double* v, int n, double* c) {
     const double* cs = cosines();
     int stride = finest / n;
+    const int period = 2 * finest;  // j k stride, taken modulo 2 finest step by step
     for (int k = 0; k <= n; ++k) {
         double last = v[n * stride];
         double sum = 0.5 * (v[0] + ((k & 1) ? -last : last));
-        for (int j = 1; j < n; ++j) sum += v[j * stride] * cs[((j * k) % (2 * n)) * stride];
+        int step = k * stride % period, at = 0;
+        for (int j = 1; j < n; ++j) {
+            at += step;
+            if (at >= period) at -= period;
+            sum += v[j * stride] * cs[at];
+        }
         c[k] = sum * 2.0 / n;
     }
     c[0] *= 0.5;
@@ -364,6 +371,7 @@ class classified_search : public VORX_OBJECT {
     void sign_scan(const piece& p, int n);
     jump_search narrow_jump(const law* g, double& u, double& v, double& fu, double& fv);
     bool split_at_kink(const piece& p, int n);
+    bool crosses_near_zero(int n, double scale) const;
     void push_children(const piece& p, double u, double fu, bool known_u, double v, double fv,
                        bool known_v);
     void bisect_sign(double& u, double& v, double& fu, double& fv);
@@ -567,7 +575,7 @@ void classified_search::process(const piece& p) {
             double predicted = predicted_tail(tail, prev_tail, n, scale);
             double recip_predicted = HUGE_VAL;
             prev_tail = tail;
-            if (!zero_seen) {
+            if (!zero_seen && !crosses_near_zero(n, scale)) {
                 // 1/f from the same samples: resolved when f has only poles on the piece.
                 double rscale = 0.0;
                 for (int j = 0; j <= n; ++j) {
@@ -595,6 +603,18 @@ bool classified_search::resolve(const piece& p, const double* values, double* co
     chebyshev_coefficients(values, n, coef);
     tail = tail_of(coef, n);
     if (tail > resolve_tol * scale || !check_point(p, coef, n, scale, reciprocal)) return false;
+    if (!reciprocal && p.hi - p.lo >= small_piece * length_) {
+        // One half far below the other (EXP(10*X)*(X+2.5) on [-3, 3]): the interpolant's
+        // error, relative to the larger half, would drown the roots of the smaller one.
+        // Halve, so each half is resolved to its own scale.
+        double right = max_abs(values, 0, finest / 2, finest / n);
+        double left = max_abs(values, finest / 2, finest, finest / n);
+        if (std::min(left, right) < negligible_half * scale) {
+            double m = node(p, finest / 2);
+            push_children(p, m, values[finest / 2], true, m, values[finest / 2], true);
+            return true;
+        }
+    }
     ++info.pieces;
     candidate_count_ = 0;
     top_ = coef;
@@ -634,6 +654,18 @@ void classified_search::push_children(const piece& p, double u, double fu, bool 
     left.flo = values_[finest], left.known_lo = true;
     push(right);
     push(left);
+}
+
+// True when neighbouring samples change sign with both below a tenth of the scale: a root
+// is there, so 1/f has a pole and is not worth interpolating.
+bool classified_search::crosses_near_zero(int n, double scale) const {
+    int stride = finest / n;
+    for (int j = 0; j < n; ++j) {
+        double v0 = values_[j * stride], v1 = values_[(j + 1) * stride];
+        if ((v0 < 0.0) != (v1 < 0.0) && std::max(std::fabs(v0), std::fabs(v1)) < 0.1 * scale)
+            return true;
+    }
+    return false;
 }
 
 void classified_search::split(const piece& p, int n, bool failed_samples) {
@@ -709,8 +741,9 @@ void classified_search::split(const piece& p, int n, bool failed_samples) {
 
 // A kink (MAX, MIN): the slope between neighbouring nodes changes at one place by at least
 // half its whole range.  The jump of f' there is located on f' and the piece cut at it.
+// When the slope changes most at an end, the piece is graded towards that end instead.
 bool classified_search::split_at_kink(const piece& p, int n) {
-    if (!f1_ || n < 4) return false;
+    if (n < 4) return false;
     int stride = finest / n, at = -1;
     double lowest = HUGE_VAL, highest = -HUGE_VAL, largest = 0.0, previous = 0.0;
     for (int j = 0; j < n; ++j) {
@@ -724,7 +757,14 @@ bool classified_search::split_at_kink(const piece& p, int n) {
         }
         previous = slope;
     }
-    if (at < 0 || !(largest >= 0.5 * (highest - lowest))) return false;
+    if (at == 1 || at == n - 1) {
+        // The slope changes most at an end, where the nodes are closest: f' is singular
+        // there (X*LN(X) at 0): grade towards it.
+        double cut = at == 1 ? p.hi - (p.hi - p.lo) / grading : p.lo + (p.hi - p.lo) / grading;
+        push_children(p, cut, nan_value, false, cut, nan_value, false);
+        return true;
+    }
+    if (!f1_ || at < 0 || !(largest >= 0.5 * (highest - lowest))) return false;
     // The kink lies between the nodes on either side of node `at`.
     double u = node(p, (at + 1) * stride), v = node(p, (at - 1) * stride);
     double du = value(f1_, u), dv = value(f1_, v);
