@@ -2,30 +2,40 @@
 //
 // Mechanism.  [a, b] is clipped to the law's term_domain and cut at the points its
 // `singularities` reports (each cut point is classified on the spot, and the pieces stop
-// just short of it where the law is finite).  Each piece goes through these steps:
+// just short of it where the law is finite).  Pieces wait on a fixed-size stack and the
+// widest is taken next, so a bound on evaluations is spent on the bulk of [a, b] first.
+// Each piece goes through these steps:
 //  1. Sample the law at the Chebyshev-Lobatto points cos(j pi/n) of the piece for
 //     n = 8, 16, ..., 128.  The grids nest, so doubling n costs n new evaluations, and
 //     the values at the piece's ends are handed down from the parent when known.
 //  2. The interpolant is taken as resolved when its trailing coefficients (the last
 //     eighth, at least two) fall below 1e-12 of the largest sample and it agrees to
 //     1e-9 with the law at one off-grid point (one evaluation per piece, against
-//     aliasing).  Its roots are the eigenvalues of the colleague matrix, computed by
-//     balancing and a Francis double-shift QR written here for the small Hessenberg
-//     matrix; an interpolant of degree above 48 is cut in halves and re-interpolated
-//     (no evaluation of the law) so no matrix exceeds 48 x 48.  Eigenvalues within 1e-3
-//     of the real segment are candidates.
+//     aliasing).  If one half of the piece stays below 1e-6 of the other, the piece is
+//     halved instead, so that each half is resolved to its own scale.  The roots of the
+//     interpolant are the eigenvalues of its colleague matrix, computed by balancing and
+//     a Francis double-shift QR written here for the small Hessenberg matrix; an
+//     interpolant of degree above 24 is cut in halves and re-interpolated (no evaluation
+//     of the law) so no matrix exceeds 24 x 24.  Eigenvalues within 1e-3 of the real
+//     segment are candidates.
 //  3. When f is not resolved but 1/f, built from the same samples, is, the piece holds
 //     no root of f, and the roots of the interpolant of 1/f are its poles: a pole is how
-//     a law like TAN or 1/(X-c) is resolved without cutting the interval into slivers.
+//     a law like COT or 1/(X-c) is resolved without cutting the interval into slivers.
+//     1/f is not tried where neighbouring samples change sign close to zero (a root).
 //  4. Otherwise the piece is split: at a domain boundary (where the law raises or is not
 //     finite: located by bisection between a finite and a failing sample), at a jump
 //     (located by bisecting towards the larger difference of values, stopped when the
-//     difference fades, which means a steep but smooth stretch), or at its middle.  The
-//     values decay check predicts from the last two levels whether degree 128 can be
-//     reached, and splits early when it cannot.
+//     difference fades, which means a steep but smooth stretch), at a kink (the slope
+//     between nodes changes at one place by half its range: the jump of f' is located
+//     the same way on f'), towards a singular end (the largest step of values or of
+//     slopes lies at an end, where the nodes are closest: SQRT and LN at 0; the piece is
+//     cut 1/16 from that end, so the pieces shrink geometrically towards it), or at its
+//     middle.  The decay of the coefficients over the last two levels predicts whether
+//     degree 128 can be reached, and the piece splits early when it cannot.
 //  5. A piece narrower than 1e-5 of [a, b] that is still not resolved is checked by sign
 //     changes between its samples only (each is bisected and classified) and counted as
-//     unresolved in the search's report.
+//     unresolved in the search's report.  A sign change across a gap of the domain that
+//     narrow (TAN fails within 1e-6 of its poles) is classified at the end.
 //
 // Polishing and classification are done on the law, not on the interpolant.  A
 // candidate gets Newton steps with f' (symbolic, made before the search starts).  When
@@ -37,16 +47,17 @@
 // c +- sqrt(-2 f(c)/f''(c)) (then polished separately); anything else is no root.  A
 // sign change found by bisection is classified by how |f| behaves on both sides of the
 // final bracket against points 64 bracket widths away: growing on both sides is a pole,
-// shrinking on both sides a (steep) root, neither a jump.
+// shrinking on both sides a (steep) root, neither a jump.  A cut point where f is 8 times
+// smaller than on both sides of it is a root (a kink touching zero is reported as even).
 //
 // Invariants.  Every law evaluation goes through value(), which counts it, refuses it
 // past the bound (answering NaN, which ends every loop), and turns an error raised by the
 // law or a non-finite value into NaN: a gap of the domain, never an escaping error.  Every
-// loop has a fixed iteration bound; pieces are processed from a fixed-size stack and each
-// costs at least one evaluation, so the search ends within the bound.  The search itself
-// allocates one work area, before the first evaluation; evaluation allocates nothing
-// here, and the derivative laws are built before the search.  Results are sorted and
-// entries closer than 1e-10 of |b - a| are merged (a multiple root over a simple one,
+// loop has a fixed iteration bound; each piece costs at least one evaluation, so the
+// search ends within the bound.  The search allocates its work area once, before the
+// first evaluation, and then only to grow its list of results; evaluation allocates
+// nothing here, and the derivative laws are built before the search.  Results are sorted
+// and entries closer than 1e-10 of |b - a| are merged (a multiple root over a simple one,
 // any root over a pole or jump).
 //
 // Error model.  A root of multiplicity m is polished as a simple root of f^(m-1), so its
@@ -54,8 +65,12 @@
 // can miss: two roots closer than about 1e-7 of their piece (reported as one even root),
 // a tangency whose |f| stays above 1e-11 of the piece's scale (not a root), features
 // inside pieces given up by the evaluation bound or by the width limit (only sign changes
-// are seen there), and roots in the region where the interpolant's error (1e-12 of the
-// piece's largest value) exceeds |f| over a whole neighbourhood.
+// are seen there), and roots where the interpolant's error (1e-12 of the largest value of
+// a piece whose halves are within 1e-6 of each other) exceeds |f| over a neighbourhood.
+//
+// Evaluation bound: max_evaluations (20000 unless the caller says), counting f, f', f''
+// and f'''.  A smooth law with a few roots takes tens of evaluations (9 or 17 samples, one
+// check, about four Newton evaluations per root).
 #include "lawutil/root_all.hpp"
 
 #include <algorithm>
@@ -1163,7 +1178,8 @@ classified_root* Nroot_classified(law* f, double a, double b, int* n, root_searc
     if (n) *n = 0;
     if (info) *info = root_search_info();
     if (!std::isfinite(a) || !std::isfinite(b)) sys_error(LAW_BAD_BOUNDS);
-    if (!f || f->take_dim() > 1 || f->return_dim() != 1) sys_error(LAW_DIM);
+    if (!f) sys_error(LAW_EVAL);
+    if (f->take_dim() > 1 || f->return_dim() != 1) sys_error(LAW_DIM);
     if (a > b) std::swap(a, b);
     // Only the part of [a, b] in the law's stated domain is searched.
     interval dom;

@@ -20,7 +20,7 @@ class law;
 // What a reported point is.
 enum root_kind {
     root_simple = 1,         // f crosses zero with a non-zero slope
-    root_even_multiple = 2,  // f touches zero without crossing (a tangency)
+    root_even_multiple = 2,  // f touches zero without crossing (a tangency, or a kink: ABS)
     root_odd_multiple = 3,   // f crosses zero and is flat there (multiplicity 3, 5, ...)
     root_pole = 4,           // f changes sign through infinity: not a root
     root_jump = 5,           // f changes sign by a jump: not a root
@@ -57,7 +57,7 @@ struct root_search_info {
 // `max_evaluations` evaluations are spent; past that the rest of the interval is given
 // up and counted in info->unresolved.  Never raises for "no root".
 //
-// Errors: LAW_BAD_BOUNDS for an end that is NaN or infinite, LAW_DIM for a null law or
-// one that does not map one input to one output.
+// Errors, as Nroot raises them: LAW_EVAL for a null law, LAW_DIM for a law that does not
+// map one input to one output, LAW_BAD_BOUNDS for an end that is NaN or infinite.
 classified_root* Nroot_classified(law* f, double a, double b, int* n,
                                   root_search_info* info = nullptr, int max_evaluations = 20000);

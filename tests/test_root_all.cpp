@@ -306,7 +306,7 @@ TEST(RootAll, BadArgumentsRaiseAndNoRootIsNotAnError) {
                {x.get(), -INFINITY, 0, "LAW_BAD_BOUNDS"},
                {xy.get(), 0, 1, "LAW_DIM"},
                {vec.get(), 0, 1, "LAW_DIM"},
-               {nullptr, 0, 1, "LAW_DIM"}};
+               {nullptr, 0, 1, "LAW_EVAL"}};
     for (const auto& row : bad) {
         int n = -1;
         EXPECT_EQ(error_of([&] { Nroot_classified(const_cast<law*>(row.f), row.a, row.b, &n); }),
