@@ -4,9 +4,10 @@
 // Error model.  Nroot returns the points x of [a, b] where |f(x)| < root_f_tol (1e-7)
 // that its probes reach; it is a search, not a proof: roots closer together than its
 // merge rule allows come back as one, and a root beside a very steep slope near an end
-// may be missing.  Every search is bounded (see root.cpp): a call never loops, and a law
-// that raises at a point ends the call with that error, the tolerance block restored to
-// what it held on entry and every law made inside released.
+// may be missing.  Every search is bounded (see root.cpp): a call never loops.  A point
+// where the law raises its own error (a domain error, a pole) simply has no value there;
+// any other error (an interrupt, which is polled) ends the call with the tolerance block
+// restored to what it held on entry and every law made inside released.
 //
 // Bad arguments raise: a null law (LAW_EVAL), a law of more than one input or output
 // (LAW_DIM), a NaN or infinite end (LAW_BAD_BOUNDS).
@@ -36,6 +37,19 @@ double* Nsolve(law* f, law* g, double a, double b, int* n);
 double Nmax(law* f, double a, double b);
 // Nmax of -f: the position of the smallest value.
 double Nmin(law* f, double a, double b);
+
+// What the last Nroot call on this thread did, for tests and benchmarks: its probes of
+// the explored set's gaps, the probes after which the explored set was unchanged (0:
+// each probe marked part of its gap; see root.cpp), whether the probe bound stopped it,
+// and the evaluations of the law and its derivatives (the recovery pass's too; after
+// Nmax or Nmin, those of its derivative's Nroot plus its candidates).
+struct nroot_stats {
+    int probes = 0;
+    int probes_without_mark = 0;
+    int probe_bound_hit = 0;
+    long evaluations = 0;
+};
+const nroot_stats& last_nroot_stats();
 
 // Sorts the n pairs (where[i], kind[i]) by position and drops those more than resabs
 // outside [lo, hi] and those within resabs of the one kept before them.  When something
