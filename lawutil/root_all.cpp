@@ -120,14 +120,14 @@ const double* cosines() {
     return t.c;
 }
 
-// Coefficients c[0..n] of the interpolant through v at cos(j pi / n), j = 0..n, read
+// Coefficients c[first..n] of the interpolant through v at cos(j pi / n), j = 0..n, read
 // from the finest grid with stride finest / n:
 // c_k = (2/n) sum'' v_j cos(j k pi / n), with c_0 and c_n halved.
-void chebyshev_coefficients(const double* v, int n, double* c) {
+void chebyshev_coefficients(const double* v, int n, double* c, int first = 0) {
     const double* cs = cosines();
     int stride = finest / n;
     const int period = 2 * finest;  // j k stride, taken modulo 2 finest step by step
-    for (int k = 0; k <= n; ++k) {
+    for (int k = first; k <= n; ++k) {
         double last = v[n * stride];
         double sum = 0.5 * (v[0] + ((k & 1) ? -last : last));
         int step = k * stride % period, at = 0;
@@ -138,7 +138,7 @@ void chebyshev_coefficients(const double* v, int n, double* c) {
         }
         c[k] = sum * 2.0 / n;
     }
-    c[0] *= 0.5;
+    if (first == 0) c[0] *= 0.5;
     c[n] *= 0.5;
 }
 
@@ -429,8 +429,6 @@ class classified_search : public VORX_OBJECT {
     bool have_check_ = false;
 
     // Interpolant halving: one sample and one coefficient buffer per depth.
-    const double* top_ = nullptr;
-    int top_degree_ = 0;
     double split_values_[split_depth + 1][finest + 1];
     double split_coef_[split_depth + 1][finest + 1];
 
@@ -615,9 +613,13 @@ void classified_search::process(const piece& p) {
 // roots of the interpolant are tried as roots (or as poles) of f and the piece is done.
 bool classified_search::resolve(const piece& p, const double* values, double* coef, int n,
                                 double scale, bool reciprocal, double& tail) {
-    chebyshev_coefficients(values, n, coef);
+    // The trailing coefficients first: most levels stop there.
+    int tail_from = n - std::max(1, n / 8);
+    chebyshev_coefficients(values, n, coef, tail_from);
     tail = tail_of(coef, n);
-    if (tail > resolve_tol * scale || !check_point(p, coef, n, scale, reciprocal)) return false;
+    if (tail > resolve_tol * scale) return false;
+    chebyshev_coefficients(values, n, coef);
+    if (!check_point(p, coef, n, scale, reciprocal)) return false;
     if (!reciprocal && p.hi - p.lo >= small_piece * length_) {
         // One half far below the other (EXP(10*X)*(X+2.5) on [-3, 3]): the interpolant's
         // error, relative to the larger half, would drown the roots of the smaller one.
@@ -632,8 +634,6 @@ bool classified_search::resolve(const piece& p, const double* values, double* co
     }
     ++info.pieces;
     candidate_count_ = 0;
-    top_ = coef;
-    top_degree_ = n;
     proxy_roots(coef, trimmed_degree(coef, n, scale), -1.0, 1.0, 0, scale);
     piece_scale ps{p.lo, p.hi, p.hi - p.lo, max_abs(values_, 0, finest, finest / n)};
     for (int k = 0; k < candidate_count_; ++k) {
@@ -938,14 +938,13 @@ void classified_search::proxy_roots(const double* c, int n, double tlo, double t
     double mid = 0.5 * (tlo + thi);
     double* vals = split_values_[depth];
     double* coef = split_coef_[depth];
-    const double halves[2][2] = {{tlo, mid}, {mid, thi}};
-    for (const auto& h : halves) {
-        for (int j = 0; j <= level; ++j) {
-            double t = 0.5 * (h[0] + h[1]) + 0.5 * (h[1] - h[0]) * cs[j * stride];
-            vals[j * stride] = clenshaw(top_, top_degree_, t);
-        }
+    // Each half, [-1, 0] or [0, 1] of this series' own variable, re-interpolated from it.
+    for (double centre : {-0.5, 0.5}) {
+        for (int j = 0; j <= level; ++j)
+            vals[j * stride] = clenshaw(c, n, centre + 0.5 * cs[j * stride]);
         chebyshev_coefficients(vals, level, coef);
-        proxy_roots(coef, trimmed_degree(coef, level, scale), h[0], h[1], depth + 1, scale);
+        double lo = centre < 0.0 ? tlo : mid, hi = centre < 0.0 ? mid : thi;
+        proxy_roots(coef, trimmed_degree(coef, level, scale), lo, hi, depth + 1, scale);
     }
 }
 
