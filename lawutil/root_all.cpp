@@ -2,8 +2,9 @@
 //
 // Mechanism.  [a, b] is clipped to the law's term_domain and cut at the points its
 // `singularities` reports (each cut point is classified on the spot, and the pieces stop
-// just short of it where the law is finite).  Pieces wait on a fixed-size stack and the
-// widest is taken next, so a bound on evaluations is spent on the bulk of [a, b] first.
+// just short of it where the law is finite).  The stretches between cuts are searched left
+// to right; within one, pieces wait on a fixed-size stack and the widest is taken next,
+// so a bound on evaluations is spent on the bulk of the stretch first.
 // Each piece goes through these steps:
 //  1. Sample the law at the Chebyshev-Lobatto points cos(j pi/n) of the piece for
 //     n = 8, 16, ..., 128.  The grids nest, so doubling n costs n new evaluations, and
@@ -96,10 +97,12 @@ constexpr double check_tol = 1e-9;           // interpolant against the law off 
 constexpr double check_t = 0.4122872183949;  // the off-grid point, on [-1, 1]
 constexpr double imag_tol = 1e-3;            // eigenvalues this near the real segment are tried
 constexpr double touch_tol = 1e-11;          // |f| at a touching point, against the scale
-constexpr double slope_tol = 1e-7;           // |f^(k)| w^k / k! against the scale: not vanishing
-constexpr double small_piece = 1e-5;         // fraction of [a, b]: narrower pieces are sign-checked
-constexpr double negligible_half = 1e-6;     // a half this far below the scale is redone alone
-constexpr double grading = 16.0;             // pieces shrink by this towards a singular end
+constexpr double slope_tol = 1e-7;
+constexpr double steep_tol = 1e-4;    // a slope this large needs no convergence proof           //
+                                      // |f^(k)| w^k / k! against the scale: not vanishing
+constexpr double small_piece = 1e-5;  // fraction of [a, b]: narrower pieces are sign-checked
+constexpr double negligible_half = 1e-6;  // a half this far below the scale is redone alone
+constexpr double grading = 16.0;          // pieces shrink by this towards a singular end
 constexpr int newton_steps = 12;
 constexpr int bisect_steps = 80;
 const double nan_value = std::numeric_limits<double>::quiet_NaN();
@@ -381,6 +384,7 @@ class classified_search : public VORX_OBJECT {
         return 0.5 * (p.lo + p.hi) + 0.5 * (p.hi - p.lo) * cosines()[i];
     }
     void push(const piece& p);
+    void search_stretch(const piece& stretch);
     void process(const piece& p);
     void split(const piece& p, int n, bool failed_samples);
     void sign_scan(const piece& p, int n);
@@ -397,6 +401,7 @@ class classified_search : public VORX_OBJECT {
                      double& fright);
     bool resolve(const piece& p, const double* values, double* coef, int n, double scale,
                  bool reciprocal, double& tail);
+    piece_scale local_scale(const piece& p, int n, double x) const;
     bool check_point(const piece& p, const double* c, int n, double scale, bool reciprocal);
     void proxy_roots(const double* c, int n, double tlo, double thi, int depth, double scale);
     void colleague(const double* c, int n, double tlo, double thi);
@@ -502,31 +507,33 @@ void classified_search::push(const piece& p) {
 }
 
 void classified_search::run(const double* cuts, int ncuts) {
-    // Cut at the reported singular points, just short of them where the law is finite.
-    double right = b_, fright = nan_value;
-    bool known_right = false;
-    for (int k = ncuts - 1; k >= 0; --k) {
+    // Cut at the reported singular points, just short of them where the law is finite;
+    // the stretches between cuts are searched one after the other, left to right, so the
+    // stack holds the pieces of one stretch only.
+    double left = a_, fleft = nan_value;
+    bool known_left = false;
+    for (int k = 0; k < ncuts && !out_of_budget_; ++k) {
         double s = cuts[k];
-        if (!(s > a_ && s < right)) continue;
-        double left, fleft, r, fr;
-        if (!classify_at(s, a_, right, left, fleft, r, fr)) continue;
-        piece p = make_piece(r, right);
-        p.flo = fr;
-        p.known_lo = true;
-        p.fhi = fright;
-        p.known_hi = known_right;
-        push(p);
-        right = left;
-        fright = fleft;
-        known_right = true;
+        if (!(s > left && s < b_)) continue;
+        double l, fl, r, fr;
+        if (!classify_at(s, left, b_, l, fl, r, fr)) continue;
+        piece p = make_piece(left, l);
+        p.flo = fleft, p.known_lo = known_left;
+        p.fhi = fl, p.known_hi = true;
+        search_stretch(p);
+        left = r, fleft = fr, known_left = true;
     }
-    piece first = make_piece(a_, right);
-    first.fhi = fright;
-    first.known_hi = known_right;
-    push(first);
+    piece last = make_piece(left, b_);
+    last.flo = fleft, last.known_lo = known_left;
+    search_stretch(last);
+    if (!out_of_budget_) classify_gaps();
+}
+
+void classified_search::search_stretch(const piece& stretch) {
+    push(stretch);
     while (stack_count_ > 0) {
         // The widest piece first, so that a bound on evaluations is spent on the bulk of
-        // [a, b] before the slivers around a singular point.
+        // the stretch before the slivers around a singular point.
         int widest = 0;
         for (int i = 1; i < stack_count_; ++i)
             if (stack_[i].hi - stack_[i].lo > stack_[widest].hi - stack_[widest].lo) widest = i;
@@ -538,7 +545,6 @@ void classified_search::run(const double* cuts, int ncuts) {
         }
         process(p);
     }
-    if (!out_of_budget_) classify_gaps();
 }
 
 void classified_search::process(const piece& p) {
@@ -635,15 +641,32 @@ bool classified_search::resolve(const piece& p, const double* values, double* co
     ++info.pieces;
     candidate_count_ = 0;
     proxy_roots(coef, trimmed_degree(coef, n, scale), -1.0, 1.0, 0, scale);
-    piece_scale ps{p.lo, p.hi, p.hi - p.lo, max_abs(values_, 0, finest, finest / n)};
+    piece_scale whole{p.lo, p.hi, p.hi - p.lo, max_abs(values_, 0, finest, finest / n)};
     for (int k = 0; k < candidate_count_; ++k) {
         double x = 0.5 * (p.lo + p.hi) + 0.5 * (p.hi - p.lo) * candidates_[k];
         if (reciprocal)
-            pole_candidate(x, ps);
+            pole_candidate(x, whole);
         else
-            root_candidate(x, ps);
+            root_candidate(x, local_scale(p, n, x));
     }
     return true;
+}
+
+// The scale a candidate's tests are measured against: the largest sample within an
+// eighth of the piece on either side of x (at least the two nodes around it), and a
+// quarter of the piece as the width, so that a law whose size varies by orders of
+// magnitude over the piece is judged by its size near x.
+piece_scale classified_search::local_scale(const piece& p, int n, double x) const {
+    int stride = finest / n;
+    double w = p.hi - p.lo, reach = w / 8.0, scale = 0.0;
+    for (int j = 0; j <= n; ++j) {
+        double xj = node(p, j * stride);
+        bool around = j < n && xj >= x && node(p, (j + 1) * stride) <= x;
+        if (std::fabs(xj - x) <= reach || around ||
+            (j > 0 && node(p, (j - 1) * stride) >= x && xj <= x))
+            scale = std::max(scale, std::fabs(values_[j * stride]));
+    }
+    return {p.lo, p.hi, w / 4.0, scale};
 }
 
 bool classified_search::check_point(const piece& p, const double* c, int n, double scale,
@@ -1027,7 +1050,10 @@ void classified_search::root_candidate(double x0, const piece_scale& ps) {
     double x = newton(f_, f1_, x0, ps, converged, fx, dx);
     if (std::isnan(fx)) return;
     bool small = std::fabs(fx) <= touch_tol * S;
-    if (std::fabs(dx) * w > slope_tol * S) {
+    // Simple when the slope is clearly not zero, or not zero and Newton converged (it
+    // only creeps towards a multiple root, by a factor 1 - 1/m per step).
+    double slope = std::fabs(dx) * w;
+    if (slope > steep_tol * S || (converged && slope > slope_tol * S)) {
         if ((converged || small) && !near_found(x, merge, ps.w)) add(x, root_simple, 1);
         return;
     }
@@ -1063,34 +1089,38 @@ void classified_search::root_candidate(double x0, const piece_scale& ps) {
     }
 }
 
-// A root at the critical point c: its multiplicity from the first derivative that does
-// not vanish there.
+// A root at the critical point c.  Its parity comes from the signs of f on both sides,
+// at a distance h below a third of the way to the next cluster of candidates (so another
+// root does not interfere) and at most 1/100 of the piece; its multiplicity from the
+// first derivative that does not vanish there, made to agree with the parity.  An odd one
+// is placed at the root of f'' nearby, where f'' vanishes singly for multiplicity 3.
 void classified_search::multiple_root(double c, double d2c, const piece_scale& ps) {
     double S = ps.scale, w = ps.w;
-    if (std::fabs(d2c) * w * w / 2.0 > slope_tol * S) {
-        add(c, root_even_multiple, 2);
+    double h = 1e-2 * w;
+    for (int k = 0; k < candidate_count_; ++k) {
+        double d = std::fabs(0.5 * (ps.lo + ps.hi) + 0.5 * (ps.hi - ps.lo) * candidates_[k] - c);
+        if (d > 1e-4 * w) h = std::min(h, d / 3.0);
+    }
+    double fl = value(f_, c - h), fr = value(f_, c + h);
+    int parity = std::isnan(fl) || std::isnan(fr) ? -1 : (fl < 0.0) != (fr < 0.0);
+    bool second = std::fabs(d2c) * w * w / 2.0 > slope_tol * S;
+    if (parity == 0 || (parity < 0 && second)) {
+        add(c, root_even_multiple, second ? 2 : 4);
         return;
     }
-    double r = c;
+    double r = c, d3 = nan_value;
     if (f3_) {
         bool conv;
-        double d2, d3;
+        double d2;
         double c3 = newton(f2_, f3_, c, ps, conv, d2, d3);
         double f3v = value(f_, c3);
         if (!std::isnan(f3v) && std::fabs(f3v) <= touch_tol * S && std::fabs(c3 - c) <= 1e-3 * w)
             r = c3;
         else
             d3 = value(f3_, c);
-        if (!std::isnan(d3) && std::fabs(d3) * w * w * w / 6.0 > slope_tol * S) {
-            add(r, root_odd_multiple, 3);
-            return;
-        }
     }
-    // Four or more: the parity from the signs on both sides.
-    double h = 1e-3 * w;
-    double fl = value(f_, std::max(ps.lo, r - h)), fr = value(f_, std::min(ps.hi, r + h));
-    bool crosses = !std::isnan(fl) && !std::isnan(fr) && (fl < 0.0) != (fr < 0.0);
-    add(r, crosses ? root_odd_multiple : root_even_multiple, 4);
+    bool third = !std::isnan(d3) && std::fabs(d3) * w * w * w / 6.0 > slope_tol * S;
+    add(r, root_odd_multiple, third ? 3 : 4);
 }
 
 // A root of the interpolant of 1/f: Newton on 1/f (x + f/f') moves it onto the pole.

@@ -35,6 +35,11 @@ std::vector<expected> series(char kind, double first, double step, int count) {
     return r;
 }
 
+std::vector<expected> interleaved(std::vector<expected> a, const std::vector<expected>& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
 std::vector<expected> inverse_multiples_of_pi(int count) {
     std::vector<expected> r;
     for (int k = 1; k <= count; ++k) r.push_back({'s', 1.0 / (k * M_PI)});
@@ -128,6 +133,8 @@ const std::vector<battery_row>& battery() {
         {"SEC(X)", 0, 6, {}},
         {"COT(X)", 0.1, 6, {{'s', pi / 2}, {'p', pi}, {'s', 3 * pi / 2}}},
         {"CSC(X)", 1, 9, {{'p', pi}, {'p', 2 * pi}}},
+        {"COT(20*X)", 0.01, 3,
+         interleaved(series('p', pi / 20, pi / 20, 19), series('s', pi / 40, pi / 20, 19))},
         // jumps, kinks and stretches
         {"STEP(-1,0.5,1)", 0, 1, {{'j', 0.5}}},
         {"STEP(X-0.2,0.5,X-0.8)", 0, 1, {{'s', 0.2}, {'j', 0.5}, {'s', 0.8}}},
@@ -314,6 +321,42 @@ TEST(RootAll, BatteryFindsEveryRootAndNoPoleOrJumpAsRoot) {
 }  // namespace
 
 namespace {
+
+// Random products of (X - r)^m, m = 1, 2 or 3, roots at least 1e-3 apart in [-0.9, 0.9]:
+// every root found once, with the parity of its multiplicity.
+TEST(RootAll, RandomPolynomialsWithMultipleRoots) {
+    unsigned seed = 12345;
+    auto uniform = [&seed] {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 8) / double(1u << 24);
+    };
+    for (int trial = 0; trial < 60; ++trial) {
+        std::vector<expected> want;
+        std::string text;
+        int count = 1 + (int)(uniform() * 5);
+        while ((int)want.size() < count) {
+            double r = -0.9 + 1.8 * uniform();
+            bool far = true;
+            for (const expected& w : want) far = far && std::fabs(w.x - r) > 1e-3;
+            if (!far) continue;
+            int m = 1 + (int)(uniform() * 3);
+            want.push_back({m == 1 ? 's' : m == 2 ? 'e' : 'o', r});
+            char factor[64];
+            std::snprintf(factor, sizeof factor, "%s(X-%.17g)^%d", text.empty() ? "" : "*", r, m);
+            text += factor;
+        }
+        SCOPED_TRACE(text);
+        law_holder f(str_to_law(text.c_str()));
+        int n = 0;
+        classified_root* r = Nroot_classified(f.get(), -1, 1, &n);
+        std::vector<expected> got;
+        for (int i = 0; i < n; ++i) got.push_back({letter_of(r[i]), r[i].x});
+        VORX_FREE(r);
+        std::string detail;
+        score s = score_of(want, got, detail);
+        EXPECT_EQ(s.missed + s.spurious + s.wrong_kind, 0) << detail;
+    }
+}
 
 TEST(RootAll, BadArgumentsRaiseAndNoRootIsNotAnError) {
     law_holder x(str_to_law("X")), xy(str_to_law("X*Y")), vec(str_to_law("VEC(X,X)"));
