@@ -38,18 +38,23 @@
 //     unresolved in the search's report.  A sign change across a gap of the domain that
 //     narrow (TAN fails within 1e-6 of its poles) is classified at the end.
 //
-// Polishing and classification are done on the law, not on the interpolant.  A
-// candidate gets Newton steps with f' (symbolic, made before the search starts).  When
-// |f'| times the piece width is above 1e-7 of the piece's largest value the root is
-// simple.  Otherwise Newton on f' finds the nearby critical point c: f(c) within 1e-11 of
-// the scale makes c a multiple root (multiplicity 2 when f'' does not vanish there, else
-// Newton on f'' and the same test with f''' for 3, else a sign test for the parity, "4"
-// meaning four or more); f(c) of the sign opposite to f'' makes two close simple roots at
-// c +- sqrt(-2 f(c)/f''(c)) (then polished separately); anything else is no root.  A
-// sign change found by bisection is classified by how |f| behaves on both sides of the
-// final bracket against points 64 bracket widths away: growing on both sides is a pole,
-// shrinking on both sides a (steep) root, neither a jump.  A cut point where f is 8 times
-// smaller than on both sides of it is a root (a kink touching zero is reported as even).
+// Polishing and classification are done on the law, not on the interpolant, against the
+// law's size near the candidate: the scale S is the largest sample within an eighth of
+// the piece on either side, the width w a quarter of the piece.  A candidate gets Newton
+// steps with f' (symbolic, made before the search starts).  The root is simple when
+// |f'| w is above 1e-4 S, or above 1e-7 S and Newton converged (it only creeps towards a
+// multiple root, by a factor 1 - 1/m per step).  Otherwise Newton on f' finds the nearby
+// critical point c: f(c) within 1e-11 S makes c a multiple root; its parity comes from
+// the signs of f at c +- h, h below a third of the way to the next cluster of candidates
+// and at most w/100, and its multiplicity from the first of f'', f''' not vanishing at c
+// (scaled as |f^(k)| w^k / k! against 1e-7 S; "4" means four or more), an odd one being
+// placed on the root of f'' nearby.  f(c) of the sign opposite to f'' makes two close
+// simple roots at c +- sqrt(-2 f(c)/f''(c)) (then polished separately); anything else is
+// no root.  A sign change found by bisection is classified by how |f| behaves on both
+// sides of the final bracket against points 64 bracket widths away: growing on both sides
+// is a pole, shrinking on both sides a (steep) root, neither a jump.  A cut point where f
+// is 8 times smaller than on both sides of it is a root (a kink touching zero is reported
+// as even).
 //
 // Invariants.  Every law evaluation goes through value(), which counts it, refuses it
 // past the bound (answering NaN, which ends every loop), and turns an error raised by the
@@ -66,8 +71,10 @@
 // can miss: two roots closer than about 1e-7 of their piece (reported as one even root),
 // a tangency whose |f| stays above 1e-11 of the piece's scale (not a root), features
 // inside pieces given up by the evaluation bound or by the width limit (only sign changes
-// are seen there), and roots where the interpolant's error (1e-12 of the largest value of
-// a piece whose halves are within 1e-6 of each other) exceeds |f| over a neighbourhood.
+// are seen there), roots where the interpolant's error (1e-12 of the largest value of
+// a piece whose halves are within 1e-6 of each other) exceeds |f| over a neighbourhood,
+// and one root of a cluster of multiple roots about 1e-2 apart (a triple and a double root
+// of a polynomial of degree 12), whose eigenvalues scatter off the real segment.
 //
 // Evaluation bound: max_evaluations (20000 unless the caller says), counting f, f', f''
 // and f'''.  A smooth law with a few roots takes tens of evaluations (9 or 17 samples, one
