@@ -104,10 +104,11 @@ constexpr double check_tol = 1e-9;           // interpolant against the law off 
 constexpr double check_t = 0.4122872183949;  // the off-grid point, on [-1, 1]
 constexpr double imag_tol = 1e-3;            // eigenvalues this near the real segment are tried
 constexpr double touch_tol = 1e-11;          // |f| at a touching point, against the scale
+// |f^(k)| w^k / k! against the scale: not vanishing above slope_tol; a slope above
+// steep_tol needs no proof of convergence.
 constexpr double slope_tol = 1e-7;
-constexpr double steep_tol = 1e-4;    // a slope this large needs no convergence proof           //
-                                      // |f^(k)| w^k / k! against the scale: not vanishing
-constexpr double small_piece = 1e-5;  // fraction of [a, b]: narrower pieces are sign-checked
+constexpr double steep_tol = 1e-4;
+constexpr double small_piece = 1e-5;      // fraction of [a, b]: narrower pieces are sign-checked
 constexpr double negligible_half = 1e-6;  // a half this far below the scale is redone alone
 constexpr double grading = 16.0;          // pieces shrink by this towards a singular end
 constexpr int newton_steps = 12;
@@ -660,19 +661,17 @@ bool classified_search::resolve(const piece& p, const double* values, double* co
 }
 
 // The scale a candidate's tests are measured against: the largest sample within an
-// eighth of the piece on either side of x (at least the two nodes around it), and a
-// quarter of the piece as the width, so that a law whose size varies by orders of
-// magnitude over the piece is judged by its size near x.
+// eighth of the piece on either side of x (a window wider than the widest gap between
+// nodes), or of the whole piece when those are all zero; and a quarter of the piece as
+// the width.  A law whose size varies by orders of magnitude over the piece is then
+// judged by its size near x.
 piece_scale classified_search::local_scale(const piece& p, int n, double x) const {
     int stride = finest / n;
-    double w = p.hi - p.lo, reach = w / 8.0, scale = 0.0;
-    for (int j = 0; j <= n; ++j) {
-        double xj = node(p, j * stride);
-        bool around = j < n && xj >= x && node(p, (j + 1) * stride) <= x;
-        if (std::fabs(xj - x) <= reach || around ||
-            (j > 0 && node(p, (j - 1) * stride) >= x && xj <= x))
+    double w = p.hi - p.lo, scale = 0.0;
+    for (int j = 0; j <= n; ++j)
+        if (std::fabs(node(p, j * stride) - x) <= w / 8.0)
             scale = std::max(scale, std::fabs(values_[j * stride]));
-    }
+    if (scale == 0.0) scale = max_abs(values_, 0, finest, stride);
     return {p.lo, p.hi, w / 4.0, scale};
 }
 
