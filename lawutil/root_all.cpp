@@ -17,7 +17,7 @@
 //     interpolant are the eigenvalues of its colleague matrix, computed by balancing and
 //     a Francis double-shift QR written here for the small Hessenberg matrix; an
 //     interpolant of degree above 24 is cut in halves and re-interpolated (no evaluation
-//     of the law) so no matrix exceeds 24 x 24.  Eigenvalues within 1e-3 of the real
+//     of the law) so no matrix exceeds 24 x 24.  Eigenvalues within 1e-2 of the real
 //     segment are candidates.
 //  3. When f is not resolved but 1/f, built from the same samples, is, the piece holds
 //     no root of f, and the roots of the interpolant of 1/f are its poles: a pole is how
@@ -73,8 +73,8 @@
 // inside pieces given up by the evaluation bound or by the width limit (only sign changes
 // are seen there), roots where the interpolant's error (1e-12 of the largest value of
 // a piece whose halves are within 1e-6 of each other) exceeds |f| over a neighbourhood,
-// and one root of a cluster of multiple roots about 1e-2 apart (a triple and a double root
-// of a polynomial of degree 12), whose eigenvalues scatter off the real segment.
+// and the kind of a root in a cluster of multiple roots (a double root next to another
+// one, in a polynomial of degree 12, reported as two simple roots side by side).
 //
 // Evaluation bound: max_evaluations (20000 unless the caller says), counting f, f', f''
 // and f'''.  A smooth law with a few roots takes tens of evaluations (9 or 17 samples, one
@@ -102,7 +102,7 @@ constexpr double resolve_tol = 1e-12;        // trailing coefficients against th
 constexpr double trim_tol = 1e-14;           // coefficients dropped before the eigenvalue solve
 constexpr double check_tol = 1e-9;           // interpolant against the law off the grid
 constexpr double check_t = 0.4122872183949;  // the off-grid point, on [-1, 1]
-constexpr double imag_tol = 1e-3;            // eigenvalues this near the real segment are tried
+constexpr double imag_tol = 1e-2;            // eigenvalues this near the real segment are tried
 constexpr double touch_tol = 1e-11;          // |f| at a touching point, against the scale
 // |f^(k)| w^k / k! against the scale: not vanishing above slope_tol; a slope above
 // steep_tol needs no proof of convergence.

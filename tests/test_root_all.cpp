@@ -144,6 +144,9 @@ const std::vector<battery_row>& battery() {
         {"FLOOR(3*X)-1", 0, 1, {{'z', third, 2 * third}}},
         {"STEP(X-0.5,0.5,2*X-1)", 0, 1, {{'s', 0.5}}},
         {"MAX(X-0.5,0.2-X)", 0, 1, {{'s', 0.2}, {'s', 0.5}}},
+        // no derivative (NOT has none): the interpolant's roots, checked by sign and size
+        {"X-0.3+NOT(X+5)", 0, 1, {{'s', 0.3}}},
+        {"(X-0.3)^2+NOT(X+5)", 0, 1, {{'e', 0.3}}},
         {"ABS(X-0.4)", 0, 1, {{'e', 0.4}}},
         {"ABS(X-0.4)-0.1", 0, 1, {{'s', 0.3}, {'s', 0.5}}},
         {"MIN(X-0.3,0.7-X)", 0, 1, {{'s', 0.3}, {'s', 0.7}}},
