@@ -25,6 +25,7 @@
 #include "lawutil/polylaw.hpp"
 #include "lawutil/root.hpp"
 #include "lawutil/root_2d.hpp"
+#include "lawutil/root_all.hpp"
 #include "lawutil/root_min.hpp"
 #include "lawutil/simplfy.hpp"
 #include "lawutil/sw_curve.hpp"
