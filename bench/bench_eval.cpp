@@ -12,6 +12,11 @@
 // be 0.
 //
 //   tree      evaluateM_R down the law tree
+//   compiled  law_program::evaluate, one point at a time
+//   gradient  law_program::evaluate_with_gradient, against the hand-written value and
+//             partials (E7: both partials)
+//   batch     law_program::evaluate_batch over all the points in one call, against the
+//             native scalar loop
 //
 // Run: build/default/bench/bench_eval (or `make bench`).
 #include <benchmark/benchmark.h>
@@ -158,12 +163,12 @@ const workload work[] = {
 #undef WORKLOAD
 constexpr int law_count = sizeof work / sizeof work[0];
 
-enum method { tree_method, method_count };
-const char* const method_names[method_count] = {"tree"};
+enum method { tree_method, compiled_method, gradient_method, batch_method, method_count };
+const char* const method_names[method_count] = {"tree", "compiled", "gradient", "batch"};
 double ratios[method_count][law_count];
 
 // One pass of a method over the points (law side).
-double law_pass(int m, const law* l) {
+double law_pass(int m, const law* l, const law_program& prog) {
     const double* p = xs().data();
     double sum = 0;
     switch (m) {
@@ -173,8 +178,26 @@ double law_pass(int m, const law* l) {
                 sum += l->evaluateM_R(in);
             }
             break;
-        default:
+        case compiled_method:
+            for (int k = 0; k < points; ++k) {
+                double in[2] = {p[k], y_fixed};
+                sum += prog.evaluate(in);
+            }
             break;
+        case gradient_method:
+            for (int k = 0; k < points; ++k) {
+                double in[2] = {p[k], y_fixed}, g[2];
+                sum += prog.evaluate_with_gradient(in, g);
+                sum += g[0];
+            }
+            break;
+        default: {
+            static std::vector<double> ys(points, y_fixed), out(points);
+            const double* in[2] = {p, ys.data()};
+            prog.evaluate_batch(points, in, out.data());
+            sum = out[points / 3];
+            break;
+        }
     }
     return sum;
 }
@@ -216,15 +239,17 @@ void BM_Eval(benchmark::State& state) {
             terminate_law();
             return;
         }
+        law_program prog(l.get());
+        double (*native)() = m == gradient_method ? w.native_grad_pass : w.native_pass;
         std::vector<double> law_ns, native_ns;
         long allocs = 0;
         for (auto _ : state) {
-            law_pass(m, l.get());  // warm caches and branch predictors once
+            law_pass(m, l.get(), prog);  // warm caches and branch predictors once
             for (int r = 0; r < passes; ++r) {
                 long before = tracked_allocations_ever();
-                law_ns.push_back(ns_per_point([&] { return law_pass(m, l.get()); }));
+                law_ns.push_back(ns_per_point([&] { return law_pass(m, l.get(), prog); }));
                 allocs += tracked_allocations_ever() - before;
-                native_ns.push_back(ns_per_point(w.native_pass));
+                native_ns.push_back(ns_per_point(native));
             }
         }
         double law_med = quantile(law_ns, 0.5), native_med = quantile(native_ns, 0.5);

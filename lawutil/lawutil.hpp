@@ -1,6 +1,7 @@
 // The law library: everything a client needs, in one include.
 #pragma once
 
+#include "lawutil/compile.hpp"
 #include "lawutil/diff.hpp"
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_base.hpp"
