@@ -38,6 +38,9 @@
 
 #include <cmath>
 #include <cstring>
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 #include <limits>
 #include <string>
 #include <unordered_map>
@@ -602,7 +605,7 @@ class compiler {
 
 }  // namespace
 
-law_program::law_program(const law* l, int mode) : law_(l) {
+law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
     if (!l) sys_error(LAW_EVAL);
     law_holder held = law_holder::share(l);  // released if compiling raises
     inputs_ = l->take_dim();
@@ -896,13 +899,71 @@ void flag_lanes(int lanes, const double* __restrict a, double* __restrict r, int
         }
 }
 
-}  // namespace
+// The elementary functions over the lanes of a block.  With glibc's vector math library
+// and a processor with AVX2 they run four lanes a call; the tail and every other
+// processor take the scalar functions.
+#if defined(LAWUTIL_HAVE_LIBMVEC) && defined(__x86_64__)
+extern "C" {
+__m256d _ZGVdN4v_sin(__m256d);
+__m256d _ZGVdN4v_cos(__m256d);
+__m256d _ZGVdN4v_exp(__m256d);
+__m256d _ZGVdN4v_log(__m256d);
+__m256d _ZGVdN4v_sinh(__m256d);
+__m256d _ZGVdN4v_cosh(__m256d);
+}
+#endif
+
+#if defined(LAWUTIL_HAVE_LIBMVEC) && defined(__x86_64__)
+// Four lanes a call while four remain; returns the lanes done.
+__attribute__((target("avx2"))) int map_lanes_wide(int op, int lanes, const double* a, double* r) {
+    __m256d (*f)(__m256d) = op == op_sin    ? _ZGVdN4v_sin
+                            : op == op_cos  ? _ZGVdN4v_cos
+                            : op == op_exp  ? _ZGVdN4v_exp
+                            : op == op_ln   ? _ZGVdN4v_log
+                            : op == op_sinh ? _ZGVdN4v_sinh
+                                            : _ZGVdN4v_cosh;
+    int k = 0;
+    for (; k + 4 <= lanes; k += 4) _mm256_storeu_pd(r + k, f(_mm256_loadu_pd(a + k)));
+    return k;
+}
+#else
+int map_lanes_wide(int, int, const double*, double*) {
+    return 0;
+}
+#endif
+
+template <bool wide>
+__attribute__((always_inline)) inline void map_lanes(bool vector_math, int op, int lanes,
+                                                     const double* __restrict a,
+                                                     double* __restrict r) {
+    int k = wide && vector_math ? map_lanes_wide(op, lanes, a, r) : 0;
+    double (*g)(double) = op == op_sin    ? static_cast<double (*)(double)>(std::sin)
+                          : op == op_cos  ? static_cast<double (*)(double)>(std::cos)
+                          : op == op_exp  ? static_cast<double (*)(double)>(std::exp)
+                          : op == op_ln   ? static_cast<double (*)(double)>(std::log)
+                          : op == op_sinh ? static_cast<double (*)(double)>(std::sinh)
+                                          : static_cast<double (*)(double)>(std::cosh);
+    for (; k < lanes; ++k) r[k] = g(a[k]);
+}
+
+// What a block needs of its program.
+struct block_program {
+    const instruction* code;
+    int count;
+    const double* pool;
+    int inputs;
+    double* point;     // scratch for one lane's inputs
+    bool vector_math;  // the four-lane elementary functions may be used
+};
 
 // One block of lanes, instruction by instruction.  Fallbacks to the tree run lane by lane
 // and catch what the tree raises; a lane that has failed is not evaluated again.
-void law_program::run_block(int lanes, double* blk, int* err) const {
-    const int m = inputs_;
-    for (const instruction *p = code_, *e = code_ + count_; p != e; ++p) {
+template <bool wide>
+__attribute__((always_inline)) inline void block_body(const block_program& bp, int lanes,
+                                                      double* blk, int* err) {
+    const int m = bp.inputs;
+    const double* pool_ = bp.pool;
+    for (const instruction *p = bp.code, *e = bp.code + bp.count; p != e; ++p) {
         const double* __restrict a = blk + p->a * block_lanes;
         const double* __restrict b = blk + p->b * block_lanes;
         double* __restrict r = blk + p->dst * block_lanes;
@@ -951,25 +1012,25 @@ void law_program::run_block(int lanes, double* blk, int* err) const {
                 break;
             }
             case op_sin:
-                for (int k = 0; k < lanes; ++k) r[k] = std::sin(a[k]);
+                map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
                 break;
             case op_cos:
-                for (int k = 0; k < lanes; ++k) r[k] = std::cos(a[k]);
+                map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
                 break;
             case op_exp:
-                for (int k = 0; k < lanes; ++k) r[k] = std::exp(a[k]);
+                map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
                 break;
             case op_abs:
                 for (int k = 0; k < lanes; ++k) r[k] = std::fabs(a[k]);
                 break;
             case op_sinh:
-                for (int k = 0; k < lanes; ++k) r[k] = std::sinh(a[k]);
+                map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
                 break;
             case op_cosh:
-                for (int k = 0; k < lanes; ++k) r[k] = std::cosh(a[k]);
+                map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
                 break;
             case op_ln:
-                for (int k = 0; k < lanes; ++k) r[k] = std::log(a[k]);
+                map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
                 flag_lanes(lanes, a, r, err, LAW_LN, [](double v) { return v <= 0.0; });
                 break;
             case op_sqrt:
@@ -1002,7 +1063,7 @@ void law_program::run_block(int lanes, double* blk, int* err) const {
                     }
                     if (p->op == op_div && !(std::fabs(a[k]) < tiny && std::fabs(b[k]) < tiny))
                         continue;
-                    double* x = reg_;
+                    double* x = bp.point;
                     for (int i = 0; i < m; ++i) x[i] = blk[i * block_lanes + k];
                     double ab[2] = {a[k], b[k]};
                     try {
@@ -1017,6 +1078,31 @@ void law_program::run_block(int lanes, double* blk, int* err) const {
                 }
         }
     }
+}
+
+__attribute__((target("avx2"))) void block_wide(const block_program& bp, int lanes, double* blk,
+                                                int* err) {
+    block_body<true>(bp, lanes, blk, err);
+}
+void block_plain(const block_program& bp, int lanes, double* blk, int* err) {
+    block_body<false>(bp, lanes, blk, err);
+}
+
+// Picked by the processor when the library loads (through a pointer, not an ifunc,
+// which would run before the sanitizers' runtimes are ready).  The wide form is built
+// for AVX2 without FMA, so that no a*b+c is contracted: the arithmetic of a lane is the
+// single-point arithmetic, bit for bit.
+void (*pick_block())(const block_program&, int, double*, int*) {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") ? block_wide : block_plain;
+}
+void (*const run_block_of)(const block_program&, int, double*, int*) = pick_block();
+
+}  // namespace
+
+void law_program::run_block(int lanes, double* blk, int* err) const {
+    block_program bp{code_, count_, pool_, inputs_, reg_, mode_ == rewrite};
+    run_block_of(bp, lanes, blk, err);
 }
 
 void law_program::evaluate_batch(int n, const double* const* x, double* y, int* errors) const {

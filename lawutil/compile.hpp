@@ -7,12 +7,15 @@
 // tree it came from).  Nothing is allocated when evaluating.
 //
 // Values.  Without rewrites (law_program::exact) the program performs the tree's own
-// operations in the tree's order and its values are the tree's, bit for bit.  With them
-// (the default) polynomial subtrees in one variable run as one Horner step and whole
-// powers as multiplication chains: a value then differs from the tree's by at most a few
-// units of rounding of the terms summed (for a polynomial, about 2*degree*eps times the
-// sum of |c_k x^k|; for x^n, about n*eps relative).  Domain errors are raised with the
-// tree's codes, in the tree's order.
+// operations in the tree's order and its values are the tree's, bit for bit, at one point
+// and in a batch.  With them (the default) polynomial subtrees in one variable run as one
+// Horner step and whole powers as multiplication chains: a value then differs from the
+// tree's by a few units of rounding of the terms summed (for a polynomial, about
+// 2*degree*eps times the sum of |c_k x^k|; for x^n, about n*eps relative).  A batch with
+// rewrites also takes sin, cos, exp, log, sinh and cosh four lanes at a time from glibc's
+// vector math library where the processor has AVX2; those differ from the scalar
+// functions by at most 3 ulp (measured), which the rest of the law carries on.  Domain
+// errors are raised with the tree's codes, in the tree's order.
 #pragma once
 
 #include "lawutil/law_base.hpp"
@@ -60,6 +63,7 @@ class law_program : public VORX_OBJECT {
     void run_block(int lanes, double* reg, int* err) const;
 
     const law* law_;
+    int mode_;
     int inputs_ = 0;
     int registers_ = 0;
     int count_ = 0;
