@@ -11,7 +11,10 @@
 //   the same code that runs it later; one that raises is kept, so the error is raised
 //   when evaluating, as the tree does.
 // - A constant multiple, a constant offset, or both, fuse into one instruction over their
-//   operand (c*A, A+c, c-A, c*A+d), in the tree's order of rounding.
+//   operand (c*A, A+c, c-A, c*A+d), in the tree's order of rounding; a division by a
+//   constant that is not tiny is the plain quotient.  Such a step that feeds sin, cos,
+//   exp, ln, sqrt, abs, sinh or cosh is taken by the function instruction itself
+//   (COS(X+1) is one instruction), and its own instruction dies unless another reads it.
 // - With rewrites (the default): a subtree that is a polynomial in one input, built from
 //   sums of constant multiples of whole powers, is one Horner instruction; x^n for a whole
 //   n is a chain of squarings (x^-n one division more) and x^0.5 a square root.
@@ -29,6 +32,15 @@
 // once the instruction's own result has its register, so an instruction never writes a
 // register it reads (the batch loops rely on it to vectorise).  A dead instruction is
 // dropped only when it cannot raise.
+//
+// Batches.  Points go through in blocks of block_lanes: each instruction runs over all
+// the lanes of a block before the next, so the arithmetic loops vectorise.  The block
+// runner is built twice, plainly and for AVX2 (without FMA, so no a*b+c is contracted
+// and a lane's arithmetic is a single point's, bit for bit), and picked when the library
+// loads.  With rewrites, sin, cos, exp, log, sinh and cosh take four lanes a call from
+// glibc's vector math library (libmvec) when the build found it.  A lane that fails a
+// domain test gets NaN and its first code; fallbacks to the tree run lane by lane, catch
+// what the tree raises, and skip lanes that have already failed.
 //
 // Invariants.  Instructions appear in the tree's evaluation order; an operand's register
 // is written before it is read; the input and constant registers are never written while
@@ -63,6 +75,7 @@ enum opcode : unsigned char {
     op_addc,    // a + c
     op_rsubc,   // c - a
     op_affine,  // a * c + d
+    op_divc,    // a / c, |c| >= 1e-15
     op_sqr,
     op_powi,    // a^n, n >= 3, by squarings
     op_rpowi,   // 1 / a^n, n >= 1
@@ -104,6 +117,10 @@ bool may_raise(int op) {
     }
 }
 
+// The affine step a function instruction applies to its operand first (in n): the
+// constant multiple, offset or quotient that produced its argument, fused into it.
+enum pre_step { pre_none, pre_add, pre_mul, pre_affine, pre_neg, pre_rsub, pre_div };
+
 // x^n, n >= 1, by squaring from the leading bit: x^3 is (x*x)*x, x^8 is ((x^2)^2)^2.
 inline double chain_power(double x, int n) {
     int bit = 1;
@@ -142,8 +159,48 @@ using tracked_vector = std::vector<T, vorx_std_allocator<T>>;
 
 // The value of one instruction at one point, for evaluation and for folding.  r holds
 // the registers, x the program's inputs.
+inline double pre_value(const instruction& p, double a, const double* pool) {
+    switch (p.n) {
+        case pre_none:
+            return a;
+        case pre_add:
+            return a + pool[p.aux + 1];
+        case pre_mul:
+            return a * pool[p.aux];
+        case pre_affine:
+            return a * pool[p.aux] + pool[p.aux + 1];
+        case pre_neg:
+            return -a;
+        case pre_rsub:
+            return pool[p.aux + 1] - a;
+        default:
+            return a / pool[p.aux];
+    }
+}
+
+// The slope of the step.
+inline double pre_slope(const instruction& p, const double* pool) {
+    switch (p.n) {
+        case pre_mul:
+        case pre_affine:
+            return pool[p.aux];
+        case pre_neg:
+        case pre_rsub:
+            return -1.0;
+        case pre_div:
+            return 1.0 / pool[p.aux];
+        default:
+            return 1.0;
+    }
+}
+
+bool function_op(int op) {
+    return op >= op_sin && op <= op_cosh;
+}
+
 inline double apply(const instruction& p, const double* r, const double* pool, const double* x) {
     double a = r[p.a];
+    if (function_op(p.op)) a = pre_value(p, a, pool);
     switch (p.op) {
         case op_add:
             return a + r[p.b];
@@ -166,6 +223,8 @@ inline double apply(const instruction& p, const double* r, const double* pool, c
             return pool[p.aux] - a;
         case op_affine:
             return a * pool[p.aux] + pool[p.aux + 1];
+        case op_divc:
+            return a / pool[p.aux];
         case op_sqr:
             return a * a;
         case op_powi:
@@ -346,7 +405,8 @@ class compiler {
             if (it != numbered_.end()) return it->second;
         }
         instruction p{(unsigned char)op, 0, a, b, n, (int)pool_.size(), part, node};
-        if (op == op_mulc || op == op_addc || op == op_rsubc || op == op_affine) {
+        if (op == op_mulc || op == op_addc || op == op_rsubc || op == op_affine || op == op_divc ||
+            (function_op(op) && n != pre_none)) {
             pool_.push_back(c);
             pool_.push_back(d);
         }
@@ -540,19 +600,46 @@ class compiler {
         if (!g || !g->returns_scalar()) return tree(l);
         int a = value(g);
         if (t == negate_law::id()) return emit(op_neg, a);
-        if (t == sin_law::id()) return emit(op_sin, a);
-        if (t == cos_law::id()) return emit(op_cos, a);
-        if (t == exp_law::id()) return emit(op_exp, a);
-        if (t == natural_log_law::id()) return emit(op_ln, a);
-        if (t == sqrt_law::id()) return emit(op_sqrt, a);
-        if (t == abs_law::id()) return emit(op_abs, a);
-        if (t == sinh_law::id()) return emit(op_sinh, a);
-        if (t == cosh_law::id()) return emit(op_cosh, a);
+        if (t == sin_law::id()) return function(op_sin, a);
+        if (t == cos_law::id()) return function(op_cos, a);
+        if (t == exp_law::id()) return function(op_exp, a);
+        if (t == natural_log_law::id()) return function(op_ln, a);
+        if (t == sqrt_law::id()) return function(op_sqrt, a);
+        if (t == abs_law::id()) return function(op_abs, a);
+        if (t == sinh_law::id()) return function(op_sinh, a);
+        if (t == cosh_law::id()) return function(op_cosh, a);
         if (unary_family(l)) {
             int f = adapter(l, 1);
             if (f >= 0) return emit(op_apply1, a, 0, 0.0, 0.0, 0, helpers_[f], f + 1);
         }
         return tree(l);
+    }
+
+    // A function of a constant multiple, offset or quotient takes that step in itself
+    // (COS(X+1) is one instruction); the step's own instruction then dies unless another
+    // reads it.
+    int function(int op, int a) {
+        const instruction* m = producer(a);
+        if (!m) return emit(op, a);
+        bool pooled = m->op == op_addc || m->op == op_mulc || m->op == op_affine ||
+                      m->op == op_rsubc || m->op == op_divc;
+        double c = pooled ? pool_[m->aux] : 0.0;
+        switch (m->op) {
+            case op_addc:
+                return emit(op, m->a, 0, 0.0, c, pre_add);
+            case op_mulc:
+                return emit(op, m->a, 0, c, 0.0, pre_mul);
+            case op_affine:
+                return emit(op, m->a, 0, c, pool_[m->aux + 1], pre_affine);
+            case op_neg:
+                return emit(op, m->a, 0, 0.0, 0.0, pre_neg);
+            case op_rsubc:
+                return emit(op, m->a, 0, 0.0, c, pre_rsub);
+            case op_divc:
+                return emit(op, m->a, 0, c, 0.0, pre_div);
+            default:
+                return emit(op, a);
+        }
     }
 
     int arithmetic(const binary_law* l, int t) {
@@ -576,6 +663,9 @@ class compiler {
             if (a == b) return emit(op_sqr, a);
             return emit(op_mul, a, b);
         }
+        // Over a constant that is not tiny the division law is the plain quotient.
+        if (t == division_law::id() && cb && !ca && std::fabs(const_value_[b]) >= tiny)
+            return emit(op_divc, a, 0, const_value_[b]);
         if (t == division_law::id()) return emit(op_div, a, b, 0.0, 0.0, 0, l);
         // The power: a square never raises, and is a*a in the tree too.
         double k = cb ? const_value_[b] : 0.0;
@@ -736,7 +826,8 @@ double law_program::evaluate_with_gradient(const double* x, double* grad) const 
         double* gd = g + p->dst * m;
         const double* ga = g + p->a * m;
         const double* gb = g + p->b * m;
-        double a = r[p->a];
+        bool pre = function_op(p->op) && p->n != pre_none;
+        double a = pre ? pre_value(*p, r[p->a], pool_) : r[p->a];
         double v;
         // d(result) = s * da (+ t * db)
         double s = 0.0, t = 0.0;
@@ -772,6 +863,10 @@ double law_program::evaluate_with_gradient(const double* x, double* grad) const 
             case op_affine:
                 v = apply(*p, r, pool_, x);
                 s = pool_[p->aux];
+                break;
+            case op_divc:
+                v = a / pool_[p->aux];
+                s = 1.0 / pool_[p->aux];
                 break;
             case op_addc:
                 v = a + pool_[p->aux];
@@ -870,10 +965,18 @@ double law_program::evaluate_with_gradient(const double* x, double* grad) const 
                 continue;
             }
         }
-        if (two)
-            for (int i = 0; i < m; ++i) gd[i] = s * ga[i] + t * gb[i];
-        else
-            for (int i = 0; i < m; ++i) gd[i] = s * ga[i];
+        if (!two) t = 0.0;
+        if (pre) s *= pre_slope(*p, pool_);
+        // One and two inputs, by far the most common, as plain scalars: a vector loop
+        // here would read rows just written lane by lane, and stall on every instruction.
+        if (m == 1)
+            gd[0] = two ? s * ga[0] + t * gb[0] : s * ga[0];
+        else if (m == 2) {
+            double g0 = s * ga[0] + t * gb[0], g1 = s * ga[1] + t * gb[1];
+            gd[0] = g0;
+            gd[1] = g1;
+        } else
+            for (int i = 0; i < m; ++i) gd[i] = two ? s * ga[i] + t * gb[i] : s * ga[i];
         r[p->dst] = v;
     }
     for (int i = 0; i < m; ++i) grad[i] = g[result_ * m + i];
@@ -932,6 +1035,63 @@ int map_lanes_wide(int, int, const double*, double*) {
 }
 #endif
 
+// Square roots by the processor's own instruction (correctly rounded, like std::sqrt,
+// but without the call that std::sqrt keeps for errno, which stops the loop from
+// vectorising); a negative lane gets NaN and is flagged by the caller.
+#if defined(__x86_64__)
+__attribute__((target("avx2"))) int sqrt_lanes_wide(int lanes, const double* a, double* r) {
+    int k = 0;
+    for (; k + 4 <= lanes; k += 4) _mm256_storeu_pd(r + k, _mm256_sqrt_pd(_mm256_loadu_pd(a + k)));
+    return k;
+}
+#endif
+
+template <bool wide>
+__attribute__((always_inline)) inline void sqrt_lanes(int lanes, const double* __restrict a,
+                                                      double* __restrict r) {
+    int k = 0;
+#if defined(__x86_64__)
+    if (wide) k = sqrt_lanes_wide(lanes, a, r);
+    for (; k + 2 <= lanes; k += 2) _mm_storeu_pd(r + k, _mm_sqrt_pd(_mm_loadu_pd(a + k)));
+#endif
+    for (; k < lanes; ++k) r[k] = std::sqrt(a[k]);
+}
+
+// Horner steps over the lanes, the same operations in the same order as one point's
+// (a product, then a sum: never contracted).  The wide form carries sixteen lanes
+// through every coefficient in four registers.
+void horner_lanes_plain(const double* cf, int n, int lanes, const double* a, double* r) {
+    for (int k = 0; k < lanes; ++k) r[k] = horner(cf, n, a[k]);
+}
+
+#if defined(__x86_64__)
+__attribute__((target("avx2"))) void horner_lanes_wide(const double* cf, int n, int lanes,
+                                                       const double* a, double* r) {
+    int k = 0;
+    for (; k + 16 <= lanes; k += 16) {
+        __m256d x0 = _mm256_loadu_pd(a + k), x1 = _mm256_loadu_pd(a + k + 4);
+        __m256d x2 = _mm256_loadu_pd(a + k + 8), x3 = _mm256_loadu_pd(a + k + 12);
+        __m256d q0 = _mm256_set1_pd(cf[n]), q1 = q0, q2 = q0, q3 = q0;
+        for (int j = n - 1; j >= 0; --j) {
+            __m256d c = _mm256_set1_pd(cf[j]);
+            q0 = _mm256_add_pd(_mm256_mul_pd(q0, x0), c);
+            q1 = _mm256_add_pd(_mm256_mul_pd(q1, x1), c);
+            q2 = _mm256_add_pd(_mm256_mul_pd(q2, x2), c);
+            q3 = _mm256_add_pd(_mm256_mul_pd(q3, x3), c);
+        }
+        _mm256_storeu_pd(r + k, q0);
+        _mm256_storeu_pd(r + k + 4, q1);
+        _mm256_storeu_pd(r + k + 8, q2);
+        _mm256_storeu_pd(r + k + 12, q3);
+    }
+    horner_lanes_plain(cf, n, lanes - k, a + k, r + k);
+}
+#else
+void horner_lanes_wide(const double* cf, int n, int lanes, const double* a, double* r) {
+    horner_lanes_plain(cf, n, lanes, a, r);
+}
+#endif
+
 template <bool wide>
 __attribute__((always_inline)) inline void map_lanes(bool vector_math, int op, int lanes,
                                                      const double* __restrict a,
@@ -944,6 +1104,31 @@ __attribute__((always_inline)) inline void map_lanes(bool vector_math, int op, i
                           : op == op_sinh ? static_cast<double (*)(double)>(std::sinh)
                                           : static_cast<double (*)(double)>(std::cosh);
     for (; k < lanes; ++k) r[k] = g(a[k]);
+}
+
+// The lanes of a function instruction's operand after its affine step.
+void pre_lanes(const instruction& p, const double* pool, int lanes, const double* __restrict a,
+               double* __restrict out) {
+    const double c = pool[p.aux], d = pool[p.aux + 1];
+    switch (p.n) {
+        case pre_add:
+            for (int k = 0; k < lanes; ++k) out[k] = a[k] + d;
+            break;
+        case pre_mul:
+            for (int k = 0; k < lanes; ++k) out[k] = a[k] * c;
+            break;
+        case pre_affine:
+            for (int k = 0; k < lanes; ++k) out[k] = a[k] * c + d;
+            break;
+        case pre_neg:
+            for (int k = 0; k < lanes; ++k) out[k] = -a[k];
+            break;
+        case pre_rsub:
+            for (int k = 0; k < lanes; ++k) out[k] = d - a[k];
+            break;
+        default:
+            for (int k = 0; k < lanes; ++k) out[k] = a[k] / c;
+    }
 }
 
 // What a block needs of its program.
@@ -965,6 +1150,11 @@ __attribute__((always_inline)) inline void block_body(const block_program& bp, i
     const double* pool_ = bp.pool;
     for (const instruction *p = bp.code, *e = bp.code + bp.count; p != e; ++p) {
         const double* __restrict a = blk + p->a * block_lanes;
+        double stepped[block_lanes];
+        if (function_op(p->op) && p->n != pre_none) {
+            pre_lanes(*p, pool_, lanes, a, stepped);
+            a = stepped;
+        }
         const double* __restrict b = blk + p->b * block_lanes;
         double* __restrict r = blk + p->dst * block_lanes;
         const double c = pool_[p->aux];
@@ -995,22 +1185,21 @@ __attribute__((always_inline)) inline void block_body(const block_program& bp, i
                 for (int k = 0; k < lanes; ++k) r[k] = a[k] * c + d;
                 break;
             }
+            case op_divc:
+                for (int k = 0; k < lanes; ++k) r[k] = a[k] / c;
+                break;
             case op_sqr:
                 for (int k = 0; k < lanes; ++k) r[k] = a[k] * a[k];
                 break;
             case op_powi:
                 for (int k = 0; k < lanes; ++k) r[k] = chain_power(a[k], p->n);
                 break;
-            case op_horner: {
-                const double* cf = pool_ + p->aux;
-                const int n = p->n;
-                for (int k = 0; k < lanes; ++k) r[k] = cf[n];
-                for (int j = n - 1; j >= 0; --j) {
-                    const double cj = cf[j];
-                    for (int k = 0; k < lanes; ++k) r[k] = r[k] * a[k] + cj;
-                }
+            case op_horner:
+                if (wide)
+                    horner_lanes_wide(pool_ + p->aux, p->n, lanes, a, r);
+                else
+                    horner_lanes_plain(pool_ + p->aux, p->n, lanes, a, r);
                 break;
-            }
             case op_sin:
                 map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
                 break;
@@ -1034,11 +1223,12 @@ __attribute__((always_inline)) inline void block_body(const block_program& bp, i
                 flag_lanes(lanes, a, r, err, LAW_LN, [](double v) { return v <= 0.0; });
                 break;
             case op_sqrt:
-                for (int k = 0; k < lanes; ++k) r[k] = std::sqrt(a[k]);
+                sqrt_lanes<wide>(lanes, a, r);
                 flag_lanes(lanes, a, r, err, LAW_SQRT, [](double v) { return v < 0.0; });
                 break;
             case op_half:
-                for (int k = 0; k < lanes; ++k) r[k] = std::sqrt(a[k]) + 0.0;
+                sqrt_lanes<wide>(lanes, a, r);
+                for (int k = 0; k < lanes; ++k) r[k] += 0.0;
                 flag_lanes(lanes, a, r, err, LAW_EXPONENT, [](double v) { return v < 0.0; });
                 break;
             case op_rpowi:
@@ -1049,7 +1239,7 @@ __attribute__((always_inline)) inline void block_body(const block_program& bp, i
                 int any = 0;
                 for (int k = 0; k < lanes; ++k) {
                     r[k] = a[k] / b[k];
-                    any |= std::fabs(a[k]) < tiny && std::fabs(b[k]) < tiny;
+                    any |= (std::fabs(a[k]) < tiny) & (std::fabs(b[k]) < tiny);
                 }
                 if (!any) break;
             }
@@ -1108,15 +1298,21 @@ void law_program::run_block(int lanes, double* blk, int* err) const {
 void law_program::evaluate_batch(int n, const double* const* x, double* y, int* errors) const {
     if (!law_->returns_scalar()) sys_error(LAW_EVALS);
     int err[block_lanes];
+    int failed = 1;  // err[] holds codes of the last block (or garbage before the first)
     for (int start = 0; start < n; start += block_lanes) {
         int lanes = n - start < block_lanes ? n - start : block_lanes;
         for (int i = 0; i < inputs_; ++i)
             std::memcpy(block_ + i * block_lanes, x[i] + start, sizeof(double) * lanes);
-        for (int k = 0; k < lanes; ++k) err[k] = 0;
+        if (failed)
+            for (int k = 0; k < block_lanes; ++k) err[k] = 0;
         run_block(lanes, block_, err);
         const double* out = block_ + result_ * block_lanes;
-        for (int k = 0; k < lanes; ++k) y[start + k] = err[k] ? not_a_number : out[k];
-        if (errors)
-            for (int k = 0; k < lanes; ++k) errors[start + k] = err[k];
+        failed = 0;
+        for (int k = 0; k < lanes; ++k) failed |= err[k];
+        if (failed)
+            for (int k = 0; k < lanes; ++k) y[start + k] = err[k] ? not_a_number : out[k];
+        else
+            std::memcpy(y + start, out, sizeof(double) * lanes);
+        if (errors) std::memcpy(errors + start, err, sizeof(int) * lanes);
     }
 }

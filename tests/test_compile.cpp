@@ -149,9 +149,10 @@ TEST(Compile, RewritesShrinkThePrograms) {
         int exact_size, rewritten_size;
     } rows[] = {
         {"1+2*X+3*X^2+4*X^3+5*X^4+6*X^5+7*X^6+8*X^7+9*X^8", 22, 1},  // one Horner step
-        {"SQRT(1+X^2)+LN(1+X^2)", 5, 4},                             // 1+X^2 once
-        {"2*3+X", 1, 1},       // the constant folds into the offset
-        {"3*SIN(X)+1", 2, 2},  // c*A+d in one instruction
+        {"SQRT(1+X^2)+LN(1+X^2)", 4, 4},                       // 1+X^2 once, fused into SQRT and LN
+        {"SIN(COS(SIN(COS(X+1)+2)+3)+4)*EXP(-ABS(X))", 7, 7},  // offsets fused
+        {"2*3+X", 1, 1},                                       // the constant folds into the offset
+        {"3*SIN(X)+1", 2, 2},                                  // c*A+d in one instruction
         {"X^8*EXP(X)", 3, 3},
         {"LN(2-3)+X", 2, 2},  // a raising constant is kept
     };
