@@ -308,6 +308,54 @@ void BM_VectorEval(benchmark::State& state) {
 }
 BENCHMARK(BM_VectorEval)->Iterations(1)->Unit(benchmark::kMillisecond);
 
+// High derivatives are DAGs: the tree evaluates every shared subtree once per path to
+// it, the compiled form once.  Time per point of the tree and of the compiled form (the
+// ratio is tree over compiled), with the program's size.
+void BM_DerivativeEval(benchmark::State& state) {
+    const char* const texts[] = {"EXP(-(X^2))*COS(10*X)",
+                                 "SIN(COS(SIN(COS(X+1)+2)+3)+4)*EXP(-ABS(X))"};
+    const int order = (int)state.range(1);
+    const int n = 2000;
+    initialize_law();
+    {
+        law_holder l(str_to_law(texts[state.range(0)]));
+        law_holder d(l->nth_derivative(order));
+        law_program prog(d.get());
+        const law* dp = d.get();
+        std::vector<double> tree_ns, prog_ns;
+        for (auto _ : state) {
+            for (int r = 0; r < passes; ++r) {
+                tree_ns.push_back(ns_per_point([&] {
+                                      double sum = 0;
+                                      for (int k = 0; k < n; ++k)
+                                          sum += dp->evaluateM_R(&xs()[k * (points / n)]);
+                                      return sum;
+                                  }) *
+                                  points / n);
+                prog_ns.push_back(ns_per_point([&] {
+                                      double sum = 0;
+                                      for (int k = 0; k < n; ++k)
+                                          sum += prog.evaluate(&xs()[k * (points / n)]);
+                                      return sum;
+                                  }) *
+                                  points / n);
+            }
+        }
+        double t = quantile(tree_ns, 0.5), c = quantile(prog_ns, 0.5);
+        state.counters["tree_ns"] = t;
+        state.counters["compiled_ns"] = c;
+        state.counters["tree_over_compiled"] = t / c;
+        state.counters["instructions"] = prog.size();
+        state.SetLabel(std::string(state.range(0) ? "E8" : "E3") + " derivative of order " +
+                       std::to_string(order));
+    }
+    terminate_law();
+}
+BENCHMARK(BM_DerivativeEval)
+    ->ArgsProduct({{0, 1}, {1, 2, 5}})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+
 // Geometric mean over E1-E8 of each method's ratios measured above (registered last, so
 // it runs last).
 void BM_GeometricMeanRatio(benchmark::State& state) {
