@@ -818,7 +818,16 @@ double law_program::evaluate(const double* x) const {
 }
 
 double law_program::evaluate_with_gradient(const double* x, double* grad) const {
-    const int m = inputs_;
+    // One and two inputs, by far the most common, get passes of their own with the row
+    // length a constant.
+    if (inputs_ == 1) return gradient_pass<1>(x, grad);
+    if (inputs_ == 2) return gradient_pass<2>(x, grad);
+    return gradient_pass<0>(x, grad);
+}
+
+template <int inputs>
+double law_program::gradient_pass(const double* x, double* grad) const {
+    const int m = inputs > 0 ? inputs : inputs_;
     double* r = reg_;
     double* g = grad_;
     for (int i = 0; i < m; ++i) r[i] = x[i];
@@ -834,10 +843,14 @@ double law_program::evaluate_with_gradient(const double* x, double* grad) const 
         bool two = false;
         switch (p->op) {
             case op_add:
+                v = a + r[p->b];
+                s = t = 1.0;
+                two = true;
+                break;
             case op_sub:
-                v = apply(*p, r, pool_, x);
+                v = a - r[p->b];
                 s = 1.0;
-                t = p->op == op_add ? 1.0 : -1.0;
+                t = -1.0;
                 two = true;
                 break;
             case op_mul:
@@ -860,8 +873,11 @@ double law_program::evaluate_with_gradient(const double* x, double* grad) const 
                 s = -1.0;
                 break;
             case op_mulc:
+                v = a * pool_[p->aux];
+                s = pool_[p->aux];
+                break;
             case op_affine:
-                v = apply(*p, r, pool_, x);
+                v = a * pool_[p->aux] + pool_[p->aux + 1];
                 s = pool_[p->aux];
                 break;
             case op_divc:
@@ -916,11 +932,13 @@ double law_program::evaluate_with_gradient(const double* x, double* grad) const 
                 s = v;
                 break;
             case op_ln:
-                v = apply(*p, r, pool_, x);
+                if (a <= 0.0) sys_error(LAW_LN);
+                v = std::log(a);
                 s = 1.0 / a;
                 break;
             case op_sqrt:
-                v = apply(*p, r, pool_, x);
+                if (a < 0.0) sys_error(LAW_SQRT);
+                v = std::sqrt(a);
                 s = 0.5 / v;
                 break;
             case op_abs:

@@ -60,6 +60,8 @@ class law_program : public VORX_OBJECT {
 
   private:
     void run(const double* x, double* reg) const;
+    template <int inputs>
+    double gradient_pass(const double* x, double* grad) const;
     void run_block(int lanes, double* reg, int* err) const;
 
     const law* law_;
