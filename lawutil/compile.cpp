@@ -99,6 +99,7 @@ constexpr double tiny = 1e-15;
 constexpr int block_lanes = 128;
 constexpr int max_degree = 16;
 constexpr int max_chain_power = 64;
+constexpr int max_poly_depth = 64;
 const double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
 bool may_raise(int op) {
@@ -490,14 +491,22 @@ class compiler {
     }
 
     // Collects p as a polynomial in one input; false when it is not one.
-    bool poly(const law* l, polynomial& p) {
+    // Polynomials are looked for max_poly_depth levels down at most, which bounds the
+    // stack this search takes on a deep sum; a node too deep is not marked, as it may
+    // still head a polynomial of its own.
+    bool poly(const law* l, polynomial& p, int depth = 0) {
         if (not_poly_.count(l)) return false;
-        bool ok = poly_parts(l, p);
-        if (!ok) not_poly_.insert(l);
+        if (depth > max_poly_depth) {
+            too_deep_ = true;
+            return false;
+        }
+        bool ok = poly_parts(l, p, depth);
+        if (!ok && !too_deep_) not_poly_.insert(l);
+        if (depth == 0) too_deep_ = false;
         return ok;
     }
 
-    bool poly_parts(const law* l, polynomial& p) {
+    bool poly_parts(const law* l, polynomial& p, int depth) {
         p = polynomial();
         p.nodes = 1;
         if (l->isa(constant_law::id())) {
@@ -513,7 +522,7 @@ class compiler {
         if (!l->returns_scalar()) return false;
         int t = l->type();
         if (t == negate_law::id()) {
-            if (!poly(static_cast<const unary_law*>(l)->fsub(), p)) return false;
+            if (!poly(static_cast<const unary_law*>(l)->fsub(), p, depth + 1)) return false;
             for (int i = 0; i <= p.deg; ++i) p.c[i] = -p.c[i];
             ++p.nodes;
             return true;
@@ -523,7 +532,7 @@ class compiler {
         if (!sum && !difference && !product && !power) return false;
         const binary_law* b = static_cast<const binary_law*>(l);
         polynomial u, v;
-        if (!poly(b->fleft(), u)) return false;
+        if (!poly(b->fleft(), u, depth + 1)) return false;
         if (power) {
             // X^k for a whole k in 1..max_degree
             double k;
@@ -536,7 +545,7 @@ class compiler {
             p.nodes = 3;
             return true;
         }
-        if (!poly(b->fright(), v)) return false;
+        if (!poly(b->fright(), v, depth + 1)) return false;
         if (u.var >= 0 && v.var >= 0 && u.var != v.var) return false;
         p.var = u.var >= 0 ? u.var : v.var;
         p.nodes = u.nodes + v.nodes + 1;
@@ -577,6 +586,14 @@ class compiler {
         return b->fleft()->returns_scalar() && b->fright()->returns_scalar();
     }
 
+    // The Horner instruction of a polynomial subtree, or -1.  Not inlined: build recurses
+    // as deep as the tree, and should not carry a polynomial in every frame.
+    __attribute__((noinline)) int try_horner(const law* l) {
+        polynomial p;
+        if (poly(l, p) && p.var >= 0 && p.deg >= 1 && p.nodes >= 5) return horner_of(p);
+        return -1;
+    }
+
     int build(const law* l) {
         if (!l->returns_scalar()) return tree(l);
         if (l->isa(constant_law::id()))
@@ -584,8 +601,8 @@ class compiler {
         if (l->isa(identity_law::id())) return static_cast<const identity_law*>(l)->fwhich();
         int t = l->type();
         if (mode_ == law_program::rewrite) {
-            polynomial p;
-            if (poly(l, p) && p.var >= 0 && p.deg >= 1 && p.nodes >= 5) return horner_of(p);
+            int h = try_horner(l);
+            if (h >= 0) return h;
         }
         if (l->isa(binary_law::id())) {
             const binary_law* b = static_cast<const binary_law*>(l);
@@ -689,6 +706,7 @@ class compiler {
     std::unordered_map<key, int, key_hash> numbered_;
     std::unordered_map<int, int> adapters_;
     std::unordered_set<const law*> not_poly_;
+    bool too_deep_ = false;
     std::unordered_map<int, int> made_by_;
     std::unordered_map<std::string, int> polynomials_;
 };
