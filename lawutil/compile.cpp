@@ -201,7 +201,6 @@ bool function_op(int op) {
 
 inline double apply(const instruction& p, const double* r, const double* pool, const double* x) {
     double a = r[p.a];
-    if (function_op(p.op)) a = pre_value(p, a, pool);
     switch (p.op) {
         case op_add:
             return a + r[p.b];
@@ -240,23 +239,25 @@ inline double apply(const instruction& p, const double* r, const double* pool, c
         case op_horner:
             return horner(pool + p.aux, p.n, a);
         case op_sin:
-            return std::sin(a);
+            return std::sin(pre_value(p, a, pool));
         case op_cos:
-            return std::cos(a);
+            return std::cos(pre_value(p, a, pool));
         case op_exp:
-            return std::exp(a);
+            return std::exp(pre_value(p, a, pool));
         case op_ln:
+            a = pre_value(p, a, pool);
             if (a <= 0.0) sys_error(LAW_LN);
             return std::log(a);
         case op_sqrt:
+            a = pre_value(p, a, pool);
             if (a < 0.0) sys_error(LAW_SQRT);
             return std::sqrt(a);
         case op_abs:
-            return std::fabs(a);
+            return std::fabs(pre_value(p, a, pool));
         case op_sinh:
-            return std::sinh(a);
+            return std::sinh(pre_value(p, a, pool));
         case op_cosh:
-            return std::cosh(a);
+            return std::cosh(pre_value(p, a, pool));
         case op_apply1:
             return p.node->evaluateM_R(&a);
         case op_apply2: {
