@@ -45,7 +45,8 @@
 // Invariants.  Instructions appear in the tree's evaluation order; an operand's register
 // is written before it is read; the input and constant registers are never written while
 // evaluating.  Gradient registers hold take_dim() partials per register (identity rows for
-// the inputs, zero rows for the constants).  Batch registers hold block_lanes lanes each.
+// the inputs, zero rows for the constants).  Batch registers hold block_lanes lanes each;
+// a batch reads its inputs where the caller keeps them, so the input rows stay unused.
 #include "lawutil/compile.hpp"
 
 #include <cmath>
@@ -801,6 +802,7 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
     reg_ = VORX_ALLOC_ARRAY(double, registers_);
     grad_ = VORX_ALLOC_ARRAY(double, (size_t)registers_*(m ? m : 1));
     block_ = VORX_ALLOC_ARRAY(double, (size_t)registers_* block_lanes);
+    block_in_ = VORX_ALLOC_ARRAY(const double*, m ? m : 1);
     for (int r = 0; r < registers_; ++r) {
         reg_[r] = 0.0;
         for (int i = 0; i < m; ++i) grad_[r * m + i] = r == i ? 1.0 : 0.0;
@@ -822,6 +824,7 @@ law_program::~law_program() {
     VORX_FREE(reg_);
     VORX_FREE(grad_);
     VORX_FREE(block_);
+    VORX_FREE(block_in_);
     law_->remove();
 }
 
@@ -1144,8 +1147,9 @@ __attribute__((always_inline)) inline void map_lanes(bool vector_math, int op, i
 }
 
 // The lanes of a function instruction's operand after its affine step.
-void pre_lanes(const instruction& p, const double* pool, int lanes, const double* __restrict a,
-               double* __restrict out) {
+__attribute__((always_inline)) inline void pre_lanes(const instruction& p, const double* pool,
+                                                     int lanes, const double* __restrict a,
+                                                     double* __restrict out) {
     const double c = pool[p.aux], d = pool[p.aux + 1];
     switch (p.n) {
         case pre_add:
@@ -1174,8 +1178,9 @@ struct block_program {
     int count;
     const double* pool;
     int inputs;
-    double* point;     // scratch for one lane's inputs
-    bool vector_math;  // the four-lane elementary functions may be used
+    double* point;            // scratch for one lane's inputs
+    bool vector_math;         // the four-lane elementary functions may be used
+    const double* const* in;  // the block's lanes of each input, read where they are
 };
 
 // One block of lanes, instruction by instruction.  Fallbacks to the tree run lane by lane
@@ -1186,13 +1191,13 @@ __attribute__((always_inline)) inline void block_body(const block_program& bp, i
     const int m = bp.inputs;
     const double* pool_ = bp.pool;
     for (const instruction *p = bp.code, *e = bp.code + bp.count; p != e; ++p) {
-        const double* __restrict a = blk + p->a * block_lanes;
+        const double* __restrict a = p->a < m ? bp.in[p->a] : blk + p->a * block_lanes;
         double stepped[block_lanes];
         if (function_op(p->op) && p->n != pre_none) {
             pre_lanes(*p, pool_, lanes, a, stepped);
             a = stepped;
         }
-        const double* __restrict b = blk + p->b * block_lanes;
+        const double* __restrict b = p->b < m ? bp.in[p->b] : blk + p->b * block_lanes;
         double* __restrict r = blk + p->dst * block_lanes;
         const double c = pool_[p->aux];
         switch (p->op) {
@@ -1291,7 +1296,7 @@ __attribute__((always_inline)) inline void block_body(const block_program& bp, i
                     if (p->op == op_div && !(std::fabs(a[k]) < tiny && std::fabs(b[k]) < tiny))
                         continue;
                     double* x = bp.point;
-                    for (int i = 0; i < m; ++i) x[i] = blk[i * block_lanes + k];
+                    for (int i = 0; i < m; ++i) x[i] = bp.in[i][k];
                     double ab[2] = {a[k], b[k]};
                     try {
                         if (p->op == op_apply1 || p->op == op_apply2)
@@ -1328,7 +1333,7 @@ void (*const run_block_of)(const block_program&, int, double*, int*) = pick_bloc
 }  // namespace
 
 void law_program::run_block(int lanes, double* blk, int* err) const {
-    block_program bp{code_, count_, pool_, inputs_, reg_, mode_ == rewrite};
+    block_program bp{code_, count_, pool_, inputs_, reg_, mode_ == rewrite, block_in_};
     run_block_of(bp, lanes, blk, err);
 }
 
@@ -1338,12 +1343,11 @@ void law_program::evaluate_batch(int n, const double* const* x, double* y, int* 
     int failed = 1;  // err[] holds codes of the last block (or garbage before the first)
     for (int start = 0; start < n; start += block_lanes) {
         int lanes = n - start < block_lanes ? n - start : block_lanes;
-        for (int i = 0; i < inputs_; ++i)
-            std::memcpy(block_ + i * block_lanes, x[i] + start, sizeof(double) * lanes);
+        for (int i = 0; i < inputs_; ++i) block_in_[i] = x[i] + start;
         if (failed)
             for (int k = 0; k < block_lanes; ++k) err[k] = 0;
         run_block(lanes, block_, err);
-        const double* out = block_ + result_ * block_lanes;
+        const double* out = result_ < inputs_ ? block_in_[result_] : block_ + result_ * block_lanes;
         failed = 0;
         for (int k = 0; k < lanes; ++k) failed |= err[k];
         if (failed)

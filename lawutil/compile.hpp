@@ -71,10 +71,11 @@ class law_program : public VORX_OBJECT {
     int count_ = 0;
     int result_ = 0;
     instruction* code_ = nullptr;
-    double* pool_ = nullptr;         // constants of the instructions (Horner coefficients)
-    double* reg_ = nullptr;          // registers of a point; inputs first, then constants
-    double* grad_ = nullptr;         // registers x inputs partials of the gradient pass
-    double* block_ = nullptr;        // registers x block lanes of the batch pass
-    const law** helpers_ = nullptr;  // laws the program owns (adapters, derivatives)
+    double* pool_ = nullptr;             // constants of the instructions (Horner coefficients)
+    double* reg_ = nullptr;              // registers of a point; inputs first, then constants
+    double* grad_ = nullptr;             // registers x inputs partials of the gradient pass
+    double* block_ = nullptr;            // registers x block lanes of the batch pass
+    const double** block_in_ = nullptr;  // where the batch inputs of one block are
+    const law** helpers_ = nullptr;      // laws the program owns (adapters, derivatives)
     int helper_count_ = 0;
 };
