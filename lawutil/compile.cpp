@@ -38,8 +38,8 @@
 // runner is built twice, plainly and for AVX2 (without FMA, so no a*b+c is contracted
 // and a lane's arithmetic is a single point's, bit for bit), and picked when the library
 // loads.  With rewrites, sin, cos, exp, log, sinh and cosh take four lanes a call from
-// glibc's vector math library (libmvec) when the build found it.  A lane that fails a
-// domain test gets NaN and its first code; fallbacks to the tree run lane by lane, catch
+// SLEEF, or from glibc's vector math library (libmvec), when the build found one.  A lane that
+// fails a domain test gets NaN and its first code; fallbacks to the tree run lane by lane, catch
 // what the tree raises, and skip lanes that have already failed.
 //
 // Invariants.  Instructions appear in the tree's evaluation order; an operand's register
@@ -1042,33 +1042,44 @@ void flag_lanes(int lanes, const double* __restrict a, double* __restrict r, int
         }
 }
 
-// The elementary functions over the lanes of a block.  With glibc's vector math library
-// and a processor with AVX2 they run four lanes a call; the tail and every other
-// processor take the scalar functions.
-#if defined(LAWUTIL_HAVE_LIBMVEC) && defined(__x86_64__)
+// The elementary functions over the lanes of a block, four lanes a call on a processor
+// with AVX2: from SLEEF (its 1-ulp functions) when the build found it, else from glibc's
+// vector math library (libmvec, up to 4 ulp); the tail, other processors and builds
+// with neither take the scalar functions.
+#if defined(__x86_64__) && (defined(LAWUTIL_HAVE_SLEEF) || defined(LAWUTIL_HAVE_LIBMVEC))
 extern "C" {
+#if defined(LAWUTIL_HAVE_SLEEF)
+__m256d Sleef_sind4_u10avx2(__m256d);
+__m256d Sleef_cosd4_u10avx2(__m256d);
+__m256d Sleef_expd4_u10avx2(__m256d);
+__m256d Sleef_logd4_u10avx2(__m256d);
+__m256d Sleef_sinhd4_u10avx2(__m256d);
+__m256d Sleef_coshd4_u10avx2(__m256d);
+#define LAWUTIL_VECTOR_MATH(f) Sleef_##f##d4_u10avx2
+#else
 __m256d _ZGVdN4v_sin(__m256d);
 __m256d _ZGVdN4v_cos(__m256d);
 __m256d _ZGVdN4v_exp(__m256d);
 __m256d _ZGVdN4v_log(__m256d);
 __m256d _ZGVdN4v_sinh(__m256d);
 __m256d _ZGVdN4v_cosh(__m256d);
-}
+#define LAWUTIL_VECTOR_MATH(f) _ZGVdN4v_##f
 #endif
+}
 
-#if defined(LAWUTIL_HAVE_LIBMVEC) && defined(__x86_64__)
 // Four lanes a call while four remain; returns the lanes done.
 __attribute__((target("avx2"))) int map_lanes_wide(int op, int lanes, const double* a, double* r) {
-    __m256d (*f)(__m256d) = op == op_sin    ? _ZGVdN4v_sin
-                            : op == op_cos  ? _ZGVdN4v_cos
-                            : op == op_exp  ? _ZGVdN4v_exp
-                            : op == op_ln   ? _ZGVdN4v_log
-                            : op == op_sinh ? _ZGVdN4v_sinh
-                                            : _ZGVdN4v_cosh;
+    __m256d (*f)(__m256d) = op == op_sin    ? LAWUTIL_VECTOR_MATH(sin)
+                            : op == op_cos  ? LAWUTIL_VECTOR_MATH(cos)
+                            : op == op_exp  ? LAWUTIL_VECTOR_MATH(exp)
+                            : op == op_ln   ? LAWUTIL_VECTOR_MATH(log)
+                            : op == op_sinh ? LAWUTIL_VECTOR_MATH(sinh)
+                                            : LAWUTIL_VECTOR_MATH(cosh);
     int k = 0;
     for (; k + 4 <= lanes; k += 4) _mm256_storeu_pd(r + k, f(_mm256_loadu_pd(a + k)));
     return k;
 }
+#undef LAWUTIL_VECTOR_MATH
 #else
 int map_lanes_wide(int, int, const double*, double*) {
     return 0;

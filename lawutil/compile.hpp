@@ -12,9 +12,9 @@
 // Horner step and whole powers as multiplication chains: a value then differs from the
 // tree's by a few units of rounding of the terms summed (for a polynomial, about
 // 2*degree*eps times the sum of |c_k x^k|; for x^n, about n*eps relative).  A batch with
-// rewrites also takes sin, cos, exp, log, sinh and cosh four lanes at a time from glibc's
-// vector math library where the processor has AVX2; those differ from the scalar
-// functions by at most 3 ulp (measured), which the rest of the law carries on.  Domain
+// rewrites also takes sin, cos, exp, log, sinh and cosh four lanes at a time from SLEEF
+// (or glibc's libmvec) where the processor has AVX2; those differ from the scalar
+// functions by a few ulp (see compile.cpp), which the rest of the law carries on.  Domain
 // errors are raised with the tree's codes, in the tree's order.
 #pragma once
 
