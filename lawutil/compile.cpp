@@ -884,9 +884,10 @@ double law_program::gradient_pass(const double* x, double* grad) const {
             case op_div: {
                 double b = r[p->b];
                 v = apply(*p, r, pool_, x);
-                // (A/B)' = (A' - (A/B) B') / B
-                s = 1.0 / b;
-                t = -v / b;
+                // (A/B)' = (A' - (A/B) B') / B; no slope where the tree resolved 0/0
+                bool resolved = std::fabs(a) < tiny && std::fabs(b) < tiny;
+                s = resolved ? not_a_number : 1.0 / b;
+                t = resolved ? not_a_number : -v / b;
                 two = true;
                 break;
             }

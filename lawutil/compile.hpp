@@ -46,8 +46,9 @@ class law_program : public VORX_OBJECT {
     double evaluate(const double* x) const;
 
     // The value at x together with its take_dim() first partial derivatives in `grad`,
-    // in one forward pass.  A partial that has no value there (a class without a
-    // derivative) is NaN.
+    // in one forward pass (the chain rule over the program, no derivative tree).  A
+    // partial is NaN where the class has no derivative, where a zero-over-zero division
+    // was resolved by the tree, and where the chain rule meets 0*inf (SQRT at 0).
     double evaluate_with_gradient(const double* x, double* grad) const;
 
     // The values at `n` points given as structure of arrays: x[i][k] is input i of point
