@@ -56,6 +56,7 @@
 #endif
 #include <limits>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -156,8 +157,21 @@ namespace {
 
 using instruction = law_program::instruction;
 
+// The compiler's tables, in tracked memory like everything else.
 template <class T>
 using tracked_vector = std::vector<T, vorx_std_allocator<T>>;
+template <class K, class V, class H = std::hash<K>>
+using tracked_map =
+    std::unordered_map<K, V, H, std::equal_to<K>, vorx_std_allocator<std::pair<const K, V>>>;
+template <class K>
+using tracked_set = std::unordered_set<K, std::hash<K>, std::equal_to<K>, vorx_std_allocator<K>>;
+using tracked_string = std::basic_string<char, std::char_traits<char>, vorx_std_allocator<char>>;
+
+struct string_hash {
+    size_t operator()(const tracked_string& s) const {
+        return std::hash<std::string_view>()(std::string_view(s.data(), s.size()));
+    }
+};
 
 // The value of one instruction at one point, for evaluation and for folding.  r holds
 // the registers, x the program's inputs.
@@ -573,8 +587,8 @@ class compiler {
     // Equal polynomials (the two 1+X^2 of E4) share one instruction.
     int horner_of(const polynomial& p) {
         if (p.deg == 1) return emit(op_affine, p.var, 0, p.c[1], p.c[0]);
-        std::string k((const char*)p.c, sizeof(double) * (p.deg + 1));
-        k += std::to_string(p.var);
+        tracked_string k((const char*)p.c, sizeof(double) * (p.deg + 1));
+        k.append((const char*)&p.var, sizeof p.var);
         auto it = polynomials_.find(k);
         if (it != polynomials_.end()) return it->second;
         instruction q{op_horner, 0, p.var, 0, p.deg, (int)pool_.size(), -1, nullptr};
@@ -703,14 +717,14 @@ class compiler {
 
     int mode_;
     int inputs_;
-    std::unordered_map<const law*, int> seen_;
-    std::unordered_map<unsigned long long, int> constants_;
-    std::unordered_map<key, int, key_hash> numbered_;
-    std::unordered_map<int, int> adapters_;
-    std::unordered_set<const law*> not_poly_;
+    tracked_map<const law*, int> seen_;
+    tracked_map<unsigned long long, int> constants_;
+    tracked_map<key, int, key_hash> numbered_;
+    tracked_map<int, int> adapters_;
+    tracked_set<const law*> not_poly_;
     bool too_deep_ = false;
-    std::unordered_map<int, int> made_by_;
-    std::unordered_map<std::string, int> polynomials_;
+    tracked_map<int, int> made_by_;
+    tracked_map<tracked_string, int, string_hash> polynomials_;
 };
 
 }  // namespace
