@@ -287,40 +287,18 @@ inline double apply(const instruction& p, const double* r, const double* pool, c
 // The function laws of the unary family that run through a copy of themselves over X
 // (sin, cos, exp, ln, sqrt, abs, sinh and cosh are compiled directly).
 bool unary_family(const law* l) {
-    static const int* const ids = [] {
-        static int v[] = {not_law::id(),
-                          even_law::id(),
-                          odd_law::id(),
-                          int_law::id(),
-                          prime_law::id(),
-                          set_law::id(),
-                          floor_law::id(),
-                          ceil_law::id(),
-                          rand_law::id(),
-                          tan_law::id(),
-                          cot_law::id(),
-                          sec_law::id(),
-                          csc_law::id(),
-                          arcsin_law::id(),
-                          arccos_law::id(),
-                          arccot_law::id(),
-                          arcsec_law::id(),
-                          arccsc_law::id(),
-                          tanh_law::id(),
-                          coth_law::id(),
-                          sech_law::id(),
-                          csch_law::id(),
-                          arcsinh_law::id(),
-                          arccosh_law::id(),
-                          arctanh_law::id(),
-                          arccoth_law::id(),
-                          arcsech_law::id(),
-                          arccsch_law::id(),
-                          0};
-        return v;
-    }();
-    for (const int* t = ids; *t; ++t)
-        if (l->type() == *t) return true;
+    // clang-format off
+    static const int ids[] = {
+        not_law::id(),     even_law::id(),    odd_law::id(),     int_law::id(),
+        prime_law::id(),   set_law::id(),     floor_law::id(),   ceil_law::id(),
+        rand_law::id(),    tan_law::id(),     cot_law::id(),     sec_law::id(),
+        csc_law::id(),     arcsin_law::id(),  arccos_law::id(),  arccot_law::id(),
+        arcsec_law::id(),  arccsc_law::id(),  tanh_law::id(),    coth_law::id(),
+        sech_law::id(),    csch_law::id(),    arcsinh_law::id(), arccosh_law::id(),
+        arctanh_law::id(), arccoth_law::id(), arcsech_law::id(), arccsch_law::id()};
+    // clang-format on
+    for (int t : ids)
+        if (l->type() == t) return true;
     return false;
 }
 
