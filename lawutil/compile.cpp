@@ -136,6 +136,17 @@ inline double chain_power(double x, int n) {
     return r;
 }
 
+// Sine and cosine in one call where glibc has it (its sincos gives sin's and cos's own
+// values, bit for bit).
+inline void sin_cos(double x, double& s, double& c) {
+#if defined(__GLIBC__)
+    sincos(x, &s, &c);
+#else
+    s = std::sin(x);
+    c = std::cos(x);
+#endif
+}
+
 inline double horner(const double* c, int n, double x) {
     double p = c[n];
     for (int k = n - 1; k >= 0; --k) p = p * x + c[k];
@@ -935,12 +946,11 @@ double law_program::gradient_pass(const double* x, double* grad) const {
                 break;
             }
             case op_sin:
-                v = std::sin(a);
-                s = std::cos(a);
+                sin_cos(a, v, s);
                 break;
             case op_cos:
-                v = std::cos(a);
-                s = -std::sin(a);
+                sin_cos(a, s, v);
+                s = -s;
                 break;
             case op_exp:
                 v = std::exp(a);
