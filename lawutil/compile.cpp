@@ -1257,22 +1257,14 @@ __attribute__((always_inline)) inline void block_body(const block_program& bp, i
                     horner_lanes_plain(pool_ + p->aux, p->n, lanes, a, r);
                 break;
             case op_sin:
-                map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
-                break;
             case op_cos:
-                map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
-                break;
             case op_exp:
+            case op_sinh:
+            case op_cosh:
                 map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
                 break;
             case op_abs:
                 for (int k = 0; k < lanes; ++k) r[k] = std::fabs(a[k]);
-                break;
-            case op_sinh:
-                map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
-                break;
-            case op_cosh:
-                map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
                 break;
             case op_ln:
                 map_lanes<wide>(bp.vector_math, p->op, lanes, a, r);
