@@ -171,8 +171,10 @@ TEST(Compile, BatchGivesTheSinglePointValuesAndCodes) {
                            "LN(X)+SQRT(Y-0.5)",
                            "ARCSIN(X)/X",
                            "(X^3-2*X+1)/(X^2+1)",
-                           "COSH(X)*SINH(Y)-EXP(X)/LN(Y+2)"};
-    const int n = 301;  // more than two blocks, and a tail shorter than a vector
+                           "COSH(X)*SINH(Y)-EXP(X)/LN(Y+2)",
+                           "Y",     // the value is an input
+                           "2+3"};  // no instruction at all
+    const int n = 301;              // more than two blocks, and a tail shorter than a vector
     std::vector<double> xs(n), ys(n), out(n);
     std::vector<int> codes(n);
     for (int k = 0; k < n; ++k) {
