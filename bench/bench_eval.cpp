@@ -6,10 +6,12 @@
 // held at 0.7, so neither side computes its inputs inside the timed loop.  The law side
 // and the native side alternate, `passes` times each, and the median pass of each is
 // kept (machines are shared and noisy: the median is robust where the best is
-// flattering).  Passes are timed in the thread's processor time.  The spread of the native passes
-// ((p75 - p25) / median) is reported as the noise of the run.  The last benchmark prints the
-// geometric mean of each method's ratios.  Tracked allocations per evaluation are reported and must
-// be 0.
+// flattering).  Passes are timed in the thread's processor time, so time the core spent
+// on other processes is not charged.  The spread of the native passes ((p75 - p25) /
+// median) is reported as the noise of the run.  The last benchmark prints the geometric
+// mean of each method's ratios.  Tracked allocations per evaluation are reported and
+// must be 0.  BM_DerivativeEval times high derivatives (DAGs) through the tree and the
+// compiled form.
 //
 //   tree      evaluateM_R down the law tree
 //   compiled  law_program::evaluate, one point at a time
