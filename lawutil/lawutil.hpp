@@ -9,6 +9,7 @@
 #include "base/nvector.hpp"
 #include "base/position.hpp"
 #include "base/transf.hpp"
+#include "lawutil/compile.hpp"
 #include "lawutil/diff.hpp"
 #include "lawutil/integrate.hpp"
 #include "lawutil/internal_law.hpp"

@@ -23,6 +23,9 @@ requirements=(
     "libgmock-dev        /usr/include/gmock/gmock.h"
     "libbenchmark-dev    /usr/include/benchmark/benchmark.h"
     "libcli11-dev        /usr/share/cmake/CLI11/CLI11Config.cmake"
+    # SLEEF's four-lane elementary functions for batch evaluation (the build falls back
+    # to glibc's libmvec, then to the scalar functions, without it).
+    "libsleef-dev        glob:/usr/lib/*-linux-gnu/libsleef.so"
     # make fuzz: clang with the libFuzzer runtime; make memcheck: valgrind; the locale
     # tests: a locale whose decimal separator is a comma (generated below).
     "clang               cmd:clang++"

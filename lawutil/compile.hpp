@@ -1,0 +1,82 @@
+// The compiled form of a law: its tree flattened once into a linear program over
+// registers, evaluated without a virtual call per node, at one point (optionally with
+// every first partial derivative in the same pass) or at many points in blocks.
+//
+// A program keeps a reference to its law and is as immutable as the law; its scratch
+// registers are its own, so one program is used by one thread at a time (like the law
+// tree it came from).  Nothing is allocated when evaluating.
+//
+// Values.  Without rewrites (law_program::exact) the program performs the tree's own
+// operations in the tree's order and its values are the tree's, bit for bit, at one point
+// and in a batch.  With them (the default) polynomial subtrees in one variable run as one
+// Horner step and whole powers as multiplication chains: a value then differs from the
+// tree's by a few units of rounding of the terms summed (for a polynomial, about
+// 2*degree*eps times the sum of |c_k x^k|; for x^n, about n*eps relative).  A batch with
+// rewrites also takes sin, cos, exp, log, sinh and cosh four lanes at a time from SLEEF
+// (or glibc's libmvec) where the processor has AVX2; those differ from the scalar
+// functions by a few ulp (see compile.cpp), which the rest of the law carries on.  Domain
+// errors are raised with the tree's codes, in the tree's order.
+#pragma once
+
+#include "lawutil/law_base.hpp"
+
+class law_program : public VORX_OBJECT {
+  public:
+    enum : int {
+        rewrite = 0,  // Horner steps, multiplication chains (the default)
+        exact = 1     // the tree's operations only: values equal to the tree's
+    };
+
+    // Compiles `l` (any law; classes the compiler does not know are evaluated through
+    // their own tree).  The program holds a reference to `l`.
+    explicit law_program(const law* l, int mode = rewrite);
+    ~law_program();
+    law_program(const law_program&) = delete;
+    law_program& operator=(const law_program&) = delete;
+
+    const law* source() const { return law_; }
+    int take_dim() const { return inputs_; }
+    int return_dim() const { return law_->return_dim(); }
+    // Instructions and registers of the program (for tests and benchmarks).
+    int size() const { return count_; }
+    int registers() const { return registers_; }
+
+    // The value at x (take_dim() inputs), as evaluateM_R gives it: a law of more than
+    // one output raises LAW_EVALS, a point outside a domain raises the tree's code.
+    double evaluate(const double* x) const;
+
+    // The value at x together with its take_dim() first partial derivatives in `grad`,
+    // in one forward pass (the chain rule over the program, no derivative tree).  A
+    // partial is NaN where the class has no derivative, where a zero-over-zero division
+    // was resolved by the tree, and where the chain rule meets 0*inf (SQRT at 0).
+    double evaluate_with_gradient(const double* x, double* grad) const;
+
+    // The values at `n` points given as structure of arrays: x[i][k] is input i of point
+    // k (x may be null when take_dim() is 0).  y[k] receives the value of point k; a point
+    // that leaves a domain gets NaN and, when `errors` is given, its error code in
+    // errors[k] (0 elsewhere).  Never raises for a point.  Scalar laws only (LAW_EVALS).
+    void evaluate_batch(int n, const double* const* x, double* y, int* errors = nullptr) const;
+
+    struct instruction;
+
+  private:
+    void run(const double* x, double* reg) const;
+    template <int inputs>
+    double gradient_pass(const double* x, double* grad) const;
+    void run_block(int lanes, double* reg, int* err) const;
+
+    const law* law_;
+    int mode_;
+    int inputs_ = 0;
+    int registers_ = 0;
+    int count_ = 0;
+    int result_ = 0;
+    instruction* code_ = nullptr;
+    double* pool_ = nullptr;             // constants of the instructions (Horner coefficients)
+    double* reg_ = nullptr;              // registers of a point; inputs first, then constants
+    double* grad_ = nullptr;             // registers x inputs partials of the gradient pass
+    double* block_ = nullptr;            // registers x block lanes of the batch pass
+    const double** block_in_ = nullptr;  // where the batch inputs of one block are
+    const law** helpers_ = nullptr;      // laws the program owns (adapters, derivatives)
+    int helper_count_ = 0;
+};
