@@ -20,6 +20,7 @@
 #include "lawutil/main_law.hpp"
 #include "lawutil/main_law_arith.hpp"
 #include "lawutil/main_law_err.hpp"
+#include "lawutil/open_set.hpp"
 #include "lawutil/root.hpp"
 #include "lawutil/simplfy.hpp"
 #include "lawutil/sw_curve.hpp"
