@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "lawutil/lawutil.hpp"
 
@@ -26,4 +27,12 @@ std::string error_of(F f) {
         return e.code_name();
     }
     return "";
+}
+
+// The law's outputs at x (padded with zeros to eight inputs).
+inline std::vector<double> outputs_at(const law* l, std::vector<double> x) {
+    x.resize(8, 0.0);
+    std::vector<double> y(l->return_dim());
+    l->evaluate(x.data(), y.data());
+    return y;
 }
