@@ -206,6 +206,35 @@ const path_law_data* path_of(const law_data* d) {
 }
 }  // namespace
 
+namespace {
+int path_singularities(const law_data* d, double** where, int** type, double start, double end,
+                       double** period) {
+    if (period) *period = nullptr;
+    double* w = nullptr;
+    int* k = nullptr;
+    int n = path_of(d)->singularities(&w, &k, start, end);
+    if (where)
+        *where = w;
+    else
+        VORX_FREE(w);
+    if (type)
+        *type = k;
+    else
+        VORX_FREE(k);
+    return n;
+}
+}  // namespace
+
+int curve_law::singularities(double** where, int** type, double start, double end,
+                             double** period) const {
+    return path_singularities(data_, where, type, start, end, period);
+}
+
+int wire_law::singularities(double** where, int** type, double start, double end,
+                            double** period) const {
+    return path_singularities(data_, where, type, start, end, period);
+}
+
 void curve_law::evaluate(const double* x, double* y) const {
     put(curve()->eval(x[0], 0, 0), y, 3);
 }

@@ -52,6 +52,8 @@
 class curve_law : public unary_data_law {
     LAW_TYPE_DECL(curve_law, unary_data_law)
     LAW_UNARY_DATA_MEMBERS(curve_law)
+    // The path's own breaks (a wire's joins).
+    LAW_SINGULARITIES_DECL
     const base_curve_law_data* curve() const { return (const base_curve_law_data*)data_; }
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     int term_domain(int which, interval& dom) const override;
@@ -80,6 +82,8 @@ class pcurve_law : public unary_data_law {
 class wire_law : public unary_data_law {
     LAW_TYPE_DECL(wire_law, unary_data_law)
     LAW_UNARY_DATA_MEMBERS(wire_law)
+    // The path's own breaks (a wire's joins).
+    LAW_SINGULARITIES_DECL
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     int term_domain(int which, interval& dom) const override;
 };

@@ -195,6 +195,17 @@ TEST(DataLaws, SpellingDomainsAndInverses) {
     ASSERT_TRUE(lp->term_domain(0, dom));
     EXPECT_NEAR(dom.end_pt(), 2 * pi * s425, 1e-12);
 
+    // A wire reports its join.
+    law_holder wire = g.parse("WIRE(ARCWIRE3)");
+    double* where = nullptr;
+    int* kind = nullptr;
+    ASSERT_EQ(wire->singularities(&where, &kind, 0.0, 3.0), 1);
+    EXPECT_EQ(where[0], 1.0);
+    EXPECT_EQ(kind[0], law_singular_break);
+    VORX_FREE(where);
+    VORX_FREE(kind);
+    EXPECT_EQ(c->singularities(&where, &kind, 0.0, 3.0), 0);
+
     // The inverses find the parameters back.
     law_holder ci(c->inverse());
     ASSERT_TRUE(ci);
