@@ -195,6 +195,10 @@ TEST(DataLaws, SpellingDomainsAndInverses) {
     ASSERT_TRUE(lp->term_domain(0, dom));
     EXPECT_NEAR(dom.end_pt(), 2 * pi * s425, 1e-12);
 
+    // A deep copy holds copies of the data and evaluates alike.
+    law_holder lcopy(g.parse("LENGTH(HELIX1,0,X)")->deep_copy());
+    EXPECT_NEAR(outputs_at(lcopy.get(), {2.0})[0], 2 * s425, 1e-12);
+
     // A wire reports its join.
     law_holder wire = g.parse("WIRE(ARCWIRE3)");
     double* where = nullptr;
