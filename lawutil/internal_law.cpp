@@ -361,6 +361,30 @@ unary_data_law::~unary_data_law() noexcept(false) {
     law_data_remove(data_);
 }
 
+// Data are compared by identity: two curves are one only as one object.  A law passed
+// as data (an order, a bound) compares as a law.
+static bool same_data(const law_data* a, const law_data* b) {
+    if (a == b) return true;
+    if (!a || !b || !a->isa(law_law_data::id()) || !b->isa(law_law_data::id())) return false;
+    const law* la = static_cast<const law_law_data*>(a)->data_law();
+    const law* lb = static_cast<const law_law_data*>(b)->data_law();
+    return la == lb || (la && lb && *la == *lb);
+}
+
+int unary_data_law::same(const law* a, const law* b) const {
+    return same_data(static_cast<const unary_data_law*>(a)->data_,
+                     static_cast<const unary_data_law*>(b)->data_);
+}
+
+int multiple_data_law::same(const law* a, const law* b) const {
+    const multiple_data_law* p = static_cast<const multiple_data_law*>(a);
+    const multiple_data_law* q = static_cast<const multiple_data_law*>(b);
+    if (p->count_ != q->count_ || !p->data_ != !q->data_) return 0;
+    for (int i = 0; p->data_ && i < p->count_; ++i)
+        if (!same_data(p->data_[i], q->data_[i])) return 0;
+    return 1;
+}
+
 unary_data_law* unary_data_law::make_one(law_data*) const {
     return nullptr;
 }

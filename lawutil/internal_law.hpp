@@ -82,6 +82,8 @@ class unary_data_law : public law {
     explicit unary_data_law(law_data* data);
     law_data* fsub() const { return data_; }
 
+    // The same data object, or wrapped laws that are equal.
+    int same(const law* a, const law* b) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
     law* deep_copy(pointer_map* pm = nullptr) const override;
     void full_size(SizeAccumulator& acc, int count_self = 1) const override;
@@ -99,6 +101,8 @@ class multiple_data_law : public law {
     law_data** fsubs() const { return data_; }
     int fsize() const { return count_; }
 
+    // Entry by entry as unary_data_law::same.
+    int same(const law* a, const law* b) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
     law* deep_copy(pointer_map* pm = nullptr) const override;
     void full_size(SizeAccumulator& acc, int count_self = 1) const override;

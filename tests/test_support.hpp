@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "lawutil/lawutil.hpp"
 
@@ -44,3 +45,11 @@ class counted_law : public law {
   private:
     law_holder sub_;
 };
+
+// The law's outputs at x (padded with zeros to eight inputs).
+inline std::vector<double> outputs_at(const law* l, std::vector<double> x) {
+    x.resize(8, 0.0);
+    std::vector<double> y(l->return_dim());
+    l->evaluate(x.data(), y.data());
+    return y;
+}
