@@ -28,6 +28,8 @@ std::vector<double> values_at(const law* l, double t) {
 
 // ---------------------------------------------------------------- values and errors
 
+const double r2 = std::sqrt(0.5);
+
 struct value_row {
     const char* text;
     double t;
@@ -63,6 +65,23 @@ const value_row value_rows[] = {
     {"NORM(VEC(X,X,0))", 0, {}, "LAW_BAD_UNIT_VECTOR"},
     {"SIZE(VEC(3,X,4))", 12, {13}, ""},
     {"SIZE(X)", -2, {2}, ""},
+    // helix (cos t, sin t, t): T = (-sin t, cos t, 1)/r2, N = -(cos t, sin t, 0),
+    // B = (sin t, -cos t, 1)/r2
+    {"FRENET(VEC(COS(X),SIN(X),X),1)", 0, {0, r2, r2}, ""},
+    {"FRENET(VEC(COS(X),SIN(X),X),2)", 0.5, {-std::cos(0.5), -std::sin(0.5), 0}, ""},
+    {"FRENET(VEC(COS(X),SIN(X),X),3)", 0.5, {std::sin(0.5) * r2, -std::cos(0.5) * r2, r2}, ""},
+    {"FRENET(VEC(COS(X),SIN(X),X),4)", 0.5, {}, "LAW_DIM"},
+    {"FRENET(VEC(1,2,3),1)", 0.5, {}, "LAW_BAD_UNIT_VECTOR"},
+    {"FRENET(VEC(X*X,X*X,0),1)", 0, {}, "LAW_BAD_UNIT_VECTOR"},
+    {"FRENET(VEC(X*X,X*X,X),1)", 0, {0, 0, 1}, ""},
+    {"FRENET(VEC(2*X,X+1,3*X),2)", 0.5, {}, "LAW_BAD_UNIT_VECTOR"},
+    {"FRENET(VEC(X,X^3,0),3)", 0, {}, "LAW_BAD_UNIT_VECTOR"},
+    {"TWISTPATH(VEC(1,0,0),VEC(0,0,X),PI/2)", 0.3, {0, 1, 0}, ""},
+    {"TWISTPATH(VEC(1,0,0),VEC(0,0,1),1)", 0.3, {}, "LAW_BAD_UNIT_VECTOR"},
+    {"MINROT(VEC(X,X,X),VEC(1,1,1),0,1)", 0.3, {}, "LAW_BAD_UNIT_VECTOR"},
+    {"MINROT(VEC(X,0,0),VEC(1,1,0),0,1)", 0.3, {0, 1, 0}, ""},
+    {"MINROT(VEC(X,0,0),VEC(1,1,0),0,1)", 1.5, {}, "LAW_MR"},
+    {"MINROT(VEC(X,0,0),VEC(1,1,0),1,0)", 0.5, {}, "LAW_MR"},
 };
 // clang-format on
 
@@ -70,6 +89,8 @@ INSTANTIATE_TEST_SUITE_P(Vector, FrameValues, testing::ValuesIn(value_rows));
 
 TEST(VectorFrame, CrossPartCountIsChecked) {
     EXPECT_EQ(error_of([] { law_holder l(str_to_law("CROSS(VEC(1,0,0))")); }), "LAW_CROSS_NUM");
+    EXPECT_EQ(error_of([] { law_holder l(str_to_law("MINROT(VEC(X,0,0),1,2)")); }), "LAW_MR_NUM");
+    EXPECT_EQ(error_of([] { law_holder l(str_to_law("TWISTPATH(X,X)")); }), "LAW_TWIST_NUM");
 }
 
 // ---------------------------------------------------------------- rewrites
@@ -107,6 +128,11 @@ TEST(VectorFrame, DerivativesMatchNumericalOnes) {
         "NORM(VEC(COS(X),X,X*X+1))",
         "SIZE(VEC(X,1,X*X))",
         "CROSS(VEC(1,2,3),VEC(X,1,1))",
+        "FRENET(VEC(COS(X),SIN(X),X*X),1)",
+        "FRENET(VEC(COS(X),SIN(X),X*X),2)",
+        "FRENET(VEC(COS(X),SIN(X),X*X),3)",
+        "TWISTPATH(VEC(0,X,1),VEC(X,X*X,1),X*X)",
+        "MINROT(VEC(COS(X),SIN(X),X*X),VEC(0,0,1),0,2)",
     };
     for (const char* text : texts) {
         law_holder l = parse(text);
@@ -121,6 +147,94 @@ TEST(VectorFrame, DerivativesMatchNumericalOnes) {
                 EXPECT_NEAR(symbolic[i], numeric[i], 1e-6) << text << " d = " << text_of(d);
         }
     }
+}
+
+// ---------------------------------------------------------------- frame properties
+
+double dot3(const std::vector<double>& a, const std::vector<double>& b) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+
+TEST(VectorFrame, FrenetFrameIsOrthonormal) {
+    const char* curve = "VEC(COS(X),2*SIN(X),X*X)";
+    std::vector<law_holder> frame;
+    for (int i = 1; i <= 3; ++i)
+        frame.push_back(
+            parse(("FRENET(" + std::string(curve) + "," + std::to_string(i) + ")").c_str()));
+    for (double t : {0.1, 0.7, 2.0}) {
+        std::vector<double> v[3];
+        for (int i = 0; i < 3; ++i) v[i] = values_at(frame[i].get(), t);
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j) EXPECT_NEAR(dot3(v[i], v[j]), i == j ? 1.0 : 0.0, 1e-12);
+    }
+}
+
+// On the helix (cos t, sin t, t) the rotation-minimising normal from N(0) is
+// cos(q) N + sin(q) B with q = -t/sqrt(2) (it turns against the torsion).  "fast_euler"
+// picks the step of MINROT: double reflection (on) or the rotation method (off).
+TEST(VectorFrame, MinRotMatchesTheHelixClosedFormInBothSettings) {
+    struct row {
+        int fast_euler, samples;
+        double tolerance;
+    } rows[] = {{1, 100, 1e-7}, {0, 100, 1e-3}, {1, 1000, 1e-11}, {0, 1000, 1e-5}};
+    for (const row& r : rows) {
+        option_guard euler("fast_euler", r.fast_euler);
+        option_guard samples("min_rot_samples", r.samples);
+        law_holder l = parse("MINROT(VEC(COS(X),SIN(X),X),VEC(-1,0,0),0,2*PI)");
+        double worst = 0.0;
+        for (double t : {0.0, 1.0, 3.3, 6.2}) {
+            double q = -t * r2, c = std::cos(q), s = std::sin(q);
+            std::vector<double> n = {-std::cos(t), -std::sin(t), 0};
+            std::vector<double> b = {std::sin(t) * r2, -std::cos(t) * r2, r2};
+            std::vector<double> got = values_at(l.get(), t);
+            for (int i = 0; i < 3; ++i)
+                worst = std::fmax(worst, std::fabs(got[i] - (c * n[i] + s * b[i])));
+        }
+        EXPECT_LT(worst, r.tolerance) << "fast_euler " << r.fast_euler << ", " << r.samples;
+        EXPECT_EQ(static_cast<const min_rotation_law*>(l.get())->samples(), r.samples);
+    }
+}
+
+// r stays unit and normal to the tangent, and turns only along the tangent: the part of
+// the numerical r' across the tangent is 0.
+TEST(VectorFrame, MinRotIsRotationMinimising) {
+    const char* curve = "VEC(COS(X),SIN(X),0.5*SIN(2*X))";
+    law_holder l = parse(("MINROT(" + std::string(curve) + ",VEC(0,0,1),0,2*PI)").c_str());
+    law_holder tangent = parse(("FRENET(" + std::string(curve) + ",1)").c_str());
+    for (double t : {0.4, 2.9, 5.1}) {
+        std::vector<double> r = values_at(l.get(), t), tg = values_at(tangent.get(), t);
+        double x[1] = {t}, d[3];
+        Ndifferentiate(l.get(), x, 0, d, 1);
+        std::vector<double> dr(d, d + 3);
+        EXPECT_NEAR(dot3(r, r), 1.0, 1e-12);
+        EXPECT_NEAR(dot3(r, tg), 0.0, 1e-12);
+        double along = dot3(dr, tg);
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(dr[i] - along * tg[i], 0.0, 1e-7) << t;
+    }
+}
+
+// The twist over a closed curve: none on a plane circle; on a trefoil knot, the same in
+// both settings, and TWISTPATH with the reported angle spread linearly closes the frame.
+TEST(VectorFrame, MinRotReportsTheClosingTwist) {
+    law_holder circle = parse("MINROT(VEC(COS(X),SIN(X),0),VEC(1,0,0),0,2*PI)");
+    EXPECT_NEAR(static_cast<const min_rotation_law*>(circle.get())->closing_twist(), 0.0, 1e-12);
+
+    const std::string curve = "VEC(SIN(X)+2*SIN(2*X),COS(X)-2*COS(2*X),-SIN(3*X))";  // trefoil
+    const std::string minrot = "MINROT(" + curve + ",VEC(0,0,1),0,2*PI)";
+    double twist[2];
+    for (int fast : {0, 1}) {
+        option_guard euler("fast_euler", fast);
+        law_holder l = parse(minrot.c_str());
+        twist[fast] = static_cast<const min_rotation_law*>(l.get())->closing_twist();
+    }
+    EXPECT_GT(std::fabs(twist[1]), 0.1);
+    EXPECT_NEAR(twist[0], twist[1], 1e-4);
+    char angle[64];
+    std::snprintf(angle, sizeof angle, "%.17g*X/(2*PI)", -twist[1]);
+    law_holder closed = parse(("TWISTPATH(" + minrot + "," + curve + "," + angle + ")").c_str());
+    std::vector<double> start = values_at(closed.get(), 0.0),
+                        end = values_at(closed.get(), 2 * M_PI);
+    for (int i = 0; i < 3; ++i) EXPECT_NEAR(start[i], end[i], 1e-9);
 }
 
 }  // namespace
