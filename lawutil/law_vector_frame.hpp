@@ -139,3 +139,30 @@ class twist_path_law : public multiple_law {
     LAW_TYPE_DECL(twist_path_law, multiple_law)
     LAW_VECTOR3_MEMBERS(twist_path_law)
 };
+
+// ---------------------------------------------------------------- bending
+// BEND and UNBEND take five parts (P,O,A,D,R): the point law P, the root point O, the
+// axis direction A, the bending direction D (its part along A is dropped) and the
+// radius R, all evaluated at the law's input.  With a = A/|A|, d the unit part of D
+// across a and n = a x d, a point is P = O + u d + v n + w a.  The plane through O
+// spanned by d and a is wrapped onto the cylinder of radius |R| about the line
+// O + R n + s a, length along d kept: u becomes the angle u/R.  Bending is defined
+// everywhere and one to one on the slab sign(R)(R - v) > 0, |u| < pi |R|; UNBEND is
+// its inverse there (UNBEND(BEND(P)) = P to round-off) and maps every other point to
+// that slab.
+// Errors: A and D parallel raise LAW_BEND_PARALLEL, a zero A LAW_BAD_UNIT_VECTOR, R = 0
+// (and, for UNBEND, a point on the cylinder's axis) LAW_BAD_DOMAN, a part count other
+// than 5 LAW_DIM when built.
+
+// BEND(P,O,A,D,R) = O + R n + (R - v)(sin(u/R) d - cos(u/R) n) + w a
+class bend_law : public multiple_law {
+    LAW_TYPE_DECL(bend_law, multiple_law)
+    LAW_VECTOR3_MEMBERS(bend_law)
+};
+
+// UNBEND(P,O,A,D,R) = O + R t d + (R - s r) n + w a, where q = P - O - R n, s = sign R,
+// r = |(q.d, q.n)|, t = atan2(s q.d, -s q.n), w = q.a
+class unbend_law : public multiple_law {
+    LAW_TYPE_DECL(unbend_law, multiple_law)
+    LAW_VECTOR3_MEMBERS(unbend_law)
+};

@@ -30,6 +30,8 @@ const std::map<std::string, std::string> special = {
     {"FRENET", "FRENET(VEC(COS(X),SIN(X),X),2)"},
     {"MINROT", "MINROT(VEC(COS(X),SIN(X),X),VEC(-1,0,0),0,6.5)"},
     {"TWISTPATH", "TWISTPATH(VEC(0,0,1),VEC(X,X*X,1),X)"},
+    {"BEND", "BEND(VEC(X,X*X,1),VEC(0,0,0),VEC(0,0,1),VEC(1,0,0),2)"},
+    {"UNBEND", "UNBEND(VEC(X,X*X,1),VEC(0,0,0),VEC(0,0,1),VEC(1,0,0),2)"},
     {"D", "D(X^3+X,0)"},
     {"DOMAIN", "DOMAIN(X*X,0,1)"},
     {"INTEGRATE", "INTEGRATE(X*Y+SIN(Y),0.2,X*X)"},

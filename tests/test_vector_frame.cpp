@@ -29,6 +29,7 @@ std::vector<double> values_at(const law* l, double t) {
 // ---------------------------------------------------------------- values and errors
 
 const double r2 = std::sqrt(0.5);
+const double PI = std::acos(-1.0);
 
 struct value_row {
     const char* text;
@@ -82,6 +83,16 @@ const value_row value_rows[] = {
     {"MINROT(VEC(X,0,0),VEC(1,1,0),0,1)", 0.3, {0, 1, 0}, ""},
     {"MINROT(VEC(X,0,0),VEC(1,1,0),0,1)", 1.5, {}, "LAW_MR"},
     {"MINROT(VEC(X,0,0),VEC(1,1,0),1,0)", 0.5, {}, "LAW_MR"},
+    // bending about the z axis along x, radius 1: n = (0,1,0), centre line (0,1,s)
+    {"BEND(VEC(PI/2,0,0),VEC(0,0,0),VEC(0,0,1),VEC(1,0,0),1)", 0, {1, 1, 0}, ""},
+    {"BEND(VEC(PI,0,5),VEC(0,0,0),VEC(0,0,1),VEC(1,0,0),1)", 0, {0, 2, 5}, ""},
+    {"BEND(VEC(0,0.5,X),VEC(0,0,0),VEC(0,0,1),VEC(1,0,0),1)", 3, {0, 0.5, 3}, ""},
+    {"BEND(VEC(PI/2,0,0),VEC(0,0,0),VEC(0,0,1),VEC(1,0,0),-1)", 0, {1, -1, 0}, ""},
+    {"BEND(VEC(X,0,0),VEC(0,0,0),VEC(0,0,1),VEC(0,0,2),1)", 0, {}, "LAW_BEND_PARALLEL"},
+    {"BEND(VEC(X,0,0),VEC(0,0,0),VEC(0,0,0),VEC(1,0,0),1)", 0, {}, "LAW_BAD_UNIT_VECTOR"},
+    {"BEND(VEC(X,0,0),VEC(0,0,0),VEC(0,0,1),VEC(1,0,0),0)", 0, {}, "LAW_BAD_DOMAN"},
+    {"UNBEND(VEC(1,1,0),VEC(0,0,0),VEC(0,0,1),VEC(1,0,0),1)", 0, {PI / 2, 0, 0}, ""},
+    {"UNBEND(VEC(0,1,X),VEC(0,0,0),VEC(0,0,1),VEC(1,0,0),1)", 2, {}, "LAW_BAD_DOMAN"},
 };
 // clang-format on
 
@@ -133,6 +144,8 @@ TEST(VectorFrame, DerivativesMatchNumericalOnes) {
         "FRENET(VEC(COS(X),SIN(X),X*X),3)",
         "TWISTPATH(VEC(0,X,1),VEC(X,X*X,1),X*X)",
         "MINROT(VEC(COS(X),SIN(X),X*X),VEC(0,0,1),0,2)",
+        "BEND(VEC(X,X*X,1),VEC(0.1,0,0.2),VEC(0.2,0.1,1),VEC(1,X,0),2+X)",
+        "UNBEND(VEC(X,X*X,1),VEC(0.1,0,0.2),VEC(0.2,0.1,1),VEC(1,X,0),-2-X)",
     };
     for (const char* text : texts) {
         law_holder l = parse(text);
@@ -235,6 +248,35 @@ TEST(VectorFrame, MinRotReportsTheClosingTwist) {
     std::vector<double> start = values_at(closed.get(), 0.0),
                         end = values_at(closed.get(), 2 * M_PI);
     for (int i = 0; i < 3; ++i) EXPECT_NEAR(start[i], end[i], 1e-9);
+}
+
+// ---------------------------------------------------------------- bending
+
+// UNBEND(BEND(P)) = P on the slab where bending is one to one (points given by their
+// (u, v, w) in the bending frame), for either sign of R and a bending direction not yet
+// across the axis; BEND(UNBEND(Q)) = Q anywhere off the axis.
+TEST(VectorFrame, UnbendUndoesBend) {
+    const vector o(0.3, -1, 2), a_in(0.2, 0.1, 1), d_in(1, 0.5, 0.3);
+    unit_vector a = normalise(a_in);
+    unit_vector d = normalise(d_in - (d_in % a) * a);
+    vector n = a * d;
+    const double uvw[][3] = {{0.3, 0.2, 1}, {-2.0, 0.5, -3}, {1.5, -0.5, 0.2}};
+    for (const char* radius : {"1.7", "-0.8"}) {
+        std::string f = "VEC(0.3,-1,2),VEC(0.2,0.1,1),VEC(1,0.5,0.3)," + std::string(radius);
+        law_holder there_and_back = parse(("UNBEND(BEND(VEC(X,Y,Z)," + f + ")," + f + ")").c_str());
+        law_holder back_and_there = parse(("BEND(UNBEND(VEC(X,Y,Z)," + f + ")," + f + ")").c_str());
+        for (const auto& c : uvw) {
+            vector p =
+                o + c[0] * vector(d[0], d[1], d[2]) + c[1] * n + c[2] * vector(a[0], a[1], a[2]);
+            double x[3] = {p.x(), p.y(), p.z()}, y[3], z[3];
+            there_and_back->evaluate(x, y);
+            back_and_there->evaluate(x, z);
+            for (int i = 0; i < 3; ++i) {
+                EXPECT_NEAR(y[i], x[i], 1e-12) << radius;
+                EXPECT_NEAR(z[i], x[i], 1e-12) << radius;
+            }
+        }
+    }
 }
 
 }  // namespace
