@@ -18,6 +18,18 @@ namespace {
 // Room for the usual vectors (points, frames) on the stack.
 constexpr int stack_components = 16;
 
+// The components of VEC(c1,...,cn) with every ci constant, into `values` (room for
+// stack_components); false for any other law.
+bool constant_vector(const law* l, double* values, int& n) {
+    if (!l->isa(vector_law::id())) return false;
+    const multiple_law* v = static_cast<const multiple_law*>(l);
+    n = v->fsub_num();
+    if (!v->fsub() || n < 1 || n > stack_components) return false;
+    for (int i = 0; i < n; ++i)
+        if (!simplify_constant(v->fsub()[i], values[i])) return false;
+    return true;
+}
+
 }  // namespace
 
 namespace lb {
@@ -147,6 +159,8 @@ unary_law* norm_law::make_one(law* sub) const {
 law* norm_law::deriv(int which) const {
     if (!sub_) return nullptr;
     law_holder a = law_holder::share(sub_);
+    // NORM of the zero vector is defined nowhere, and so is its derivative.
+    if (law_is_zero_vector(a.get())) return nullptr;
     law_holder da(a->derivative(which));
     if (a->return_dim() == 1 || law_vector_lost(a.get(), da.get()))
         return VORX_NEW constant_law(0.0);
@@ -160,7 +174,15 @@ law* norm_law::sub_simplify(int, const char*& what) const {
     // NORM(NORM(A)) = NORM(A)
     if (sub_->isa(norm_law::id()))
         return simplify_fired(law_holder::share(sub_).release(), what, "norm(norm(A))=norm(A)");
-    return nullptr;
+    // NORM(VEC(c1,...,cn)) = VEC(c1/|c|,...,cn/|c|); the zero vector is left to raise
+    double c[stack_components];
+    int n;
+    if (!constant_vector(sub_, c, n)) return nullptr;
+    double length = law_length(c, n);
+    if (!(length > 0.0) || !std::isfinite(length)) return nullptr;
+    law_array parts(n);
+    for (int i = 0; i < n; ++i) parts.set(i, VORX_NEW constant_law(c[i] / length));
+    return simplify_fired(VORX_NEW vector_law(parts.get(), n), what, "norm(vec c)=vec c");
 }
 
 // ================================================================ size_law
@@ -198,10 +220,15 @@ law* size_law::deriv(int which) const {
 }
 
 law* size_law::sub_simplify(int, const char*& what) const {
+    if (!sub_) return nullptr;
     // SIZE(NORM(A)) = 1
-    if (sub_ && sub_->isa(norm_law::id()))
+    if (sub_->isa(norm_law::id()))
         return simplify_fired(VORX_NEW constant_law(1.0), what, "size(norm(A))=1");
-    return nullptr;
+    // SIZE(VEC(c1,...,cn)) = sqrt(c1^2+...+cn^2)
+    double c[stack_components];
+    int n;
+    if (!constant_vector(sub_, c, n)) return nullptr;
+    return simplify_fired(VORX_NEW constant_law(law_length(c, n)), what, "size(vec c)=c");
 }
 
 // ================================================================ registration

@@ -123,8 +123,10 @@ law* frenet_law::deriv(int which) const {
     law_holder c = law_holder::share(subs_[0]);
     law_holder d1(c->derivative(0));
     law_holder d2(d1->derivative(0));
-    // A constant curve or a straight line has no frame to differentiate.
-    if (law_vector_lost(c.get(), d1.get()) || law_vector_lost(d1.get(), d2.get())) return nullptr;
+    // A constant curve has no tangent, a line (C'' = 0) no normal: nothing to differentiate.
+    if (law_vector_lost(c.get(), d1.get()) || law_is_zero_vector(d1.get())) return nullptr;
+    if ((int)k > 0 && (law_vector_lost(d1.get(), d2.get()) || law_is_zero_vector(d2.get())))
+        return nullptr;
     law_holder t = lb::norm(d1);
     law_holder b = lb::norm(lb::cross(d1, d2));
     law_holder closed = (int)k == 0 ? t : (int)k == 2 ? b : lb::cross(b, t);

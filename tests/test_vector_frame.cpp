@@ -98,6 +98,15 @@ const value_row value_rows[] = {
 
 INSTANTIATE_TEST_SUITE_P(Vector, FrameValues, testing::ValuesIn(value_rows));
 
+// A frame that is defined nowhere has no derivative either (not a silent zero).
+TEST(VectorFrame, DegenerateFramesHaveNoDerivative) {
+    for (const char* text :
+         {"FRENET(VEC(X,2*X,0),2)", "FRENET(VEC(X,2*X,0),3)", "NORM(VEC(0,0,0))"}) {
+        law_holder l = parse(text);
+        EXPECT_EQ(error_of([&] { law_holder d(l->derivative(0)); }), "LAW_DERIV") << text;
+    }
+}
+
 TEST(VectorFrame, CrossPartCountIsChecked) {
     EXPECT_EQ(error_of([] { law_holder l(str_to_law("CROSS(VEC(1,0,0))")); }), "LAW_CROSS_NUM");
     EXPECT_EQ(error_of([] { law_holder l(str_to_law("MINROT(VEC(X,0,0),1,2)")); }), "LAW_MR_NUM");
@@ -117,6 +126,9 @@ TEST(VectorFrame, RewritesFire) {
         {"CROSS(VEC(X,1,2),VEC(X,1,2))", "VEC(0,0,0)"},
         {"CROSS(VEC(0,0,0),VEC(X,1,2))", "VEC(0,0,0)"},
         {"NORM(NORM(VEC(X,1,2)))", "NORM(VEC(X,1,2))"},
+        {"SIZE(VEC(1,2,2))", "3"},
+        {"NORM(VEC(0,3,4))", "VEC(0,0.6,0.8)"},
+        {"NORM(VEC(0,0,0))", "NORM(VEC(0,0,0))"},
     };
     for (const rewrite_row& r : rows) {
         law_holder l = parse(r.text);
