@@ -154,15 +154,35 @@ class twist_path_law : public multiple_law {
 // (and, for UNBEND, a point on the cylinder's axis) LAW_BAD_DOMAN, a part count other
 // than 5 LAW_DIM when built.
 
+// What BEND and UNBEND share: the frame read from their parts.  When O, A, D and R take
+// no input (the usual case) the frame is made at the first evaluation and kept.
+class bend_frame_law : public multiple_law {
+    LAW_TYPE_DECL(bend_frame_law, multiple_law)
+    bend_frame_law(law** parts, int n);
+
+    struct frame {
+        vector o, a, d, n;
+        double r;
+    };
+
+  protected:
+    // The frame at x; raises for a bad frame as the header comment above says.
+    frame frame_at(const double* x) const;
+
+  private:
+    mutable frame cached_;
+    mutable bool cached_valid_ = false;
+};
+
 // BEND(P,O,A,D,R) = O + R n + (R - v)(sin(u/R) d - cos(u/R) n) + w a
-class bend_law : public multiple_law {
-    LAW_TYPE_DECL(bend_law, multiple_law)
+class bend_law : public bend_frame_law {
+    LAW_TYPE_DECL(bend_law, bend_frame_law)
     LAW_VECTOR3_MEMBERS(bend_law)
 };
 
 // UNBEND(P,O,A,D,R) = O + R t d + (R - s r) n + w a, where q = P - O - R n, s = sign R,
 // r = |(q.d, q.n)|, t = atan2(s q.d, -s q.n), w = q.a
-class unbend_law : public multiple_law {
-    LAW_TYPE_DECL(unbend_law, multiple_law)
+class unbend_law : public bend_frame_law {
+    LAW_TYPE_DECL(unbend_law, bend_frame_law)
     LAW_VECTOR3_MEMBERS(unbend_law)
 };

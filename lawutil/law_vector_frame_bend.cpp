@@ -7,37 +7,13 @@
 #include "lawutil/law_vector_build.hpp"
 #include "lawutil/law_vector_frame.hpp"
 
+LAW_TYPE_DEF(bend_frame_law)
 LAW_TYPE_DEF(bend_law)
 LAW_TYPE_DEF(unbend_law)
 
 namespace {
 
 constexpr int bend_parts = 5;
-
-// The bending frame at one input.
-struct bend_frame {
-    vector o, a, d, n;
-    double r;
-};
-
-bend_frame bend_frame_at(law* const* parts, int n, const double* x) {
-    if (n != bend_parts || !parts) sys_error(LAW_DIM);
-    bend_frame f;
-    f.o = law_vector3_at(parts[1], x);
-    vector a = law_vector3_at(parts[2], x);
-    vector d = law_vector3_at(parts[3], x);
-    f.r = parts[4]->evaluateM_R(x);
-    double length = std::sqrt(a % a);
-    if (!(length > 0.0) || !std::isfinite(length)) sys_error(LAW_BAD_UNIT_VECTOR);
-    f.a = a / length;
-    vector across = d - (d % f.a) * f.a;
-    double across_length = std::sqrt(across % across);
-    if (!(across_length > 1e-12 * std::sqrt(d % d))) sys_error(LAW_BEND_PARALLEL);
-    f.d = across / across_length;
-    f.n = f.a * f.d;
-    if (f.r == 0.0 || !std::isfinite(f.r)) sys_error(LAW_BAD_DOMAN);
-    return f;
-}
 
 // The same frame as laws: a = NORM(A), d = NORM(D - DOT(D,a)*a), n = CROSS(a,d).
 struct bend_frame_laws {
@@ -59,12 +35,42 @@ void store(const vector& v, double* y) {
 
 }  // namespace
 
+// ================================================================ bend_frame_law
+
+bend_frame_law::bend_frame_law(law** parts, int n) : multiple_law(parts, n) {}
+
+bend_frame_law::frame bend_frame_law::frame_at(const double* x) const {
+    if (cached_valid_) return cached_;
+    if (count_ != bend_parts || !subs_) sys_error(LAW_DIM);
+    frame f;
+    f.o = law_vector3_at(subs_[1], x);
+    vector a = law_vector3_at(subs_[2], x);
+    vector d = law_vector3_at(subs_[3], x);
+    f.r = subs_[4]->evaluateM_R(x);
+    double length = std::sqrt(a % a);
+    if (!(length > 0.0) || !std::isfinite(length)) sys_error(LAW_BAD_UNIT_VECTOR);
+    f.a = a / length;
+    vector across = d - (d % f.a) * f.a;
+    double across_length = std::sqrt(across % across);
+    if (!(across_length > 1e-12 * std::sqrt(d % d))) sys_error(LAW_BEND_PARALLEL);
+    f.d = across / across_length;
+    f.n = f.a * f.d;
+    if (f.r == 0.0 || !std::isfinite(f.r)) sys_error(LAW_BAD_DOMAN);
+    bool constant = true;
+    for (int i = 1; i < bend_parts; ++i) constant = constant && subs_[i]->take_dim() == 0;
+    if (constant) {
+        cached_ = f;
+        cached_valid_ = true;
+    }
+    return f;
+}
+
 // ================================================================ bend_law
 
-bend_law::bend_law(law** parts, int n) : multiple_law(parts, n) {}
+bend_law::bend_law(law** parts, int n) : bend_frame_law(parts, n) {}
 
 void bend_law::evaluate(const double* x, double* y) const {
-    bend_frame f = bend_frame_at(subs_, count_, x);
+    frame f = frame_at(x);
     vector p = law_vector3_at(subs_[0], x) - f.o;
     double u = p % f.d, v = p % f.n, w = p % f.a;
     double angle = u / f.r;
@@ -97,10 +103,10 @@ law* bend_law::deriv(int which) const {
 
 // ================================================================ unbend_law
 
-unbend_law::unbend_law(law** parts, int n) : multiple_law(parts, n) {}
+unbend_law::unbend_law(law** parts, int n) : bend_frame_law(parts, n) {}
 
 void unbend_law::evaluate(const double* x, double* y) const {
-    bend_frame f = bend_frame_at(subs_, count_, x);
+    frame f = frame_at(x);
     vector q = law_vector3_at(subs_[0], x) - f.o - f.r * f.n;
     double s = f.r > 0.0 ? 1.0 : -1.0;
     double along = q % f.d, across = -(q % f.n);
