@@ -1,9 +1,10 @@
 // Vector algebra and moving frames for sweeping: the cross product, unit vector and length
-// of vector laws, and the frames a profile is carried along a path with.
+// of vector laws, the frames a profile is carried along a path with, and bending.
 //
 // Design.  Each law evaluates in closed form straight from its parts (no allocation on
-// the evaluation path), and each symbolic derivative is built out of the algebra laws
-// (VEC, DOT, CROSS, NORM, SIZE, +, *, /, SIN, COS) over the parts and their derivatives,
+// the evaluation path, except MINROT's one-time frame and vectors of more than 16
+// components), and each symbolic derivative is built out of the algebra laws (VEC, DOT,
+// CROSS, NORM, SIZE, +, -, *, /, SIN, COS, ARCTAN) over the parts and their derivatives,
 // so it simplifies and prints like any other law.  A derivative never holds the law it
 // differentiates (the law caches its derivative: that would be a cycle); where the
 // derivative needs the law's own value it holds a fresh law of the same class.
