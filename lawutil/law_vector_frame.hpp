@@ -123,6 +123,8 @@ class min_rotation_law : public multiple_law {
     double closing_twist() const;
     // The number of steps the frame was integrated with (0 before the first evaluation).
     int samples() const { return samples_; }
+    // Counts the integrated frame as well.
+    void full_size(SizeAccumulator& acc, int count_self = 1) const override;
 
   private:
     void integrate() const;

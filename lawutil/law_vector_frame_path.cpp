@@ -215,6 +215,12 @@ double min_rotation_law::closing_twist() const {
     return std::atan2((p * r1) % tangent, p % r1);
 }
 
+void min_rotation_law::full_size(SizeAccumulator& acc, int count_self) const {
+    multiple_law::full_size(acc, count_self);
+    if (frame_)
+        acc.addSize(frame_, (unsigned)(sizeof(double) * 9 * (samples_ + 1)), __FILE__, __LINE__);
+}
+
 const char* min_rotation_law::symbol(law_symbol_type type) const {
     return type == law_symbol_default ? "MINROT" : "no_maple";
 }

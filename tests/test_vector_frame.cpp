@@ -217,6 +217,9 @@ TEST(VectorFrame, MinRotMatchesTheHelixClosedFormInBothSettings) {
         }
         EXPECT_LT(worst, r.tolerance) << "fast_euler " << r.fast_euler << ", " << r.samples;
         EXPECT_EQ(static_cast<const min_rotation_law*>(l.get())->samples(), r.samples);
+        SizeAccumulator acc;
+        l->full_size(acc);
+        EXPECT_GT(acc.size(), sizeof(double) * 9 * r.samples);
     }
 }
 
