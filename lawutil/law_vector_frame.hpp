@@ -117,6 +117,9 @@ class min_rotation_law : public multiple_law {
     LAW_TYPE_DECL(min_rotation_law, multiple_law)
     LAW_VECTOR3_MEMBERS(min_rotation_law)
     ~min_rotation_law() noexcept(false) override;
+    // The frame cache is owned: no copies by value.
+    min_rotation_law(const min_rotation_law&) = delete;
+    min_rotation_law& operator=(const min_rotation_law&) = delete;
 
     // The signed angle, about the tangent at T1, from R0 (made perpendicular to that
     // tangent) to r(T1): for a closed curve, by how much the frame fails to close.
