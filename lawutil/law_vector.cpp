@@ -1,6 +1,7 @@
 #include "lawutil/law_vector.hpp"
 
 #include "lawutil/law_logic.hpp"
+#include "lawutil/law_vector_build.hpp"
 #include "lawutil/main_law_arith.hpp"
 #include "lawutil/simplfy.hpp"
 
@@ -225,20 +226,10 @@ law* dot_law::deriv(int which) const {
 
 namespace {
 
-// The zero vector VEC(0,...,0) of two or more components.
-bool zero_vector(const law* l) {
-    if (!l->isa(vector_law::id())) return false;
-    const multiple_law* v = static_cast<const multiple_law*>(l);
-    if (!v->fsub() || v->fsub_num() < 2) return false;
-    for (int i = 0; i < v->fsub_num(); ++i)
-        if (!simplify_is(v->fsub()[i], 0.0)) return false;
-    return true;
-}
-
 // DOT(Z,A) is 0 for a zero vector Z, and for the scalar 0 against a vector A (the scalar
 // multiplies A's first component); DOT(0,A) with A scalar is A, not 0.
 bool dot_zero(const law* z, const law* a) {
-    return zero_vector(z) || (simplify_is(z, 0.0) && a->return_dim() > 1);
+    return law_is_zero_vector(z) || (simplify_is(z, 0.0) && a->return_dim() > 1);
 }
 
 }  // namespace
@@ -278,6 +269,17 @@ law* dot_law::sub_simplify(int, const char*& what) const {
         r = sum.release();
     }
     return simplify_fired(r, what, "dot(vec,vec)");
+}
+
+// ================================================================ helpers
+
+bool law_is_zero_vector(const law* l) {
+    if (!l->isa(vector_law::id())) return false;
+    const multiple_law* v = static_cast<const multiple_law*>(l);
+    if (!v->fsub() || v->fsub_num() < 2) return false;
+    for (int i = 0; i < v->fsub_num(); ++i)
+        if (!simplify_is(v->fsub()[i], 0.0)) return false;
+    return true;
 }
 
 // ================================================================ registration
