@@ -18,13 +18,20 @@
 // SIN(X)'s derivative next to a COS(X) of the law, is computed once.  Operands that are
 // known constants fold on the spot (0 + A, 1 * A, 0 * A, constant operations), which
 // keeps the derivative statements as short as a hand-written derivative.  Domain checks
-// come as "if (...) return <status>;" lines just before the operation they guard.
+// come as "if (...) return <status>;" lines just before the operation they guard, unless
+// the operand's range rules the error out: each statement carries bounds on its value
+// (a square is at least 0, so X^2+1 is at least 1 and needs no check before SQRT, LN or
+// a division), widened by one ulp at each step for the rounding of the bounds.  Last, the
+// statements that no output and no check reads (the COSH computed beside a SINH whose
+// slope was not asked for) are dropped.
 #include "lawutil/lawcode.hpp"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -206,7 +213,13 @@ class c_writer {
   public:
     c_writer(int inputs, bool gradient) : inputs_(inputs), gradient_(gradient) {}
 
-    text_type body;
+    // What is known of an operand's value: lo <= value <= hi (NaN aside).
+    struct range {
+        double lo, hi;
+    };
+    static constexpr range everything = {-HUGE_VAL, HUGE_VAL};
+
+    range bounds(operand a) const { return a.temp ? ranges_[a.temp] : range{a.value, a.value}; }
 
     int inputs() const { return inputs_; }
     int width() const { return gradient_ ? inputs_ + 1 : 1; }
@@ -224,13 +237,16 @@ class c_writer {
     }
 
     // The variable holding `expression`, written now unless an equal one exists.
-    operand statement(const text_type& expression) {
+    operand statement(const text_type& expression, range r = everything) {
         auto it = temps_.find(expression);
         if (it != temps_.end()) return {it->second, 0.0};
         int t = ++count_;
-        append_format(body, "    const double t%d = ", t);
-        body += expression;
-        body += ";\n";
+        ranges_.push_back(r);
+        text_type line;
+        append_format(line, "    const double t%d = ", t);
+        line += expression;
+        line += ";\n";
+        lines_.push_back({t, line});
         temps_.emplace(expression, t);
         return {t, 0.0};
     }
@@ -252,7 +268,7 @@ class c_writer {
         append_operand(e, a);
         append_format(e, " %s ", op);
         append_operand(e, b);
-        return statement(e);
+        return statement(e, infix_range(a, *op, b));
     }
 
     operand call(const char* f, operand a, double (*fold)(double)) {
@@ -261,7 +277,18 @@ class c_writer {
         e += "(";
         append_operand(e, a);
         e += ")";
-        return statement(e);
+        // Monotone functions map the ends; the others have ranges of their own.
+        range r = bounds(a), m = widen({fold(r.lo), fold(r.hi)});
+        bool monotone = !std::strcmp(f, "std::exp") || !std::strcmp(f, "std::sinh") ||
+                        !std::strcmp(f, "std::tanh") || !std::strcmp(f, "std::sqrt") ||
+                        !std::strcmp(f, "std::log");
+        if (!std::strcmp(f, "std::sqrt") && r.lo < 0) m.lo = 0;
+        if (!std::strcmp(f, "std::log") && !(r.lo > 0)) m = everything;
+        if (!monotone) m = everything;
+        if (!std::strcmp(f, "std::sin") || !std::strcmp(f, "std::cos")) m = {-1.0, 1.0};
+        if (!std::strcmp(f, "std::cosh")) m = {1.0, HUGE_VAL};
+        if (!std::strcmp(f, "std::fabs")) m = {0.0, HUGE_VAL};
+        return statement(e, m);
     }
 
     operand add(operand a, operand b) {
@@ -289,33 +316,95 @@ class c_writer {
         if (!a.temp && !b.temp) return known(a.value / b.value);
         if (is_known(b, 1.0)) return a;
         if (is_known(a, 0.0)) return known(0.0);
+        // A / 2^k is A * 2^-k exactly: the multiplication is cheaper.
+        int e;
+        if (!b.temp && std::isfinite(b.value) && std::frexp(b.value, &e) == 0.5 && e > -1000 &&
+            e < 1000)
+            return mul(a, known(1.0 / b.value));
         return infix(a, "/", b, false);
     }
     operand neg(operand a) {
         if (!a.temp) return known(-a.value);
         text_type e = "-";
         append_operand(e, a);
-        return statement(e);
+        range r = bounds(a);
+        return statement(e, {-r.hi, -r.lo});
     }
 
     // "if (<condition>) return <status>;", with @ standing for `a` and # for `b`.
     void check(const char* condition, operand a, operand b, int code) {
-        body += "    if (";
+        text_type line = "    if (";
         for (const char* c = condition; *c; ++c) {
             if (*c == '@')
-                append_operand(body, a);
+                append_operand(line, a);
             else if (*c == '#')
-                append_operand(body, b);
+                append_operand(line, b);
             else
-                body += *c;
+                line += *c;
         }
-        append_format(body, ") return %d;\n", status_of(code));
+        append_format(line, ") return %d;\n", status_of(code));
+        lines_.push_back({0, line});
+    }
+
+    // The statements that the outputs and the checks need, in order: a speculative one
+    // (the COSH next to a SINH whose slope is not asked for) is left out.
+    void append_live(text_type& out, const operand* outputs, int n) const {
+        std::vector<char, vorx_std_allocator<char>> live(count_ + 1, 0);
+        for (int i = 0; i < n; ++i) live[outputs[i].temp] = 1;
+        for (size_t k = lines_.size(); k-- > 0;) {
+            const line& l = lines_[k];
+            if (l.temp && !live[l.temp]) continue;
+            // The operands named in the line, past its own "tN =".
+            const char* c = l.text.c_str();
+            if (l.temp) c = std::strchr(c, '=');
+            for (; *c; ++c)
+                if (*c == 't' && std::isdigit((unsigned char)c[1]) &&
+                    !std::isalnum((unsigned char)c[-1]))
+                    live[std::atoi(c + 1)] = 1;
+        }
+        for (const line& l : lines_)
+            if (!l.temp || live[l.temp]) out += l.text;
     }
 
   private:
+    // One ulp outward on each side, for the rounding of the bounds themselves; NaN (from
+    // 0 * inf or inf - inf) knows nothing.
+    static range widen(range r) {
+        if (std::isnan(r.lo) || std::isnan(r.hi)) return everything;
+        return {std::nextafter(r.lo, -HUGE_VAL), std::nextafter(r.hi, HUGE_VAL)};
+    }
+
+    range infix_range(operand a, char op, operand b) const {
+        range x = bounds(a), y = bounds(b);
+        if (op == '+') return widen({x.lo + y.lo, x.hi + y.hi});
+        if (op == '-') return widen({x.lo - y.hi, x.hi - y.lo});
+        if (op != '*') return everything;
+        // A square is never negative, whatever its factor's range.
+        if (a.temp && a.temp == b.temp) {
+            double l2 = x.lo * x.lo, h2 = x.hi * x.hi;
+            range r = widen({std::min(l2, h2), std::max(l2, h2)});
+            if (x.lo <= 0 && x.hi >= 0) r.lo = 0;
+            return r;
+        }
+        double p[4] = {x.lo * y.lo, x.lo * y.hi, x.hi * y.lo, x.hi * y.hi};
+        range r = {p[0], p[0]};
+        for (double v : p) {
+            if (std::isnan(v)) return everything;
+            r.lo = std::min(r.lo, v);
+            r.hi = std::max(r.hi, v);
+        }
+        return widen(r);
+    }
+
+    struct line {
+        int temp;  // the variable the line defines; 0 for a check
+        text_type text;
+    };
     int inputs_;
     bool gradient_;
     int count_ = 0;
+    std::vector<line, vorx_std_allocator<line>> lines_;
+    std::vector<range, vorx_std_allocator<range>> ranges_ = {everything};
     struct text_hash {
         size_t operator()(const text_type& t) const {
             return std::hash<std::string_view>()(std::string_view(t.data(), t.size()));
@@ -402,6 +491,11 @@ bool collect_polynomial(const law* l, double scale, int& variable, tracked_vecto
     return false;
 }
 
+// Whether a value in `r` may lie below `tiny` in size.
+bool might_be_tiny(c_writer::range r) {
+    return !(r.lo >= tiny || r.hi <= -tiny);
+}
+
 class c_function_builder {
   public:
     c_function_builder(int inputs, bool gradient) : w(inputs, gradient) {}
@@ -465,8 +559,9 @@ dual c_function_builder::power(const law* l, const dual& a, const dual& b) {
     if (fixed_exponent) {
         double k = e.value;
         // The tree's domain: 0 to a power <= 0, a negative base to a non-integral power.
-        if (k <= 0 && (u.temp || u.value == 0.0)) w.check("@ == 0.0", u, u, LAW_EXPONENT);
-        if (k != std::trunc(k) && (u.temp || u.value < 0.0)) w.check("@ < 0.0", u, u, LAW_EXPONENT);
+        c_writer::range ru = w.bounds(u);
+        if (k <= 0 && !(ru.lo > 0 || ru.hi < 0)) w.check("@ == 0.0", u, u, LAW_EXPONENT);
+        if (k != std::trunc(k) && !(ru.lo >= 0)) w.check("@ < 0.0", u, u, LAW_EXPONENT);
         if (k == std::trunc(k) && std::fabs(k) <= max_horner_degree) {
             int n = (int)std::fabs(k);
             if (n == 0) {
@@ -550,23 +645,24 @@ dual c_function_builder::build(const law* l) {
         }
         // LN: ln(u)' = u' / u, for u > 0
         if (t == natural_log_law::id()) {
-            if (u.temp || u.value <= 0.0) w.check("@ <= 0.0", u, u, LAW_LN);
+            if (!(w.bounds(u).lo > 0.0)) w.check("@ <= 0.0", u, u, LAW_LN);
             return chain(a, w.call("std::log", u, fold_log),
                          gradient() ? w.div(known(1.0), u) : known(0.0));
         }
         // SQRT: sqrt(u)' = u' / (2 sqrt(u)), for u >= 0
         if (t == sqrt_law::id()) {
-            if (u.temp || u.value < 0.0) w.check("@ < 0.0", u, u, LAW_SQRT);
+            if (!(w.bounds(u).lo >= 0.0)) w.check("@ < 0.0", u, u, LAW_SQRT);
             operand v = w.call("std::sqrt", u, fold_sqrt);
             return chain(a, v, gradient() ? w.div(known(0.5), v) : known(0.0));
         }
         // ABS: |u|' = sign(u) u'
         if (t == abs_law::id()) {
-            operand sign = known(u.value < 0 ? -1.0 : 1.0);
+            // The tree's slope is SET(u) - (1 - SET(u)): -1 at u = 0.
+            operand sign = known(u.value > 0 ? 1.0 : -1.0);
             if (u.temp && gradient()) {
                 text_type e;
                 w.append_operand(e, u);
-                e += " < 0.0 ? -1.0 : 1.0";
+                e += " > 0.0 ? 1.0 : -1.0";
                 sign = w.statement(e);
             }
             return chain(a, w.call("std::fabs", u, fold_fabs), sign);
@@ -615,7 +711,7 @@ dual c_function_builder::build(const law* l) {
         // (a / b)' = (a' - (a/b) b') / b; 0/0 is the tree's limit step, reported here.
         if (t == division_law::id()) {
             operand na = da[0], nb = db[0];
-            if ((na.temp || std::fabs(na.value) < tiny) && (nb.temp || std::fabs(nb.value) < tiny))
+            if (might_be_tiny(w.bounds(na)) && might_be_tiny(w.bounds(nb)))
                 w.check("std::fabs(@) < 1e-15 && std::fabs(#) < 1e-15", na, nb, LAW_LHOSPITAL);
             r[0] = w.div(na, nb);
             for (int i = 1; i < w.width(); ++i) r[i] = w.div(w.sub(da[i], w.mul(r[0], db[i])), nb);
@@ -643,7 +739,7 @@ char* law_to_c_function(const law* l, const char* function_name, int with_gradie
                          : "(const double* x, double* value) {\n";
     out += "    (void)x;\n";
     if (with_gradient) out += "    (void)gradient;\n";
-    out += b.w.body;
+    b.w.append_live(out, result.data(), with_gradient ? n + 1 : 1);
     out += "    value[0] = ";
     b.w.append_operand(out, result[0]);
     out += ";\n";

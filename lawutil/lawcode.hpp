@@ -87,7 +87,8 @@ char* lawcode(const law* l, const char* function_name = "make_law");
 // (forward mode), not written out as a separate tree.
 //
 // Domain errors: where the law's evaluate would raise, the function returns a non-zero
-// status and leaves its outputs unspecified; law_c_status_error(status) turns it back
+// status and leaves its outputs unspecified (a check that the bounds of its operand rule
+// out, such as the one of SQRT(1+X^2), is left out); law_c_status_error(status) turns it back
 // into the lawutil error code (LAW_LN, LAW_SQRT, LAW_EXPONENT).  One case differs from
 // the tree: a quotient whose numerator and denominator are both below 1e-15, which the
 // tree resolves by one L'Hospital step, returns the status of LAW_LHOSPITAL.  The

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 namespace {
 
@@ -101,5 +102,43 @@ void build_lawcode_cases(std::vector<law*>& out) {
             }
         }
         out.push_back(pool.back().share_out());
+    }
+}
+
+const double c_function_points[][3] = {{-1.7, 0.7, 0.2},  {-0.6, 0.7, -1.1}, {0.0, 0.0, 0.0},
+                                       {0.35, -0.4, 1.3}, {0.5, 0.5, 0.5},   {0.8, 1.9, -0.3},
+                                       {2.3, 0.7, 2.0}};
+const int c_function_point_count = sizeof c_function_points / sizeof c_function_points[0];
+
+void build_c_function_cases(std::vector<law*>& out) {
+    const char* texts[] = {
+        "X^2+SIN(X)", "(X^3-2*X+1)/(X^2+1)", "EXP(-(X^2))*COS(10*X)", "SQRT(1+X^2)+LN(1+X^2)",
+        "1+2*X+3*X^2+4*X^3+5*X^4+6*X^5+7*X^6+8*X^7+9*X^8", "SIN(X)*COS(X)+EXP(X/3)*SINH(X/2)",
+        "X^2*Y+SIN(X*Y)+Y^3", "SIN(COS(SIN(COS(X+1)+2)+3)+4)*EXP(-ABS(X))",
+        // one per rule, domain errors included
+        "LN(X)", "SQRT(X-0.5)", "X^0.5", "X^-2", "X^0", "X^Y", "(-2)^Y", "X^1.5*Y",
+        "(X-0.5)/(X-0.5)", "1/X", "TANH(X)*COSH(Y)-ABS(X-Y)", "PI*X^3-E", "(X^2+3*X)^3",
+        "-(X-Z)*(Y+2)", "X-X^2-(3-X)^2", "SQRT(X*X)+LN(2)*Z", "4", "Z^7-Z^6+Z/4"};
+    for (const char* t : texts) add_text(out, t);
+
+    // Random compositions of the baked classes over X, Y and Z.
+    const char* unary[] = {"SIN", "COS", "EXP", "LN", "SQRT", "ABS", "SINH", "COSH", "TANH", "-"};
+    const char* binary[] = {"+", "-", "*", "/", "^"};
+    unsigned state = 777;
+    auto next = [&state](size_t n) {
+        state = state * 1103515245u + 12345u;
+        return (state >> 16) % (unsigned)n;
+    };
+    for (int made = 0; made < 60; ++made) {
+        std::vector<std::string> pool = {"X", "Y", "Z", "0.5", "2", "3"};
+        for (int step = 0; step < 5; ++step) {
+            const std::string& a = pool[pool.size() - 1 - next(3)];
+            const std::string& b = next(3) == 0 ? a : pool[next(pool.size())];
+            if (next(2))
+                pool.push_back(std::string(unary[next(10)]) + "(" + a + ")");
+            else
+                pool.push_back("(" + a + ")" + binary[next(5)] + "(" + b + ")");
+        }
+        add_text(out, pool.back().c_str());
     }
 }

@@ -10,3 +10,17 @@
 
 // Appends the cases to `out`; each element is one reference the caller releases.
 void build_lawcode_cases(std::vector<law*>& out);
+
+// Scalar laws of the classes law_to_c_function bakes, with points of domain errors among
+// the sample points: the evaluation workload, one law per rule, and random compositions.
+void build_c_function_cases(std::vector<law*>& out);
+
+// The points where the generated functions are compared with the tree (three inputs).
+extern const double c_function_points[][3];
+extern const int c_function_point_count;
+
+// A generated evaluation function with the gradient, and the one of the value alone.
+struct generated_eval {
+    int (*with_gradient)(const double* x, double* value, double* gradient);
+    int (*value_only)(const double* x, double* value);
+};
