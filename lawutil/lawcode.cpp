@@ -68,6 +68,8 @@ void append_double(text_type& out, double v) {
         out += "std::nan(\"\")";
     else if (std::isinf(v))
         out += v > 0 ? "HUGE_VAL" : "-HUGE_VAL";
+    else if (v == 0.0 && std::signbit(v))
+        out += "-0.0";  // "-0" would be the integer 0
     else
         append_format(out, "%.17g", v);
 }
@@ -482,7 +484,8 @@ bool collect_polynomial(const law* l, double scale, int& variable, tracked_vecto
         b->isa(constant_law::id())) {
         double k = static_cast<const constant_law*>(b)->value();
         int i = static_cast<const identity_law*>(a)->fwhich();
-        if (k < 0 || k > max_horner_degree || k != std::trunc(k)) return false;
+        // X^0 stays out: the tree raises for 0^0.
+        if (k < 1 || k > max_horner_degree || k != std::trunc(k)) return false;
         if (variable >= 0 && variable != i) return false;
         variable = i;
         c[(int)k] += scale;

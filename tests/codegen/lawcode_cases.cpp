@@ -65,7 +65,7 @@ void build_lawcode_cases(std::vector<law*>& out) {
                            "ARCTAN(X+0.3,0.7)",
                            "SIN(X)O(X*X)",
                            "A1+B2*Z+T",
-                           "0.1+1e-300*X-2.5e+300",
+                           "0.1+1e-300*X-2.5e+300+(-0)*X",
                            "PI*E+TRUE-FALSE",
                            "MAX(X,Y,Z,1)"};
     size_t workload_end = out.size() + 8;
@@ -118,7 +118,7 @@ void build_c_function_cases(std::vector<law*>& out) {
         // one per rule, domain errors included
         "LN(X)", "SQRT(X-0.5)", "X^0.5", "X^-2", "X^0", "X^Y", "(-2)^Y", "X^1.5*Y",
         "(X-0.5)/(X-0.5)", "1/X", "TANH(X)*COSH(Y)-ABS(X-Y)", "PI*X^3-E", "(X^2+3*X)^3",
-        "-(X-Z)*(Y+2)", "X-X^2-(3-X)^2", "SQRT(X*X)+LN(2)*Z", "4", "Z^7-Z^6+Z/4"};
+        "-(X-Z)*(Y+2)", "X^0+X^2+X", "X-X^2-(3-X)^2", "SQRT(X*X)+LN(2)*Z", "4", "Z^7-Z^6+Z/4"};
     for (const char* t : texts) add_text(out, t);
 
     // Random compositions of the baked classes over X, Y and Z.
