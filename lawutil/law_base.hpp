@@ -55,6 +55,11 @@ int new_law_id();
         return #cls;                               \
     }
 
+// Declares a class's singularities override (the list is documented at law::singularities).
+#define LAW_SINGULARITIES_DECL                                              \
+    int singularities(double** where, int** type, double start, double end, \
+                      double** period = nullptr) const override;
+
 #define LAW_TYPE_DEF(cls)                            \
     int cls::id() {                                  \
         static const int type_number = new_law_id(); \
@@ -128,6 +133,22 @@ class law : public VORX_OBJECT {
     // 22-26: domains.
     virtual int term_domain(int which, interval& dom) const;
     virtual int in_domain(const double* x) const;
+    // The isolated singular points of a law of one input over [start, end]: two parallel
+    // arrays, positions ascending and a kind code each (law_singularity_kind, root.hpp):
+    // -1 pole, 0 jump in value, 1 break where the value is continuous.  The arrays (and
+    // `period`, a one-element array given only when a periodic list was cut to one period
+    // because the range holds too many points) belong to the caller; null when empty.
+    // Reported where it is cheap and exact, for arguments linear in the input:
+    //   -1: TAN, SEC (argument at pi/2 + k*pi), COT, CSC (at k*pi), COTH, CSCH (at 0),
+    //       A/B at the zero of a linear B where A is not 0, B^c (c < 0 constant) at the
+    //       zero of a linear B;
+    //    0: FLOOR, CEIL (argument whole), A MOD c (A a multiple of c), the comparisons
+    //       <, >, <=, >=, =, != of linear sides where they switch, STEP and PIECEWISE
+    //       breaks whose sides differ there;
+    //    1: ABS (argument 0), STEP and PIECEWISE breaks whose sides agree there.
+    // Negation, sums, differences and products pass on their operands' points, AND / OR
+    // their conditions', A/B and B^c their A's or B's, STEP and PIECEWISE those of the
+    // part in force at the point.  Every other law reports none.
     virtual int singularities(double** where, int** type, double start, double end,
                               double** period = nullptr) const;
     virtual law* set_domain(interval* dom, int flag = 0) const;

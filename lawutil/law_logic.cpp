@@ -4,10 +4,12 @@
 #include <cstring>
 
 #include "base/interval.hpp"
+#include "base/tolerance.hpp"
 #include "lawutil/diff.hpp"
 #include "lawutil/law_data.hpp"
 #include "lawutil/law_unary.hpp"
 #include "lawutil/main_law_arith.hpp"
+#include "lawutil/root.hpp"
 #include "lawutil/simplfy.hpp"
 
 LAW_TYPE_DEF(predicate_law)
@@ -939,6 +941,124 @@ law* derivative_law::deriv(int which) const {
         parts.set(2, VORX_NEW constant_law(1));
     }
     return VORX_NEW derivative_law(parts.get(), 3);
+}
+
+// ================================================================ singular points
+
+namespace {
+
+// The value of a scalar law at x, or NaN where it cannot be evaluated there.
+double value_or_nan(const law* l, double x) {
+    try {
+        return l->eval(x);
+    } catch (const vorx_exception&) {
+        return std::nan("");
+    }
+}
+
+// The kind of a break at x between two scalar parts (null: the value 0).
+int break_kind(const law* left, const law* right, double x) {
+    double a = left ? value_or_nan(left, x) : 0.0;
+    double b = right ? value_or_nan(right, x) : 0.0;
+    return std::fabs(a - b) <= resabs ? law_singular_break : law_singular_jump;
+}
+
+}  // namespace
+
+// A<B and the other comparisons of linear sides: a jump where they cross.
+// AND, OR: their conditions' points.
+int predicate_law::singularities(double** where, int** kind, double lo, double hi,
+                                 double** period) const {
+    if (isa(and_law::id()) || isa(or_law::id()))
+        return operand_singularities(this, left_, right_, where, kind, lo, hi, period);
+    singularity_list s(lo, hi);
+    double cl, sl, cr, sr;
+    if (take_dim() <= 1 && linear_coefficients(left_, cl, sl) &&
+        linear_coefficients(right_, cr, sr) && sl != sr)
+        s.add((cr - cl) / (sl - sr), law_singular_jump);
+    return s.finish(where, kind, period);
+}
+
+// A MOD c: jumps where A is a whole multiple of the constant c
+int mod_law::singularities(double** where, int** kind, double lo, double hi,
+                           double** period) const {
+    singularity_list s(lo, hi);
+    double c, slope;
+    if (take_dim() <= 1 && linear_coefficients(right_, c, slope) && slope == 0.0 && c != 0.0)
+        s.add_linear_lattice(left_, 0.0, std::fabs(c), law_singular_jump);
+    return s.finish(where, kind, period);
+}
+
+// STEP(A,c1,B,...): each breakpoint, a jump unless its two sides agree there; each
+// part's own points within its piece.
+int step_law::singularities(double** where, int** kind, double lo, double hi,
+                            double** period) const {
+    singularity_list s(lo, hi);
+    if (!subs_ || take_dim() > 1) return s.finish(where, kind, period);
+    // The part in force at x (just below x when `below`).
+    auto part_at = [this](double x, bool below) {
+        for (int i = 1; i < count_; i += 2) {
+            double c = subs_[i]->eval(0.0);
+            if (below ? c >= x : c > x) return i - 1;
+        }
+        return count_ - 1;
+    };
+    bool scalar = returns_scalar();
+    for (int i = 1; i < count_; i += 2) {
+        double c = subs_[i]->eval(0.0);
+        int left = part_at(c, true), right = part_at(c, false);
+        if (left == right) continue;
+        s.add(c, scalar ? break_kind(subs_[left], subs_[right], c) : law_singular_jump);
+    }
+    for (int j = 0; j < count_; j += 2) {
+        int first = s.count();
+        s.add_law(subs_[j]);
+        s.keep_from(first, [&](double x) { return part_at(x, false) == j; });
+    }
+    return s.finish(where, kind, period);
+}
+
+// PIECEWISE(c1,A,...,D): where a condition switches the part in force, a jump unless
+// the two parts agree there; each part's own points where it is in force.
+int piecewise_law::singularities(double** where, int** kind, double lo, double hi,
+                                 double** period) const {
+    singularity_list s(lo, hi);
+    if (!subs_ || take_dim() > 1) return s.finish(where, kind, period);
+    // The index of the part in force at x; -1 for the value 0, -2 where a condition
+    // cannot be evaluated.
+    auto part_at = [this](double x) {
+        for (int i = 0; i + 1 < count_; i += 2) {
+            double c = value_or_nan(subs_[i], x);
+            if (std::isnan(c)) return -2;
+            if (c != 0.0) return i + 1;
+        }
+        return count_ % 2 ? count_ - 1 : -1;
+    };
+    singularity_list conditions(lo, hi);
+    for (int i = 0; i + 1 < count_; i += 2) conditions.add_law(subs_[i]);
+    bool scalar = returns_scalar();
+    for (int k = 0; k < conditions.count(); ++k) {
+        double x = conditions.position(k);
+        double d = resabs * 0.5 + std::fabs(x) * 1e-12;
+        int left = part_at(x - d), right = part_at(x + d);
+        if (left == right && left != -2) continue;
+        int kind_here = law_singular_jump;
+        if (scalar && left >= -1 && right >= -1)
+            kind_here = break_kind(left >= 0 ? subs_[left] : nullptr,
+                                   right >= 0 ? subs_[right] : nullptr, x);
+        s.add(x, kind_here);
+    }
+    for (int j = 1; j < count_; j += 2) {
+        int first = s.count();
+        s.add_law(subs_[j]);
+        s.keep_from(first, [&](double x) { return part_at(x) == j; });
+    }
+    if (count_ % 2) {
+        int first = s.count();
+        s.add_law(subs_[count_ - 1]);
+        s.keep_from(first, [&](double x) { return part_at(x) == count_ - 1; });
+    }
+    return s.finish(where, kind, period);
 }
 
 // ================================================================ registration

@@ -47,6 +47,7 @@ class law_scratch {
 // a derivative of 0 wherever it exists.
 class predicate_law : public binary_law {
     LAW_TYPE_DECL(predicate_law, binary_law)
+    LAW_SINGULARITIES_DECL
     predicate_law(law* left, law* right);
     int precedence() const override { return 4; }
 
@@ -139,6 +140,7 @@ class or_law : public predicate_law {
 // ignored and the slope of A is deliberately not passed on.
 class mod_law : public binary_law {
     LAW_TYPE_DECL(mod_law, binary_law)
+    LAW_SINGULARITIES_DECL
     mod_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -159,6 +161,7 @@ class mod_law : public binary_law {
 // LAW_STEP_ORDER (breakpoints decreasing).
 class step_law : public multiple_law {
     LAW_TYPE_DECL(step_law, multiple_law)
+    LAW_SINGULARITIES_DECL
     step_law(law** parts, int n);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -177,6 +180,7 @@ class step_law : public multiple_law {
 // when no condition holds.
 class piecewise_law : public multiple_law {
     LAW_TYPE_DECL(piecewise_law, multiple_law)
+    LAW_SINGULARITIES_DECL
     piecewise_law(law** parts, int n);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;

@@ -7,6 +7,7 @@
 #include "base/geom_utils.hpp"
 #include "base/interval.hpp"
 #include "lawutil/main_law_arith.hpp"
+#include "lawutil/root.hpp"
 #include "lawutil/simplfy.hpp"
 
 namespace {
@@ -808,6 +809,32 @@ law* sqrt_law::sub_simplify(int, const char*& what) const {
     law_holder half(VORX_NEW constant_law(0.5));
     return simplify_fired(VORX_NEW exponent_law(sub_, half.get()), what, "sqrt(x)=x^.5");
 }
+
+// ================================================================ singular points
+
+// Each member answers over an argument linear in the input; anything else has none here.
+#define LAW_UNARY_SINGULARITIES(cls, call)                                                    \
+    int cls::singularities(double** where, int** kind, double lo, double hi, double** period) \
+        const {                                                                               \
+        singularity_list s(lo, hi);                                                           \
+        s.call;                                                                               \
+        return s.finish(where, kind, period);                                                 \
+    }
+
+// TAN, SEC: poles where the argument is pi/2 + k*pi
+LAW_UNARY_SINGULARITIES(tan_law, add_linear_lattice(fsub(), half_pi, pi, law_singular_pole))
+LAW_UNARY_SINGULARITIES(sec_law, add_linear_lattice(fsub(), half_pi, pi, law_singular_pole))
+// COT, CSC: poles where the argument is k*pi
+LAW_UNARY_SINGULARITIES(cot_law, add_linear_lattice(fsub(), 0.0, pi, law_singular_pole))
+LAW_UNARY_SINGULARITIES(csc_law, add_linear_lattice(fsub(), 0.0, pi, law_singular_pole))
+// COTH, CSCH: a pole where the argument is 0
+LAW_UNARY_SINGULARITIES(coth_law, add_linear_zero(fsub(), law_singular_pole))
+LAW_UNARY_SINGULARITIES(csch_law, add_linear_zero(fsub(), law_singular_pole))
+// FLOOR, CEIL: jumps where the argument is whole
+LAW_UNARY_SINGULARITIES(floor_law, add_linear_lattice(fsub(), 0.0, 1.0, law_singular_jump))
+LAW_UNARY_SINGULARITIES(ceil_law, add_linear_lattice(fsub(), 0.0, 1.0, law_singular_jump))
+// ABS: a kink where the argument is 0
+LAW_UNARY_SINGULARITIES(abs_law, add_linear_zero(fsub(), law_singular_break))
 
 // ================================================================ registration
 

@@ -84,6 +84,7 @@ class exp_law : public unary_law {
 
 class floor_law : public unary_law {
     LAW_TYPE_DECL(floor_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(floor_law)
 
   protected:
@@ -92,6 +93,7 @@ class floor_law : public unary_law {
 
 class ceil_law : public unary_law {
     LAW_TYPE_DECL(ceil_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(ceil_law)
 
   protected:
@@ -127,6 +129,7 @@ class cos_law : public unary_law {
 // TAN(g): g is reduced by steps of pi/2 (not the period) before the tangent is taken.
 class tan_law : public unary_law {
     LAW_TYPE_DECL(tan_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(tan_law)
     int in_domain(const double* x) const override;
 
@@ -136,6 +139,7 @@ class tan_law : public unary_law {
 
 class cot_law : public unary_law {
     LAW_TYPE_DECL(cot_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(cot_law)
     int in_domain(const double* x) const override;
 
@@ -146,6 +150,7 @@ class cot_law : public unary_law {
 // SEC(g): reduced like TAN.
 class sec_law : public unary_law {
     LAW_TYPE_DECL(sec_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(sec_law)
     int in_domain(const double* x) const override;
 
@@ -155,6 +160,7 @@ class sec_law : public unary_law {
 
 class csc_law : public unary_law {
     LAW_TYPE_DECL(csc_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(csc_law)
     int in_domain(const double* x) const override;
 
@@ -243,6 +249,7 @@ class tanh_law : public unary_law {
 
 class coth_law : public unary_law {
     LAW_TYPE_DECL(coth_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(coth_law)
     int in_domain(const double* x) const override;
 
@@ -262,6 +269,7 @@ class sech_law : public unary_law {
 // CSCH(g): exactly 0 beyond |g| > 200.
 class csch_law : public unary_law {
     LAW_TYPE_DECL(csch_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(csch_law)
     int in_domain(const double* x) const override;
 
@@ -331,6 +339,7 @@ class arccsch_law : public unary_law {
 
 class abs_law : public unary_law {
     LAW_TYPE_DECL(abs_law, unary_law)
+    LAW_SINGULARITIES_DECL
     LAW_UNARY_FUNCTION_MEMBERS(abs_law)
 
   protected:

@@ -21,6 +21,7 @@
 #include "lawutil/main_law.hpp"
 #include "lawutil/main_law_arith.hpp"
 #include "lawutil/main_law_err.hpp"
+#include "lawutil/open_set.hpp"
 #include "lawutil/root.hpp"
 #include "lawutil/root_2d.hpp"
 #include "lawutil/root_min.hpp"

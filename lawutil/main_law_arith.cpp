@@ -14,6 +14,7 @@
 #include "lawutil/law_unary.hpp"
 #include "lawutil/law_vector.hpp"
 #include "lawutil/main_law.hpp"
+#include "lawutil/root.hpp"
 #include "lawutil/simplfy.hpp"
 
 LAW_TYPE_DEF(plus_law)
@@ -1020,6 +1021,51 @@ char* false_law::string(law_symbol_type type, int&, law_data_node*&) const {
 
 constant_law* false_law::make_one(double) const {
     return VORX_NEW false_law;
+}
+
+// ================================================================ singular points
+
+// -A, A+B, A-B, A*B: the operands' points (a product may cancel one; it is still listed)
+#define LAW_OPERAND_SINGULARITIES(cls, a, b)                                                  \
+    int cls::singularities(double** where, int** kind, double lo, double hi, double** period) \
+        const {                                                                               \
+        return operand_singularities(this, a, b, where, kind, lo, hi, period);                \
+    }
+LAW_OPERAND_SINGULARITIES(negate_law, sub_, nullptr)
+LAW_OPERAND_SINGULARITIES(plus_law, left_, right_)
+LAW_OPERAND_SINGULARITIES(minus_law, left_, right_)
+LAW_OPERAND_SINGULARITIES(times_law, left_, right_)
+
+// A/B: A's points, and a pole at the zero of a linear B unless A vanishes there too
+int division_law::singularities(double** where, int** kind, double lo, double hi,
+                                double** period) const {
+    singularity_list s(lo, hi);
+    double c, slope;
+    if (take_dim() <= 1) {
+        s.add_law(left_);
+        if (left_->returns_scalar() && linear_coefficients(right_, c, slope) && slope != 0.0) {
+            double x = -c / slope;
+            bool removable = false;
+            try {
+                removable = std::fabs(left_->eval(x)) < 1e-15;
+            } catch (const vorx_exception&) {
+            }
+            if (!removable) s.add(x, law_singular_pole);
+        }
+    }
+    return s.finish(where, kind, period);
+}
+
+// A^c, c constant: A's points, and a pole at the zero of a linear A when c < 0
+int exponent_law::singularities(double** where, int** kind, double lo, double hi,
+                                double** period) const {
+    singularity_list s(lo, hi);
+    double c, slope;
+    if (take_dim() <= 1 && linear_coefficients(right_, c, slope) && slope == 0.0) {
+        s.add_law(left_);
+        if (c < 0.0) s.add_linear_zero(left_, law_singular_pole);
+    }
+    return s.finish(where, kind, period);
 }
 
 // ================================================================ registration

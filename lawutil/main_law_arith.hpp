@@ -8,6 +8,7 @@
 // A + B.  A scalar added to a vector changes only the vector's first component.
 class plus_law : public binary_law {
     LAW_TYPE_DECL(plus_law, binary_law)
+    LAW_SINGULARITIES_DECL
     plus_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
@@ -25,6 +26,7 @@ class plus_law : public binary_law {
 // A - B, component-wise like plus_law.
 class minus_law : public binary_law {
     LAW_TYPE_DECL(minus_law, binary_law)
+    LAW_SINGULARITIES_DECL
     minus_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
@@ -40,6 +42,7 @@ class minus_law : public binary_law {
 // A * B; at most one side may be a vector (checked when evaluated).
 class times_law : public binary_law {
     LAW_TYPE_DECL(times_law, binary_law)
+    LAW_SINGULARITIES_DECL
     times_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
@@ -58,6 +61,7 @@ class times_law : public binary_law {
 // L'Hospital step; a vector numerator divides by a denominator clamped away from zero.
 class division_law : public binary_law {
     LAW_TYPE_DECL(division_law, binary_law)
+    LAW_SINGULARITIES_DECL
     division_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
@@ -75,6 +79,7 @@ class division_law : public binary_law {
 // negative; in_domain is looser there and also rejects results beyond e^100.
 class exponent_law : public binary_law {
     LAW_TYPE_DECL(exponent_law, binary_law)
+    LAW_SINGULARITIES_DECL
     exponent_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
@@ -91,6 +96,7 @@ class exponent_law : public binary_law {
 // -A, component-wise.
 class negate_law : public unary_law {
     LAW_TYPE_DECL(negate_law, unary_law)
+    LAW_SINGULARITIES_DECL
     explicit negate_law(law* sub);
     void evaluate(const double* x, double* y) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
