@@ -27,4 +27,5 @@
 #include "lawutil/root_min.hpp"
 #include "lawutil/simplfy.hpp"
 #include "lawutil/sw_curve.hpp"
+#include "lawutil/sw_curve_approx.hpp"
 #include "lawutil/sw_curve_util.hpp"
