@@ -30,7 +30,11 @@
 // whose error e exceeds the target into k = ceil((2e/target)^(1/(p+1))) equal spans (2 to
 // 16), the count the h^(p+1) error law predicts for half the target; refit and repeat.
 // A smooth law converges in a few passes; a corner that nobody reported is approached
-// by repeated sixteenfold splits.
+// by repeated sixteenfold splits.  Splitting overshoots (whole pieces, the margin), so
+// once every span passes, the knots are placed afresh by equidistribution: each span's
+// constant c = e/h^(p+1) gives a density (c/(0.8·target))^(1/(p+1)) spans per unit
+// parameter, its integral the count, and the knots split the integral evenly; that layout
+// is fitted, refined where it falls short, and kept when it has fewer spans.
 // Invariants: every span of a piece carries the measured error of the current fit on it;
 // the end control points are the law's values at the piece's ends.
 // Cap: when the spans would exceed max_spans, a span would become shorter than 64 ulps of
@@ -362,7 +366,7 @@ struct approx_state {
 };
 
 // Splits the failing spans until every span is within the target.
-void refine(piece& pc, approx_state& st) {
+void refine_loop(piece& pc, approx_state& st) {
     const int p = pc.p;
     for (int pass = 0;; ++pass) {
         if (pass >= 100) sys_error(BS_ACCURACY);
@@ -395,6 +399,44 @@ void refine(piece& pc, approx_state& st) {
         if (st.total_spans > st.max_spans) sys_error(BS_ACCURACY);
         pc.knots.swap(knots);
     }
+}
+
+// Re-places the knots of a refined piece so that every span would carry the same error,
+// redistribute_fraction of the target, under the h^(p+1) law with each span's own
+// constant; false when that would not save a span.
+constexpr double redistribute_fraction = 0.8;
+bool redistribute(piece& pc, double target) {
+    const int p = pc.p, ns = pc.spans();
+    dvec cum(ns + 1, 0.0);
+    for (int s = 0; s < ns; ++s)
+        cum[s + 1] = cum[s] + std::pow(pc.err[s] / (redistribute_fraction * target), 1.0 / (p + 1));
+    const int n = std::max(1, (int)std::ceil(cum[ns]));
+    if (n >= ns) return false;
+    dvec knots(pc.knots.begin(), pc.knots.begin() + p + 1);
+    int s = 0;
+    for (int j = 1; j < n; ++j) {
+        const double v = cum[ns] * j / n;
+        while (cum[s + 1] < v) ++s;
+        const double lo = pc.span_lo(s), hi = pc.span_hi(s);
+        knots.push_back(lo + (hi - lo) * (v - cum[s]) / (cum[s + 1] - cum[s]));
+    }
+    knots.insert(knots.end(), p + 1, pc.b);
+    pc.knots.swap(knots);
+    return true;
+}
+
+// Refines, then tries the equidistributed knots (refined again where they fall short) and
+// keeps whichever has fewer spans.
+void refine(piece& pc, approx_state& st) {
+    refine_loop(pc, st);
+    piece trial = pc;
+    if (!redistribute(trial, st.target)) return;
+    st.total_spans += trial.spans() - pc.spans();
+    refine_loop(trial, st);
+    if (trial.spans() < pc.spans())
+        std::swap(pc, trial);
+    else
+        st.total_spans -= trial.spans() - pc.spans();
 }
 
 // One sweep of knot removal (see the design note).
