@@ -58,12 +58,12 @@
 #include "lawutil/law_vector.hpp"
 #include "lawutil/main_law_err.hpp"
 #include "lawutil/root.hpp"
+#include "lawutil/sw_common.hpp"
 #include "lawutil/sw_curve.hpp"
 
 namespace {
 
 using dvec = std::vector<double, vorx_std_allocator<double>>;
-constexpr int max_degree = 7;
 // A span is accepted at this fraction of the tolerance (see the error model).
 constexpr double accept_fraction = 0.999;
 
@@ -96,70 +96,6 @@ void check_law(const law* L) {
     if (!L || L->take_dim() != 1 || L->return_dim() < 1 || L->return_dim() > 3) sys_error(LAW_DIM);
 }
 
-// The p + 1 B-spline basis values at t of the span starting at knot k (U[k] <= t <= U[k+1]),
-// by the Cox-de Boor triangle.
-void basis(const double* U, int p, int k, double t, double* N) {
-    double left[max_degree + 1], right[max_degree + 1];
-    N[0] = 1.0;
-    for (int j = 1; j <= p; ++j) {
-        left[j] = t - U[k + 1 - j];
-        right[j] = U[k + j] - t;
-        double saved = 0.0;
-        for (int r = 0; r < j; ++r) {
-            const double temp = N[r] / (right[r + 1] + left[j - r]);
-            N[r] = saved + right[r + 1] * temp;
-            saved = left[j - r] * temp;
-        }
-        N[j] = saved;
-    }
-}
-
-// Maximises g on [lo, hi] by Brent's method (golden section with parabolic steps), starting
-// from x0 with value g0; returns the largest value seen.
-template <class G>
-double brent_max(G g, double lo, double hi, double x0, double g0) {
-    const double golden = 0.3819660112501051;
-    const double tol = 1e-4 * (hi - lo);
-    double x = x0, w = x0, v = x0, fx = -g0, fw = fx, fv = fx;
-    double d = 0.0, e = 0.0, a = lo, b = hi;
-    for (int it = 0; it < 40; ++it) {
-        const double m = 0.5 * (a + b);
-        if (std::fabs(x - m) <= 2 * tol - 0.5 * (b - a)) break;
-        bool golden_step = true;
-        if (std::fabs(e) > tol) {
-            // Parabola through (v, fv), (w, fw), (x, fx).
-            double r = (x - w) * (fx - fv), q = (x - v) * (fx - fw), s = (x - v) * q - (x - w) * r;
-            q = 2 * (q - r);
-            if (q > 0) s = -s;
-            q = std::fabs(q);
-            if (std::fabs(s) < std::fabs(0.5 * q * e) && s > q * (a - x) && s < q * (b - x)) {
-                e = d;
-                d = s / q;
-                golden_step = false;
-                if ((x + d) - a < 2 * tol || b - (x + d) < 2 * tol) d = x < m ? tol : -tol;
-            }
-        }
-        if (golden_step) {
-            e = (x < m ? b : a) - x;
-            d = golden * e;
-        }
-        const double u = x + (std::fabs(d) >= tol ? d : (d > 0 ? tol : -tol));
-        const double fu = -g(u);
-        if (fu <= fx) {
-            (u < x ? b : a) = x;
-            v = w, fv = fw, w = x, fw = fx, x = u, fx = fu;
-        } else {
-            (u < x ? a : b) = u;
-            if (fu <= fw || w == x) {
-                v = w, fv = fw, w = u, fw = fu;
-            } else if (fu <= fv || v == x || v == w) {
-                v = u, fv = fu;
-            }
-        }
-    }
-    return -fx;
-}
-
 // The largest distance between the law and a curve over [lo, hi]; both are evaluated at
 // t clamped into [flo, fhi] (the ends nudged inward at a jump).  `curve(t, xyz)` writes the
 // curve's point.
@@ -175,7 +111,7 @@ double span_deviation(law_points& f, Curve curve, double lo, double hi, double f
                (a[2] - c[2]) * (a[2] - c[2]);
     };
     const int q = 2 * p + 4;  // sample steps
-    double g[2 * max_degree + 5];
+    double g[2 * sw_max_degree + 5];
     double best = 0.0;
     for (int j = 0; j <= q; ++j) {
         g[j] = d2(j == q ? hi : lo + (hi - lo) * j / q);
@@ -188,8 +124,8 @@ double span_deviation(law_points& f, Curve curve, double lo, double hi, double f
         // Half the largest distance is a quarter of the largest square.
         if (!peak || g[j] < 0.25 * best || g[j] == 0.0) continue;
         const double t = j == q ? hi : lo + step * j;
-        polished = std::max(polished,
-                            brent_max(d2, std::max(lo, t - step), std::min(hi, t + step), t, g[j]));
+        polished = std::max(
+            polished, sw_brent_max(d2, std::max(lo, t - step), std::min(hi, t + step), t, g[j]));
     }
     return std::sqrt(polished);
 }
@@ -263,8 +199,8 @@ struct piece {
     int spans() const { return (int)knots.size() - 2 * p - 1; }
     int points() const { return (int)knots.size() - p - 1; }
     void point(int s, double t, double* xyz) const {
-        double N[max_degree + 1];
-        basis(knots.data(), p, p + s, t, N);
+        double N[sw_max_degree + 1];
+        sw_basis(knots.data(), p, p + s, t, N);
         const double* c = ctrl.data() + 3 * s;
         xyz[0] = xyz[1] = xyz[2] = 0.0;
         for (int r = 0; r <= p; ++r)
@@ -293,13 +229,13 @@ void fit(piece& pc, int i0, int i1, law_points& f) {
     dvec A((size_t)F * w, 0.0), R((size_t)F * 3, 0.0);
     const int m = p + 2;
     const int s_first = std::max(0, i0 - p), s_last = std::min(pc.spans() - 1, i1);
-    double N[max_degree + 1], y[3];
+    double N[sw_max_degree + 1], y[3];
     for (int s = s_first; s <= s_last; ++s) {
         const double lo = pc.span_lo(s), h = pc.span_hi(s) - lo;
         for (int j = 0; j < m; ++j) {
             const double t = lo + h * (j + 0.5) / m;
             f.at(std::min(std::max(t, pc.ea), pc.eb), y);
-            basis(pc.knots.data(), p, p + s, t, N);
+            sw_basis(pc.knots.data(), p, p + s, t, N);
             // The target less the held control points' share.
             for (int r = 0; r <= p; ++r) {
                 const int g = s + r;
@@ -317,37 +253,11 @@ void fit(piece& pc, int i0, int i1, law_points& f) {
             }
         }
     }
-    // A = L L^T in place, L(i, j) at A[i*w + (i - j)].
-    for (int i = 0; i < F; ++i) {
-        for (int j = std::max(0, i - p); j <= i; ++j) {
-            double sum = A[(size_t)i * w + (i - j)];
-            for (int k = std::max(0, i - p); k < j; ++k)
-                sum -= A[(size_t)i * w + (i - k)] * A[(size_t)j * w + (j - k)];
-            if (j == i) {
-                // Positive definite by construction; a collapse means spans too short to
-                // tell apart in doubles.
-                if (!(sum > 0.0)) sys_error(BS_ACCURACY);
-                A[(size_t)i * w] = std::sqrt(sum);
-            } else {
-                A[(size_t)i * w + (i - j)] = sum / A[(size_t)j * w];
-            }
-        }
-    }
-    for (int d = 0; d < 3; ++d) {
-        for (int i = 0; i < F; ++i) {
-            double sum = R[3 * i + d];
-            for (int k = std::max(0, i - p); k < i; ++k)
-                sum -= A[(size_t)i * w + (i - k)] * R[3 * k + d];
-            R[3 * i + d] = sum / A[(size_t)i * w];
-        }
-        for (int i = F - 1; i >= 0; --i) {
-            double sum = R[3 * i + d];
-            for (int k = i + 1; k <= std::min(F - 1, i + p); ++k)
-                sum -= A[(size_t)k * w + (k - i)] * R[3 * k + d];
-            R[3 * i + d] = sum / A[(size_t)i * w];
-        }
-        for (int i = 0; i < F; ++i) pc.ctrl[3 * (i0 + i) + d] = R[3 * i + d];
-    }
+    // Positive definite by construction; a collapse means spans too short to tell apart
+    // in doubles.
+    if (!sw_band_solve(A.data(), F, p, R.data(), 3)) sys_error(BS_ACCURACY);
+    for (int i = 0; i < F; ++i)
+        for (int d = 0; d < 3; ++d) pc.ctrl[3 * (i0 + i) + d] = R[3 * i + d];
 }
 
 void fit_all(piece& pc, law_points& f) {
@@ -483,7 +393,7 @@ sw_curve* law_to_sw_curve(law* L, double start, double end, double tolerance,
                           const sw_curve_approx_options& opt, sw_curve_approx_report* report) {
     check_law(L);
     const int p = opt.degree;
-    if (p < 1 || p > max_degree || opt.max_spans < 1) sys_error(SW_BAD_ORDER);
+    if (p < 1 || p > sw_max_degree || opt.max_spans < 1) sys_error(SW_BAD_ORDER);
     if (!std::isfinite(start) || !std::isfinite(end)) sys_error(LAW_BAD_BOUNDS);
     if (!(end > start)) sys_error(LAW_BAD_DOMAN);
     if (!(tolerance > 0.0) || !std::isfinite(tolerance)) sys_error(BS_ACCURACY);
