@@ -9,7 +9,8 @@
 // Timed: every case at 1e-6, and the 4-turn helix through the parser's law against the
 // same helix as a law written natively (cos, sin, one multiply, inlined; everything else
 // is the same algorithm), in the same run: the ratio is what the law tree costs on top of
-// the approximation itself.  Counters: control points, law evaluations per call.
+// the approximation itself.  Counters: control points, law evaluations per call.  The
+// same for law_to_sw_surface over a sphere patch (0 <= u <= 1.5, -1 <= v <= 1) at 1e-6.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -41,6 +42,30 @@ class native_helix : public law {
     int take_size() const override { return 1; }
     int return_size() const override { return 3; }
 };
+
+// The sphere (cos u cos v, sin u cos v, sin v), natively.
+class native_sphere : public law {
+  public:
+    void evaluate(const double* x, double* y) const override {
+        const double cv = std::cos(x[1]);
+        y[0] = std::cos(x[0]) * cv;
+        y[1] = std::sin(x[0]) * cv;
+        y[2] = std::sin(x[1]);
+    }
+
+  protected:
+    int take_size() const override { return 2; }
+    int return_size() const override { return 3; }
+};
+
+void sphere_bench(benchmark::State& state, const law* L) {
+    sw_surface_approx_report r;
+    for (auto _ : state) delete law_to_sw_surface(const_cast<law*>(L), 0, 1.5, -1, 1, 1e-6, {}, &r);
+    state.counters["points"] = r.control_points;
+    state.counters["patches"] = r.patches_u * r.patches_v;
+    state.counters["evals"] = (double)r.evaluations;
+    state.counters["err/tol"] = r.max_error / 1e-6;
+}
 
 sw_curve_approx_report run(const law* L, const approx_case& c, double tol, sw_approx_strategy s) {
     sw_curve_approx_options o;
@@ -99,6 +124,14 @@ const bool registered = [] {
     })->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("helix4_1e-6/native", [](benchmark::State& s) {
         approx_case_bench(s, native.get(), helix, 1e-6);
+    })->Unit(benchmark::kMillisecond);
+    static law_holder sphere(str_to_law("VEC(COS(X)*COS(Y),SIN(X)*COS(Y),SIN(Y))"));
+    static law_holder native_s(VORX_NEW native_sphere);
+    benchmark::RegisterBenchmark("sphere_1e-6/law", [](benchmark::State& s) {
+        sphere_bench(s, sphere.get());
+    })->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("sphere_1e-6/native", [](benchmark::State& s) {
+        sphere_bench(s, native_s.get());
     })->Unit(benchmark::kMillisecond);
     return true;
 }();
