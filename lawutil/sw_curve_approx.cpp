@@ -53,6 +53,7 @@
 #include <vector>
 
 #include "base/errors.hpp"
+#include "base/interval.hpp"
 #include "base/memory.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/law_vector.hpp"
@@ -464,6 +465,12 @@ sw_curve* law_to_sw_curve(law* L, double start, double end, double tolerance,
         report->evaluations = f.evaluations;
     }
     return C;
+}
+
+sw_curve* law_to_sw_curve(law* L, const interval& range, double tolerance,
+                          const sw_curve_approx_options& opt, sw_curve_approx_report* report) {
+    if (!range.finite()) sys_error(LAW_BAD_BOUNDS);
+    return law_to_sw_curve(L, range.start_pt(), range.end_pt(), tolerance, opt, report);
 }
 
 double sw_curve_max_deviation(law* L, const sw_curve* C) {

@@ -29,6 +29,7 @@
 // error the law raises while it is evaluated passes through unchanged.  Nothing leaks.
 #pragma once
 
+class interval;
 class law;
 class sw_curve;
 
@@ -68,6 +69,11 @@ struct sw_curve_approx_report {
 // The law `L` over [start, end] as an sw_curve within `tolerance`.  The caller owns the
 // curve (delete it).  `report`, when given, is filled.
 sw_curve* law_to_sw_curve(law* L, double start, double end, double tolerance,
+                          const sw_curve_approx_options& options = sw_curve_approx_options(),
+                          sw_curve_approx_report* report = nullptr);
+
+// The same over a range given as an interval (LAW_BAD_BOUNDS unless it is finite).
+sw_curve* law_to_sw_curve(law* L, const interval& range, double tolerance,
                           const sw_curve_approx_options& options = sw_curve_approx_options(),
                           sw_curve_approx_report* report = nullptr);
 

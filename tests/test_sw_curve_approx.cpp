@@ -160,6 +160,11 @@ TEST(SwCurveApprox, BadInput) {
         o.max_spans = w.max_spans;
         EXPECT_EQ(error_of([&] { delete law_to_sw_curve(L.get(), w.lo, w.hi, w.tol, o); }), w.code);
     }
+    // The interval form: a half-bounded range is not finite.
+    law_holder L(str_to_law("VEC(X,X,0)"));
+    const interval half(interval_finite_below, 0.0, 0.0);
+    EXPECT_EQ(error_of([&] { delete law_to_sw_curve(L.get(), half, 1e-3); }), "LAW_BAD_BOUNDS");
+    delete law_to_sw_curve(L.get(), interval(0.0, 1.0), 1e-3);
 }
 
 }  // namespace
