@@ -146,23 +146,40 @@ double patch_deviation(law_surface_points& f, const sw_surface& S, double u0, do
     return std::sqrt(best);
 }
 
-// Patch errors, row by row in u (count npu · npv).
-dvec measure(law_surface_points& f, const sw_surface& S, int& npu, int& npv) {
-    double *bu = nullptr, *bv = nullptr;
-    npu = patch_breakpoint_list(&S, 0, &bu) - 1;
-    npv = patch_breakpoint_list(&S, 1, &bv) - 1;
-    struct freer {
-        double *a, *b;
-        ~freer() {
-            VORX_FREE(a);
-            VORX_FREE(b);
-        }
-    } guard{bu, bv};
+// Patch errors, row by row in u; `bu`, `bv` get the patch boundaries.
+dvec measure(law_surface_points& f, const sw_surface& S, dvec& bu, dvec& bv) {
+    for (int dir = 0; dir < 2; ++dir) {
+        double* b = nullptr;
+        const int n = patch_breakpoint_list(&S, dir, &b);
+        (dir == 0 ? bu : bv).assign(b, b + n);
+        VORX_FREE(b);
+    }
+    const int npu = (int)bu.size() - 1, npv = (int)bv.size() - 1;
     dvec err((size_t)npu * npv);
     for (int a = 0; a < npu; ++a)
         for (int b = 0; b < npv; ++b)
             err[(size_t)a * npv + b] = patch_deviation(f, S, bu[a], bu[a + 1], bv[b], bv[b + 1]);
     return err;
+}
+
+// The (p+1)-th difference of the law across a patch along u (dir 0) or v through its
+// centre: the part a degree-p fit in that direction cannot follow, which tells the
+// direction that needs the split.
+double roughness(law_surface_points& f, double u0, double u1, double v0, double v1, int p,
+                 int dir) {
+    double sum[3] = {0.0, 0.0, 0.0}, weight = 1.0;  // weight: (-1)^(p+1-k) C(p+1, k)
+    for (int k = 0; k <= p + 1; ++k) {
+        const double t = (double)k / (p + 1);
+        double y[3];
+        if (dir == 0)
+            f.at(u0 + (u1 - u0) * t, 0.5 * (v0 + v1), y);
+        else
+            f.at(0.5 * (u0 + u1), v0 + (v1 - v0) * t, y);
+        const double w = (p + 1 - k) % 2 ? -weight : weight;
+        for (int d = 0; d < 3; ++d) sum[d] += w * y[d];
+        weight = weight * (p + 1 - k) / (k + 1);
+    }
+    return std::sqrt(sum[0] * sum[0] + sum[1] * sum[1] + sum[2] * sum[2]);
 }
 
 // Splits the positive spans of the axis whose error (worst over the other direction)
@@ -218,15 +235,23 @@ sw_surface* law_to_sw_surface(law* L, double u0, double u1, double v0, double v1
     for (int pass = 1;; ++pass) {
         if (pass > 60) sys_error(BS_ACCURACY);
         std::unique_ptr<sw_surface> S(fit_surface(f, U, V));
-        int npu = 0, npv = 0;
-        const dvec err = measure(f, *S, npu, npv);
+        dvec bu, bv;
+        const dvec err = measure(f, *S, bu, bv);
+        const int npu = (int)bu.size() - 1, npv = (int)bv.size() - 1;
+        // A failing patch asks for a split in the directions whose roughness is at least a
+        // tenth of the other's (both when neither shows any).
         dvec worst_u(npu, 0.0), worst_v(npv, 0.0);
         for (int a = 0; a < npu; ++a)
             for (int b = 0; b < npv; ++b) {
-                worst_u[a] = std::max(worst_u[a], err[(size_t)a * npv + b]);
-                worst_v[b] = std::max(worst_v[b], err[(size_t)a * npv + b]);
+                const double e = err[(size_t)a * npv + b];
+                if (e <= target) continue;
+                const double ru = roughness(f, bu[a], bu[a + 1], bv[b], bv[b + 1], U.p, 0);
+                const double rv = roughness(f, bu[a], bu[a + 1], bv[b], bv[b + 1], V.p, 1);
+                const double m = std::max(ru, rv);
+                if (m == 0.0 || ru >= 0.1 * m) worst_u[a] = std::max(worst_u[a], e);
+                if (m == 0.0 || rv >= 0.1 * m) worst_v[b] = std::max(worst_v[b], e);
             }
-        const double worst = *std::max_element(worst_u.begin(), worst_u.end());
+        const double worst = *std::max_element(err.begin(), err.end());
         if (worst <= target) {
             if (report) {
                 report->max_error = worst;
@@ -248,8 +273,8 @@ double sw_surface_max_deviation(law* L, const sw_surface* S) {
     check_surface_law(L);
     if (!S) sys_error(LAW_DIM);
     law_surface_points f{L};
-    int npu = 0, npv = 0;
-    const dvec err = measure(f, *S, npu, npv);
+    dvec bu, bv;
+    const dvec err = measure(f, *S, bu, bv);
     return *std::max_element(err.begin(), err.end());
 }
 

@@ -13,10 +13,11 @@
 // the tolerance.  As for curves this is a maximisation, not a check at the fitting
 // samples; a bump narrower than a grid step that the fit never saw can be missed.
 //
-// Refinement splits the u span and the v span of every failing patch into k pieces by the
-// h^(p+1) law (2 to 16), both directions alike: a law that is straight in one direction
-// gets more spans there than it needs.  The caller's breakpoints become knots of
-// multiplicity p (a crease is allowed there).
+// Refinement splits the spans of every failing patch into k pieces by the h^(p+1) law (2
+// to 16), in u, in v or both: a direction is split when the law's (p+1)-th difference
+// across the patch along it is at least a tenth of that along the other (a cylinder is
+// never split along its rulings).  The caller's breakpoints become knots of multiplicity
+// p (a crease is allowed there).
 //
 // Errors: LAW_DIM (null law, or not two inputs and three outputs), SW_BAD_ORDER (degree
 // outside 1..7, cap below 1), LAW_BAD_BOUNDS (a non-finite end), LAW_BAD_DOMAN (an empty
