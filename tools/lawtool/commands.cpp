@@ -1,8 +1,10 @@
 #include "tools/lawtool/commands.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 
+#include "base/errors.hpp"
 #include "base/output.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/simplfy.hpp"
@@ -82,7 +84,17 @@ void eval_range(const law* l, const std::string& text, const tool_streams& io) {
     for (long i = 0; i < r.count; ++i) {
         std::vector<double> p = r.at(i);
         std::vector<double> row = p;
-        for (double v : evaluate_at(l, p)) row.push_back(v);
+        // A point where the law raises an error gets nan and a note; the range goes on,
+        // since one bad point must not cost the rest of the table.
+        try {
+            for (double v : evaluate_at(l, p)) row.push_back(v);
+        } catch (const vorx_exception& e) {
+            row.resize(p.size() + (size_t)std::max(l->return_dim(), 0), std::nan(""));
+            std::fputs(("lawtool: nan at " + format_values(p, ",") + ": " + e.code_name() + ": " +
+                        e.what() + "\n")
+                           .c_str(),
+                       io.err);
+        }
         put_line(io, format_values(row, ","));
     }
 }
