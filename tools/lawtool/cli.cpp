@@ -23,7 +23,7 @@ struct command_usage {
 
 const command_usage usages[] = {
     {"eval", "lawtool eval LAW [POINT ...] [--range A:B:N]"},
-    {"print", "lawtool print LAW [--maple]"},
+    {"print", "lawtool print LAW [--maple] [--force]"},
     {"simplify", "lawtool simplify LAW [--level N] [--trace N]"},
     {"diff", "lawtool diff LAW [--var I] [--order N] [--at POINT]"},
     {"info", "lawtool info LAW"},
@@ -102,7 +102,10 @@ const char* const eval_footer =
 const char* const print_footer =
     "Examples:\n"
     "  lawtool print 'x^2+sin(x)'            prints X^2+SIN(X)\n"
-    "  lawtool print 'x^2+sin(x)' --maple    prints the same law for Maple";
+    "  lawtool print 'x^2+sin(x)' --maple    prints the same law for Maple\n"
+    "\n"
+    "With --maple, a text that Maple cannot read (a law with no Maple spelling, log[2]X)\n"
+    "is printed with a warning and exit status 1, unless --force.";
 
 const char* const simplify_footer =
     "Prints the simplified law; with --trace, the simplifier's trace first, as the library\n"
@@ -175,6 +178,8 @@ struct command_line {
         print_cmd->footer(print_footer);
         print_cmd->add_option("LAW", print.law, "The law")->required();
         print_cmd->add_flag("--maple", print.maple, "Print the Maple spelling");
+        print_cmd->add_flag("--force", print.force,
+                            "With --maple, exit 0 even when Maple cannot read the text");
 
         simplify_cmd = app.add_subcommand("simplify", "Simplify a law");
         simplify_cmd->footer(simplify_footer);

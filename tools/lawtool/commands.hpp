@@ -20,7 +20,10 @@ void run_eval(const eval_options& o, const tool_streams& io);
 struct print_options {
     std::string law;
     bool maple = false;
+    bool force = false;  // exit 0 even when the Maple text holds what Maple cannot read
 };
+// The law's text; with --maple, a text that Maple cannot read is printed, then refused
+// with a warning on io.err (exit 1) unless --force.
 void run_print(const print_options& o, const tool_streams& io);
 
 struct simplify_options {
