@@ -27,6 +27,7 @@ const command_usage usages[] = {
     {"simplify", "lawtool simplify LAW [--level N] [--trace N]"},
     {"diff", "lawtool diff LAW [--var I] [--order N] [--at POINT]"},
     {"info", "lawtool info LAW"},
+    {"functions", "lawtool functions"},
     {"demo", "lawtool demo"},
 };
 
@@ -157,6 +158,7 @@ struct command_line {
     CLI::App* diff_cmd;
     CLI::App* info_cmd;
     CLI::App* demo_cmd;
+    CLI::App* functions_cmd;
     bool lenient = false;
 
     command_line() {
@@ -223,6 +225,13 @@ struct command_line {
                         "Take the reader's own reading of texts lawtool would refuse "
                         "(empty text, dropped groups, split names, 1.5e3)");
 
+        functions_cmd = app.add_subcommand(
+            "functions", "List every function, operator and constant a LAW may use");
+        functions_cmd->footer(
+            "One line each, from the library's registry: the name, its kind, its number of\n"
+            "arguments (n: any number), its meaning and the domain outside which it raises an\n"
+            "error (-: none stated).");
+
         demo_cmd = app.add_subcommand("demo", "A short guided tour of the commands");
         demo_cmd->footer("The tour that `make demo` runs.");
     }
@@ -244,6 +253,7 @@ struct command_line {
         if (simplify_cmd->parsed()) run_simplify(simplify, io);
         if (diff_cmd->parsed()) run_diff(diff, io);
         if (info_cmd->parsed()) run_info(info, io);
+        if (functions_cmd->parsed()) run_functions(io);
         if (demo_cmd->parsed()) return run_demo(io);
         return status_ok;
     }

@@ -49,3 +49,7 @@ struct info_options {
 };
 // Text, dimensions, classification, node count and the tree.
 void run_info(const info_options& o, const tool_streams& io);
+
+// Every function, operator and constant the reader knows, from the registry: name, kind,
+// number of arguments, meaning and the domain outside which it raises an error.
+void run_functions(const tool_streams& io);

@@ -345,11 +345,11 @@ void check_law_text(const std::string& text) {
             word = text.substr(at, i - at);
             if (word_operator(upper(word))) kind = tk_operator;
         } else {
-            kind = c == '('                  ? tk_open
-                   : c == ')'                ? tk_close
-                   : c == ','                ? tk_comma
-                   : std::strchr("+-*/^", c) ? tk_operator
-                                             : tk_other;
+            kind = c == '('                      ? tk_open
+                   : c == ')'                    ? tk_close
+                   : c == ','                    ? tk_comma
+                   : std::strchr("+-*/^<>=!", c) ? tk_operator
+                                                 : tk_other;
             ++i;
         }
         bool operand = kind == tk_number || kind == tk_name || kind == tk_open;
