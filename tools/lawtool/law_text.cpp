@@ -32,6 +32,24 @@ size_t text_end(const std::string& text) {
 
 bool lenient = false;
 
+// The reader refuses a text nested deeper than 2,500 levels (each operator and each
+// function call is a level) with the same "bad syntax" as a real fault.  A refusal was the
+// limit when the text has that many levels at all and the piece the reader stopped at
+// reads on its own, away from the depth.
+bool too_deep(const std::string& text, const std::string& rest) {
+    const size_t limit = 2500;
+    size_t levels = (size_t)std::count_if(text.begin(), text.end(), [](char c) {
+        return std::strchr("+-*/^(<>=", c) != nullptr && c != '\0';
+    });
+    if (levels < limit || rest.empty()) return false;
+    law_holder alone;
+    {
+        output_capture quiet;
+        alone.reset(str_to_law(rest.c_str()));
+    }
+    return (bool)alone;
+}
+
 }  // namespace
 
 void set_lenient_reading(bool on) {
@@ -138,6 +156,10 @@ law* read_law_text(const std::string& text) {
         std::string rest = said.substr(from, said.find('\n', from) - from);
         size_t where = locate_failure(text, rest);
         size_t column = display_column(text, where) + 1;
+        if (too_deep(text, rest))
+            throw read_error(caret_message(
+                "lawtool: nested too deeply (limit 2,500) at column " + std::to_string(column),
+                text, where));
         throw read_error(
             caret_message("lawtool: bad syntax at column " + std::to_string(column), text, where));
     }
