@@ -7,6 +7,7 @@
 #include "base/errors.hpp"
 #include "base/output.hpp"
 #include "tools/lawtool/commands.hpp"
+#include "tools/lawtool/law_text.hpp"
 #include "tools/lawtool/lawtool.hpp"
 
 #ifndef LAWTOOL_VERSION
@@ -22,10 +23,11 @@ struct command_usage {
 
 const command_usage usages[] = {
     {"eval", "lawtool eval LAW [POINT ...] [--range A:B:N]"},
-    {"print", "lawtool print LAW [--maple]"},
+    {"print", "lawtool print LAW [--maple] [--force]"},
     {"simplify", "lawtool simplify LAW [--level N] [--trace N]"},
     {"diff", "lawtool diff LAW [--var I] [--order N] [--at POINT]"},
     {"info", "lawtool info LAW"},
+    {"functions", "lawtool functions"},
     {"demo", "lawtool demo"},
 };
 
@@ -73,7 +75,13 @@ const char* const main_footer =
     "A LAW is a text such as 'x^2+sin(x)' or 'vec(cos(t),sin(t),t)' (case does not matter;\n"
     "X, Y, Z are the inputs 1 to 3, T and U also name X, V names Y).  A POINT gives one value\n"
     "per input, separated by commas: 0.5 or 0.5,1.2; a coordinate may also be a constant\n"
-    "such as pi/2.  Put '--' before a LAW that begins with '-': lawtool eval -- -x 2.\n"
+    "such as pi/2 (nothing else: '1 2' or '2(3)' is refused with the column of the fault).\n"
+    "Put '--' before a LAW that begins with '-': lawtool eval -- -x 2.\n"
+    "\n"
+    "A LAW the reader would take otherwise than written is refused with what happened and\n"
+    "how to write it: an empty text, '2(x+1)' or '(x+1)(x-1)' (write *), an unmatched\n"
+    "parenthesis or a missing operand (read as 0), '1.5e3' (read as 1.5*E3: write 1.5e+3),\n"
+    "'x y' or 'xy' (read as Y), an unknown function.  --lenient takes the reader's reading.\n"
     "\n"
     "Exit status: 0 success, 1 a law that does not read or an error while evaluating,\n"
     "2 a command line that does not make sense.";
@@ -83,6 +91,8 @@ const char* const eval_footer =
     "law of several outputs separated by a space.  With --range, prints CSV: a header\n"
     "naming the inputs and the outputs (F, or F1, F2, ...), then one row per point.\n"
     "A POINT must give exactly one coordinate per input of the law.\n"
+    "With --range, a point where the law raises an error gets nan for its outputs and a\n"
+    "note on stderr, and the range goes on (exit 0).\n"
     "\n"
     "Examples:\n"
     "  lawtool eval 'x^2+sin(x)' 0.5 1\n"
@@ -93,7 +103,10 @@ const char* const eval_footer =
 const char* const print_footer =
     "Examples:\n"
     "  lawtool print 'x^2+sin(x)'            prints X^2+SIN(X)\n"
-    "  lawtool print 'x^2+sin(x)' --maple    prints the same law for Maple";
+    "  lawtool print 'x^2+sin(x)' --maple    prints the same law for Maple\n"
+    "\n"
+    "With --maple, a text that Maple cannot read (a law with no Maple spelling, log[2]X)\n"
+    "is printed with a warning and exit status 1, unless --force.";
 
 const char* const simplify_footer =
     "Prints the simplified law; with --trace, the simplifier's trace first, as the library\n"
@@ -119,6 +132,19 @@ const char* const info_footer =
     "Example:\n"
     "  lawtool info 'x^2+sin(x)'";
 
+// CLI11 takes every word that begins with '-' and a character other than a digit for an
+// option, so the points -.5 and -inf would be refused.  lawtool's only short option is -h:
+// any other such word is marked as a value before parsing and unmarked after.
+const char value_mark = '\x1f';
+
+bool looks_like_value(const std::string& a) {
+    return a.size() > 1 && a[0] == '-' && a[1] != '-' && a != "-h";
+}
+
+void unmark(std::string& s) {
+    if (!s.empty() && s[0] == value_mark) s.erase(0, 1);
+}
+
 struct command_line {
     CLI::App app{"lawtool: read, evaluate, differentiate, simplify and inspect laws.", "lawtool"};
     eval_options eval;
@@ -132,6 +158,8 @@ struct command_line {
     CLI::App* diff_cmd;
     CLI::App* info_cmd;
     CLI::App* demo_cmd;
+    CLI::App* functions_cmd;
+    bool lenient = false;
 
     command_line() {
         app.require_subcommand(1);
@@ -142,19 +170,29 @@ struct command_line {
         eval_cmd->footer(eval_footer);
         eval_cmd->add_option("LAW", eval.law, "The law")->required();
         eval_cmd->add_option("POINT", eval.points, "Points to evaluate at: 0.5, or 0.5,1.2");
-        eval_cmd->add_option("--range", eval.range, "CSV of N points evenly spaced from A to B")
+        eval_cmd
+            ->add_option("--range", eval.range,
+                         "CSV of N points evenly spaced from A to B; a point where the law "
+                         "raises an error prints nan and the rest go on")
             ->type_name("A:B:N");
 
         print_cmd = app.add_subcommand("print", "Print a law in its own syntax or Maple's");
         print_cmd->footer(print_footer);
         print_cmd->add_option("LAW", print.law, "The law")->required();
         print_cmd->add_flag("--maple", print.maple, "Print the Maple spelling");
+        print_cmd->add_flag("--force", print.force,
+                            "With --maple, exit 0 even when Maple cannot read the text");
 
         simplify_cmd = app.add_subcommand("simplify", "Simplify a law");
         simplify_cmd->footer(simplify_footer);
         simplify_cmd->add_option("LAW", simplify.law, "The law")->required();
         simplify_cmd->add_option("--level", simplify.level, "1, or 2 to add factoring")
-            ->check(whole_number())
+            ->check(CLI::Validator(
+                [](std::string& s) -> std::string {
+                    return s == "1" || s == "2" ? std::string()
+                                                : "'" + s + "' is not a level: give 1 or 2";
+                },
+                ""))
             ->type_name("N")
             ->capture_default_str();
         simplify_cmd
@@ -182,6 +220,18 @@ struct command_line {
         info_cmd->footer(info_footer);
         info_cmd->add_option("LAW", info.law, "The law")->required();
 
+        for (CLI::App* c : {eval_cmd, print_cmd, simplify_cmd, diff_cmd, info_cmd})
+            c->add_flag("--lenient", lenient,
+                        "Take the reader's own reading of texts lawtool would refuse "
+                        "(empty text, dropped groups, split names, 1.5e3)");
+
+        functions_cmd = app.add_subcommand(
+            "functions", "List every function, operator and constant a LAW may use");
+        functions_cmd->footer(
+            "One line each, from the library's registry: the name, its kind, its number of\n"
+            "arguments (n: any number), its meaning and the domain outside which it raises an\n"
+            "error (-: none stated).");
+
         demo_cmd = app.add_subcommand("demo", "A short guided tour of the commands");
         demo_cmd->footer("The tour that `make demo` runs.");
     }
@@ -193,17 +243,29 @@ struct command_line {
     }
 
     int dispatch(const tool_streams& io) {
+        set_lenient_reading(lenient);
+        for (std::string* s : {&eval.law, &eval.range, &print.law, &simplify.law, &diff.law,
+                               &diff.at, &diff.var, &info.law})
+            unmark(*s);
+        for (std::string& s : eval.points) unmark(s);
         if (eval_cmd->parsed()) run_eval(eval, io);
         if (print_cmd->parsed()) run_print(print, io);
         if (simplify_cmd->parsed()) run_simplify(simplify, io);
         if (diff_cmd->parsed()) run_diff(diff, io);
         if (info_cmd->parsed()) run_info(info, io);
+        if (functions_cmd->parsed()) run_functions(io);
         if (demo_cmd->parsed()) return run_demo(io);
         return status_ok;
     }
 };
 
-int parse_and_run(const std::vector<std::string>& args, const tool_streams& io) {
+int parse_and_run(const std::vector<std::string>& given, const tool_streams& io) {
+    std::vector<std::string> args = given;
+    bool options_end = false;
+    for (size_t i = 1; i < args.size(); ++i) {
+        if (args[i] == "--") options_end = true;
+        if (!options_end && looks_like_value(args[i])) args[i].insert(0, 1, value_mark);
+    }
     command_line cl;
     if (args.empty()) return report_usage("", "no command given", io);
     // CLI11 would only say that a command is required.
@@ -228,13 +290,17 @@ int parse_and_run(const std::vector<std::string>& args, const tool_streams& io) 
     } catch (const CLI::ParseError& e) {
         // CLI11 numbers its parse errors from 100; to the shell they are all usage errors.
         if (e.get_exit_code() == 0) return status_ok;
-        return report_usage(cl.active(), e.what(), io);
+        std::string what = e.what();
+        what.erase(std::remove(what.begin(), what.end(), value_mark), what.end());
+        return report_usage(cl.active(), what, io);
     }
 
     try {
         return cl.dispatch(io);
     } catch (const usage_error& e) {
-        return report_usage(cl.active(), e.what(), io);
+        std::string what = e.what();
+        what.erase(std::remove(what.begin(), what.end(), value_mark), what.end());
+        return report_usage(cl.active(), what, io);
     } catch (const read_error& e) {
         put(io.err, std::string(e.what()) + "\n");
     } catch (const vorx_exception& e) {

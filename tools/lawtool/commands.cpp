@@ -1,8 +1,12 @@
 #include "tools/lawtool/commands.hpp"
 
 #include <algorithm>
+#include <cctype>
+#include <cmath>
 #include <exception>
+#include <stdexcept>
 
+#include "base/errors.hpp"
 #include "base/output.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/simplfy.hpp"
@@ -82,7 +86,17 @@ void eval_range(const law* l, const std::string& text, const tool_streams& io) {
     for (long i = 0; i < r.count; ++i) {
         std::vector<double> p = r.at(i);
         std::vector<double> row = p;
-        for (double v : evaluate_at(l, p)) row.push_back(v);
+        // A point where the law raises an error gets nan and a note; the range goes on,
+        // since one bad point must not cost the rest of the table.
+        try {
+            for (double v : evaluate_at(l, p)) row.push_back(v);
+        } catch (const vorx_exception& e) {
+            row.resize(p.size() + (size_t)std::max(l->return_dim(), 0), std::nan(""));
+            std::fputs(("lawtool: nan at " + format_values(p, ",") + ": " + e.code_name() + ": " +
+                        e.what() + "\n")
+                           .c_str(),
+                       io.err);
+        }
         put_line(io, format_values(row, ","));
     }
 }
@@ -111,9 +125,33 @@ void run_eval(const eval_options& o, const tool_streams& io) {
         put_line(io, format_values(evaluate_at(l.get(), p), " "));
 }
 
+namespace {
+
+// What in a Maple text Maple cannot read, or "" when nothing: the library's no_maple(...)
+// for a law without a Maple spelling, an indexed name applied without parentheses
+// (log[2]X, mod[2]X) and a name with '?' (prime?(X)).
+std::string maple_fault(const std::string& text) {
+    size_t at = text.find("no_maple");
+    if (at != std::string::npos) return "no_maple(...), a law that has no Maple spelling";
+    for (size_t i = 0; i + 1 < text.size(); ++i) {
+        char next = text[i + 1];
+        if (text[i] == ']' && (std::isalnum((unsigned char)next) || next == '.'))
+            return "an indexed function applied without parentheses";
+        if (text[i] == '?' && next == '(') return "a name with '?'";
+    }
+    return "";
+}
+
+}  // namespace
+
 void run_print(const print_options& o, const tool_streams& io) {
     law_holder l(read_law_text(o.law));
-    put_line(io, law_text(l.get(), o.maple ? law_symbol_maple : law_symbol_default));
+    std::string text = law_text(l.get(), o.maple ? law_symbol_maple : law_symbol_default);
+    put_line(io, text);
+    std::string fault = o.maple ? maple_fault(text) : "";
+    if (!fault.empty() && !o.force)
+        throw std::runtime_error("warning: Maple cannot read this text (it holds " + fault +
+                                 "); --force accepts it");
 }
 
 void run_simplify(const simplify_options& o, const tool_streams& io) {

@@ -20,7 +20,10 @@ void run_eval(const eval_options& o, const tool_streams& io);
 struct print_options {
     std::string law;
     bool maple = false;
+    bool force = false;  // exit 0 even when the Maple text holds what Maple cannot read
 };
+// The law's text; with --maple, a text that Maple cannot read is printed, then refused
+// with a warning on io.err (exit 1) unless --force.
 void run_print(const print_options& o, const tool_streams& io);
 
 struct simplify_options {
@@ -46,3 +49,7 @@ struct info_options {
 };
 // Text, dimensions, classification, node count and the tree.
 void run_info(const info_options& o, const tool_streams& io);
+
+// Every function, operator and constant the reader knows, from the registry: name, kind,
+// number of arguments, meaning and the domain outside which it raises an error.
+void run_functions(const tool_streams& io);

@@ -29,16 +29,103 @@ std::string format_values(const std::vector<double>& values, const char* separat
 
 namespace {
 
-bool read_number(const std::string& text, double& value) {
+// The number that is the whole of `text` ("+" allowed in front, as the shell user writes
+// it; "inf" and "nan" too), or a failure that tells a number out of range apart.
+std::errc read_number(const std::string& text, double& value) {
     const char* first = text.c_str();
     const char* last = first + text.size();
     if (first != last && *first == '+') {
         ++first;  // from_chars takes no '+', and '+-1' is no number
-        if (first != last && *first == '-') return false;
+        if (first != last && *first == '-') return std::errc::invalid_argument;
     }
     std::from_chars_result r = std::from_chars(first, last, value, std::chars_format::general);
-    return r.ec == std::errc() && r.ptr == last;
+    if (r.ec == std::errc() && r.ptr != last) return std::errc::invalid_argument;
+    return r.ec;
 }
+
+[[noreturn]] void refuse_coordinate(const std::string& what, const std::string& point, size_t at) {
+    throw usage_error("bad POINT '" + point + "' at column " + std::to_string(at + 1) + ": " +
+                      what);
+}
+
+// A constant coordinate such as PI/2, -SQRT(2) or MAX(1,3), checked strictly before the
+// reader sees it, since the reader drops what it cannot use ('1 2' would read as 12,
+// '2(3)' as 2, '1+' as 1).  Recursive descent over
+//   sum := product (('+'|'-') product)*      product := unary (('*'|'/') unary)*
+//   unary := ('+'|'-') unary | power         power := primary ('^' unary)?
+//   primary := number | name | name '(' sum (',' sum)* ')' | '(' sum ')'
+// Only the form is checked here; what the names mean is the reader's business.
+class coordinate_form {
+  public:
+    coordinate_form(const std::string& point, size_t from, size_t to)
+        : s_(point), i_(from), end_(to) {}
+
+    void check() {
+        sum();
+        skip();
+        if (i_ < end_) refuse_coordinate("unexpected '" + s_.substr(i_, 1) + "'", s_, i_);
+    }
+
+  private:
+    const std::string& s_;
+    size_t i_, end_;
+
+    void skip() {
+        while (i_ < end_ && s_[i_] == ' ') ++i_;
+    }
+    bool take(char c) {
+        skip();
+        if (i_ < end_ && s_[i_] == c) return ++i_, true;
+        return false;
+    }
+    void sum() {
+        do product();
+        while (take('+') || take('-'));
+    }
+    void product() {
+        do unary();
+        while (take('*') || take('/'));
+    }
+    void unary() {
+        if (take('+') || take('-')) return unary();
+        primary();
+        if (take('^')) unary();
+    }
+    void primary() {
+        skip();
+        if (i_ >= end_) refuse_coordinate("a number or a constant is missing", s_, i_);
+        char c = s_[i_];
+        if (c == '(') {
+            ++i_;
+            sum();
+            if (!take(')')) refuse_coordinate("')' is missing", s_, i_);
+        } else if (std::isdigit((unsigned char)c) || c == '.') {
+            size_t at = i_;
+            while (i_ < end_ && (std::isdigit((unsigned char)s_[i_]) || s_[i_] == '.')) ++i_;
+            if (i_ < end_ && (s_[i_] == 'e' || s_[i_] == 'E')) {
+                ++i_;
+                if (i_ < end_ && (s_[i_] == '+' || s_[i_] == '-')) ++i_;
+                while (i_ < end_ && std::isdigit((unsigned char)s_[i_])) ++i_;
+            }
+            double v;
+            std::errc e = read_number(s_.substr(at, i_ - at), v);
+            if (e == std::errc::result_out_of_range)
+                refuse_coordinate("'" + s_.substr(at, i_ - at) + "' is out of range", s_, at);
+            if (e != std::errc())
+                refuse_coordinate("'" + s_.substr(at, i_ - at) + "' is no number", s_, at);
+        } else if (std::isalpha((unsigned char)c)) {
+            while (i_ < end_ && std::isalnum((unsigned char)s_[i_])) ++i_;
+            if (take('(')) {
+                do sum();
+                while (take(','));
+                if (!take(')')) refuse_coordinate("')' is missing", s_, i_);
+            }
+        } else {
+            refuse_coordinate(
+                "a number or a constant is expected here, not '" + std::string(1, c) + "'", s_, i_);
+        }
+    }
+};
 
 // A constant law text such as PI/2 or SQRT(2), read quietly: whatever the reader prints
 // about a text that does not read is replaced by one clear message.
@@ -55,7 +142,10 @@ double read_constant(const std::string& text, const std::string& point) {
     return l->evaluateM_R(&none);
 }
 
-std::vector<double> parse_coordinates(const std::string& text, const std::string& whole) {
+// The coordinates of `text`, which is the part [from, to) of `whole` (a range holds two
+// points); columns in messages count in `whole`.
+std::vector<double> parse_coordinates(const std::string& whole, size_t from, size_t to) {
+    std::string text = whole.substr(from, to - from);
     if (text.empty()) throw usage_error("empty POINT in '" + whole + "'");
     std::vector<double> point;
     int depth = 0;
@@ -68,7 +158,14 @@ std::vector<double> parse_coordinates(const std::string& text, const std::string
         std::string piece = text.substr(start, i - start);
         if (piece.empty()) throw usage_error("missing coordinate in POINT '" + text + "'");
         double v;
-        point.push_back(read_number(piece, v) ? v : read_constant(piece, text));
+        std::errc e = read_number(piece, v);
+        if (e == std::errc::result_out_of_range)
+            refuse_coordinate("'" + piece + "' is out of range", whole, from + start);
+        if (e != std::errc()) {
+            coordinate_form(whole, from + start, from + i).check();
+            v = read_constant(piece, text);
+        }
+        point.push_back(v);
         start = i + 1;
     }
     return point;
@@ -77,7 +174,7 @@ std::vector<double> parse_coordinates(const std::string& text, const std::string
 }  // namespace
 
 std::vector<double> parse_point(const std::string& text) {
-    return parse_coordinates(text, text);
+    return parse_coordinates(text, 0, text.size());
 }
 
 std::vector<double> point_range::at(long i) const {
@@ -95,8 +192,8 @@ point_range parse_range(const std::string& text) {
     if (second == std::string::npos || text.find(':', second + 1) != std::string::npos)
         throw usage_error("--range takes A:B:N, not '" + text + "'");
     point_range r;
-    r.from = parse_coordinates(text.substr(0, first), text);
-    r.to = parse_coordinates(text.substr(first + 1, second - first - 1), text);
+    r.from = parse_coordinates(text, 0, first);
+    r.to = parse_coordinates(text, first + 1, second);
     if (r.from.size() != r.to.size())
         throw usage_error("the ends of --range '" + text +
                           "' differ in their number of coordinates");
