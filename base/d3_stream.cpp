@@ -1,9 +1,10 @@
 #include "base/d3_stream.hpp"
 
+#include <locale.h>
+
 #include <charconv>
 #include <clocale>
 #include <cstdlib>
-#include <locale.h>
 
 D3_ostream& D3_ostream::operator<<(int v) {
     std::fprintf(fp_, "%d ", v);
