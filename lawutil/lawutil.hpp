@@ -39,4 +39,5 @@
 #include "lawutil/sw_curve_law.hpp"
 #include "lawutil/sw_curve_util.hpp"
 #include "lawutil/sw_surface.hpp"
+#include "lawutil/sw_surface_law.hpp"
 #include "lawutil/sw_surface_util.hpp"

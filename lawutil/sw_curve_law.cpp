@@ -1,6 +1,7 @@
 #include "lawutil/sw_curve_law.hpp"
 
 #include "base/lists.hpp"
+#include "lawutil/law_unary_data.hpp"
 
 LAW_TYPE_DEF(sw_curve_law_data)
 
@@ -52,6 +53,11 @@ double sw_curve_law_data::point_perp(const position& p, double guess) const {
 }
 double sw_curve_law_data::point_perp(const position& p) const {
     return curve_->point_perp(p);
+}
+
+law* sw_curve_to_law(const sw_curve& c) {
+    law_data_holder d(VORX_NEW sw_curve_law_data(c, c.get_min_t(), c.get_max_t()));
+    return VORX_NEW curve_law(d.get());
 }
 
 // The parser reads "SWEDGEn" as the n-th data argument.

@@ -38,3 +38,7 @@ class sw_curve_law_data : public base_curve_law_data {
   private:
     sw_curve* curve_;
 };
+
+// The curve over its whole range as a law CUR over a copy of it: one input, three
+// outputs.  The caller owns the returned law.
+law* sw_curve_to_law(const sw_curve& c);

@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "base/errors.hpp"
+#include "base/lists.hpp"
 #include "lawutil/main_law_err.hpp"
 #include "lawutil/sw_common.hpp"
 
@@ -77,6 +78,21 @@ sw_surface::~sw_surface() {
     VORX_FREE(span_u_);
     if (bezier_) VORX_FREE(bezier_);
     if (power_) VORX_FREE(power_);
+}
+
+sw_surface* sw_surface::copy_surface() const {
+    return VORX_NEW sw_surface(nu_, nv_, pu_, pv_, get_knots_u(), get_knots_v(),
+                               get_control_points());
+}
+
+void sw_surface::full_size(SizeAccumulator& acc, int count_self) const {
+    if (count_self) acc.addSize(this, sizeof(*this), __FILE__, __LINE__);
+    int block = nu_ + pu_ + 1 + nv_ + pv_ + 1 + 3 * nu_ * nv_;
+    acc.addSize(data_, (unsigned)(block * sizeof(double)), __FILE__, __LINE__);
+    acc.addSize(span_u_, (unsigned)((nu_ + nv_) * sizeof(int)), __FILE__, __LINE__);
+    unsigned cache = (unsigned)(3 * (pu_ + 1) * (pv_ + 1) * npu_ * npv_ * sizeof(double));
+    if (bezier_) acc.addSize(bezier_, cache, __FILE__, __LINE__);
+    if (power_) acc.addSize(power_, cache, __FILE__, __LINE__);
 }
 
 void sw_surface::fill_caches() const {

@@ -16,6 +16,8 @@
 #include "base/memory.hpp"
 #include "base/position.hpp"
 
+class SizeAccumulator;
+
 class sw_surface : public VORX_OBJECT {
   public:
     // Bad input raises SW_BAD_ORDER (a degree outside 1..7, or fewer control points than
@@ -26,6 +28,11 @@ class sw_surface : public VORX_OBJECT {
     sw_surface(const sw_surface&) = delete;
     sw_surface& operator=(const sw_surface&) = delete;
     ~sw_surface();
+
+    // A new surface over the same knots and points (the caller owns it).
+    sw_surface* copy_surface() const;
+    // The object, its block and the patch caches once filled.
+    void full_size(SizeAccumulator& acc, int count_self) const;
 
     int get_num_control_points_u() const { return nu_; }
     int get_num_control_points_v() const { return nv_; }
