@@ -50,6 +50,20 @@ law_data* surface_arg(law_data* d) {
     return d;
 }
 
+// y = P(x) A (times s when scaled, plus t when moved).  The carried law was checked to
+// be a 3-vector when this law was built, so it is evaluated straight into place.
+void carry(const transf& t, const law* carried, const double* x, double* y, bool scaled,
+           bool moved) {
+    double p[3];
+    carried->evaluate(x, p);
+    const matrix& a = t.affine();
+    double s = scaled ? t.scaling() : 1.0;
+    for (int j = 0; j < 3; ++j) {
+        double v = p[0] * a.element(0, j) + p[1] * a.element(1, j) + p[2] * a.element(2, j);
+        y[j] = s * v + (moved ? t.translation()[j] : 0.0);
+    }
+}
+
 void store(const vector& v, double* y) {
     for (int i = 0; i < 3; ++i) y[i] = v[i];
 }
@@ -121,8 +135,7 @@ LAW_TRANSFORM_COMMON(scaletrans_law, "SCALETRANS", LAW_SCALE_NUM, false)
 // ================================================================ TRANS
 
 void transform_law::evaluate(const double* x, double* y) const {
-    vector p = law_vector3_at(carried(), x);
-    store(transform()->transform(position(p.x(), p.y(), p.z())) - position(), y);
+    carry(transf_of(data_[1]), carried(), x, y, true, true);
 }
 
 // TRANS(P,T)' = VECTRANS(P',T)
@@ -152,7 +165,7 @@ law* transform_law::sub_simplify(int, const char*& what) const {
 // ================================================================ ROTATE, VECTRANS
 
 void rotate_law::evaluate(const double* x, double* y) const {
-    store(law_vector3_at(carried(), x) * transf_of(data_[1]).affine(), y);
+    carry(transf_of(data_[1]), carried(), x, y, false, false);
 }
 
 // ROTATE(V,T)' = ROTATE(V',T)
@@ -161,7 +174,7 @@ law* rotate_law::deriv(int which) const {
 }
 
 void vectrans_law::evaluate(const double* x, double* y) const {
-    store(transform()->rotate(law_vector3_at(carried(), x)), y);
+    carry(transf_of(data_[1]), carried(), x, y, true, false);
 }
 
 // VECTRANS(V,T)' = VECTRANS(V',T)
@@ -172,8 +185,9 @@ law* vectrans_law::deriv(int which) const {
 // ================================================================ POSTRANS
 
 void postrans_law::evaluate(const double* x, double* y) const {
-    vector p = law_vector3_at(carried(), x);
-    store(transform()->transform_inverse(position(p.x(), p.y(), p.z())) - position(), y);
+    double p[3];
+    carried()->evaluate(x, p);
+    store(transform()->transform_inverse(position(p)) - position(), y);
 }
 
 // POSTRANS(P,T)' = VECTRANS(P',T^-1)
