@@ -95,6 +95,10 @@ vector base_transform_law_data::rotate_inverse(const vector& v) const {
     return inverse_ ? v * *inverse_ : v;
 }
 
+// The parser reads "TRANSn" as the n-th data argument (the transform laws take it).
+static law_data_prototype<base_transform_law_data> base_transform_law_data_prototype(
+    static_cast<const transf*>(nullptr));
+
 // ================================================================ base_position_array_law_data
 
 namespace {

@@ -30,12 +30,15 @@ class geometry_set {
         data_[3] = VORX_NEW pcircle_data(0.5, 0.5, 0.25);
         data_[4] = VORX_NEW ring_pattern_data(4, pi / 2);
         data_[5] = VORX_NEW sw_curve_law_data(line, 0.0, 1.0);
+        // p -> 2 (p turned a quarter about z) + (1,2,3)
+        transf t(matrix(vector(0, 1, 0), vector(-1, 0, 0), vector(0, 0, 1)), 2.0, vector(1, 2, 3));
+        data_[6] = VORX_NEW base_transform_law_data(&t);
     }
     ~geometry_set() {
         for (law_data* d : data_) d->remove();
     }
     law_data** get() { return data_; }
-    static constexpr int count = 6;
+    static constexpr int count = 7;
 
     law_holder parse(const std::string& text) {
         law_holder l(str_to_law(text.c_str(), data_, count));
@@ -93,6 +96,14 @@ const value_row value_rows[] = {
     {"CURC(ARCWIRE3)", {1.5}, {1.0}},
     {"PCUR(PCIRCLE4)", {0.0}, {0.75, 0.5}},
     {"DPCUR(PCIRCLE4,1)", {0.0}, {0.0, 0.25}},
+    {"TRANS(VEC(X,0,0),TRANS7)", {1.0}, {1, 4, 3}},
+    {"ROTATE(VEC(X,1,0),TRANS7)", {1.0}, {-1, 1, 0}},
+    {"VECTRANS(VEC(X,1,0),TRANS7)", {1.0}, {-2, 2, 0}},
+    {"POSTRANS(VEC(X,4,3),TRANS7)", {1.0}, {1, 0, 0}},
+    {"SCALETRANS(X*X,TRANS7)", {3.0}, {18}},
+    {"SURFNORM(TORUS2)",
+     {0.3, 0.2},
+     {-std::cos(0.3) * std::cos(0.2), -std::cos(0.3) * std::sin(0.2), -std::sin(0.3)}},
     {"PATTRANS(RING5)", {1.0}, {0, 1, 0, -1, 0, 0, 0, 0, 1, 0, 0, 0, 1}},
     {"CUR(SWEDGE6)", {0.5}, {0.5, 1.0, 1.5}},
     {"DCUR(SWEDGE6,1)", {0.5}, {1.0, 2.0, 3.0}},
