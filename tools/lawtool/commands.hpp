@@ -77,7 +77,7 @@ void run_extrema(const extrema_options& o, const tool_streams& io);
 struct integrate_options_cli {
     std::string law, a, b;
     bool json = false;
-    bool romberg = false;  // Nintegrate (abs_tol its stopping difference)
+    bool romberg = false;  // Nintegrate, the larger tolerance its stopping difference
     double rel_tol = 1e-10;
     double abs_tol = 1e-14;
     int max_evaluations = 20000;

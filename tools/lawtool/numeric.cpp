@@ -162,8 +162,9 @@ void run_roots(const roots_options& o, const tool_streams& io) {
     }
     if (info.unresolved > 0)
         std::fprintf(io.err,
-                     "lawtool roots: warning: %d pieces not resolved (raise --max-evaluations)\n",
-                     info.unresolved);
+                     "lawtool roots: warning: %d piece%s not resolved, checked by sign only "
+                     "(raise --max-evaluations)\n",
+                     info.unresolved, info.unresolved == 1 ? "" : "s");
 }
 
 void run_extrema(const extrema_options& o, const tool_streams& io) {
@@ -229,7 +230,7 @@ void run_integrate(const integrate_options_cli& o, const tool_streams& io) {
     double a = parse_end(o.a, "A"), b = parse_end(o.b, "B");
     if (o.romberg) {
         double value = 0.0;
-        int levels = Nintegrate(f.get(), a, b, &value, o.abs_tol, 0);
+        int levels = Nintegrate(f.get(), a, b, &value, std::max(o.abs_tol, o.rel_tol), 0);
         if (o.json) {
             put_line(io, json_head(f.get(), a, b) + ",\"value\":" + json_number(value) +
                              ",\"levels\":" + std::to_string(levels) +
