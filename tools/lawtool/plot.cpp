@@ -1,11 +1,12 @@
 // lawtool plot: an SVG plot of a law of one input, written without external tools.
 //
 // Sampling.  [A, B] is cut at the singular points the law reports (poles and jumps become
-// breaks, kinks become exact sample points), each piece gets a uniform grid of 128 steps,
-// and each step is halved while its midpoint lies more than a quarter pixel off the chord
-// (to 16 halvings, 20,000 evaluations in all).  The curve is broken where the law has no
-// finite value (it raises, or is infinite or NaN) and where a step at the finest width
-// still jumps by more than 4 pixels: a pole or a jump the law does not report itself.
+// breaks, kinks become exact sample points), each piece gets a uniform grid of 128 steps
+// (fewer when there are more than four pieces: 512 in all, at least 2 each), and each step is
+// halved while its midpoint lies more than a quarter pixel off the chord (to 16 halvings, 20,000
+// evaluations in all).  The curve is broken where the law has no finite value (it raises, or is
+// infinite or NaN) and where a step at the finest width still jumps by more than 4 pixels: a pole
+// or a jump the law does not report itself.
 //
 // View.  The y range is that of the grid's finite values with the outer 2% on each side
 // trimmed away when they lie far out (a pole would flatten everything else), then padded
@@ -137,16 +138,10 @@ class sampler {
     const law* f_;
 };
 
-struct plot_data {
-    std::vector<sample> grid;   // the uniform grids of the pieces
-    std::vector<double> kinks;  // exact sample points
-    std::vector<double> cuts;   // poles and jumps
-};
-
 // The pieces' ends from the law's singular points, then a uniform grid on each; a cut
 // end is pulled inward by a billionth of [a, b] so the pole itself is not sampled.
-plot_data grid_samples(const law* f, double a, double b, sampler& s) {
-    plot_data d;
+std::vector<sample> grid_samples(const law* f, double a, double b, sampler& s) {
+    std::vector<sample> grid;
     double* where = nullptr;
     int* kind = nullptr;
     double* period = nullptr;
@@ -165,21 +160,19 @@ plot_data grid_samples(const law* f, double a, double b, sampler& s) {
     ends.push_back({b, false});
     std::sort(ends.begin(), ends.end());
     double nudge = 1e-9 * (b - a);
+    // Many pieces share the grid, so a law with thousands of breaks stays bounded.
+    int steps = std::max(2, std::min(grid_steps, 4 * grid_steps / (int)(ends.size() - 1)));
     for (size_t p = 0; p + 1 < ends.size(); ++p) {
         double lo = ends[p].first + (ends[p].second ? nudge : 0.0);
         double hi = ends[p + 1].first - (ends[p + 1].second ? nudge : 0.0);
         if (!(hi > lo)) continue;
-        if (ends[p].second)
-            d.cuts.push_back(ends[p].first);
-        else if (p > 0)
-            d.kinks.push_back(ends[p].first);
-        for (int i = 0; i <= grid_steps; ++i) {
+        for (int i = 0; i <= steps; ++i) {
             if (i == 0 && p > 0 && !ends[p].second) continue;  // a kink: already there
-            double x = i == grid_steps ? hi : lo + (hi - lo) * i / grid_steps;
-            d.grid.push_back({x, s.at(x), i == 0 && p > 0});
+            double x = i == steps ? hi : lo + (hi - lo) * i / steps;
+            grid.push_back({x, s.at(x), i == 0 && p > 0});
         }
     }
-    return d;
+    return grid;
 }
 
 // The y range of the grid: all finite values, unless the outer 2% lie far out.
@@ -317,15 +310,15 @@ void run_plot(const plot_options& o, const tool_streams& io) {
     if (!(b > a)) throw usage_error("A and B must differ");
 
     sampler s(f.get());
-    plot_data d = grid_samples(f.get(), a, b, s);
+    std::vector<sample> grid = grid_samples(f.get(), a, b, s);
     frame fr{60.0, 30.0, o.width - 80.0, o.height - 70.0, a, b, -1.0, 1.0};
-    bool any = view_range(d.grid, fr.y0, fr.y1);
+    bool any = view_range(grid, fr.y0, fr.y1);
     std::vector<sample> curve;
-    for (size_t i = 0; i < d.grid.size(); ++i) {
-        if (i == 0 || d.grid[i].break_before)
-            curve.push_back(d.grid[i]);
+    for (size_t i = 0; i < grid.size(); ++i) {
+        if (i == 0 || grid[i].break_before)
+            curve.push_back(grid[i]);
         else
-            s.refine(d.grid[i - 1], d.grid[i], fr, 0, curve);
+            s.refine(grid[i - 1], grid[i], fr, 0, curve);
     }
 
     std::vector<marker> marks;
