@@ -27,6 +27,10 @@ const command_usage usages[] = {
     {"simplify", "lawtool simplify LAW [--level N] [--trace N]"},
     {"diff", "lawtool diff LAW [--var I] [--order N] [--at POINT]"},
     {"info", "lawtool info LAW"},
+    {"roots", "lawtool roots LAW A B [--prescribed] [--json]"},
+    {"extrema", "lawtool extrema LAW A B [--prescribed] [--json]"},
+    {"integrate", "lawtool integrate LAW A B [--rel-tol E] [--abs-tol E] [--romberg] [--json]"},
+    {"plot", "lawtool plot LAW A B -o FILE.svg [--roots] [--extrema] [--size WxH] [--json]"},
     {"functions", "lawtool functions"},
     {"demo", "lawtool demo"},
 };
@@ -132,13 +136,56 @@ const char* const info_footer =
     "Example:\n"
     "  lawtool info 'x^2+sin(x)'";
 
+const char* const roots_footer =
+    "Prints every root of the law on [A, B] and every pole and jump where it changes sign,\n"
+    "one a line in ascending order: the position and its kind (simple, even multiple, odd\n"
+    "multiple, pole, jump, or everywhere to the end of a stretch where the law is zero),\n"
+    "with the multiplicity when above 1.  A and B are numbers or constants such as pi/2.\n"
+    "With --prescribed, the library's Nroot: positions where |f| < 1e-7, no kinds.\n"
+    "Finding nothing is an answer: no lines, exit 0.\n"
+    "\n"
+    "Examples:\n"
+    "  lawtool roots 'x^2-2' -2 2\n"
+    "  lawtool roots 'tan(x)' -2 2 --json";
+
+const char* const extrema_footer =
+    "Prints the local maxima and minima inside [A, B] (where the derivative changes sign,\n"
+    "corners such as that of abs(x) included), then the global max and min over [A, B]\n"
+    "among the ends and the local extrema.  With --prescribed, the library's Nmax and Nmin.\n"
+    "\n"
+    "Example:\n"
+    "  lawtool extrema 'x^3-3*x' -3 3";
+
+const char* const integrate_footer =
+    "Prints the integral over [A, B], its estimated absolute error, the evaluations spent\n"
+    "and the status (converged, evaluation limit, resolution limit; a warning on stderr\n"
+    "when not converged).  The adaptive rule cuts at the law's kinks and poles and handles\n"
+    "integrable end singularities such as 1/sqrt(x) at 0.  With --romberg, the library's\n"
+    "Romberg rule, the larger tolerance its stopping difference: the value and the number\n"
+    "of levels (0: not converged in 10 levels; no error estimate).\n"
+    "\n"
+    "Examples:\n"
+    "  lawtool integrate 'x^2' 0 1\n"
+    "  lawtool integrate '1/sqrt(x)' 0 1 --json";
+
+const char* const plot_footer =
+    "Writes an SVG plot of the law over [A, B] to FILE (- for stdout) and says how many\n"
+    "samples and polylines it holds.  The curve is sampled adaptively and broken where the\n"
+    "law has no finite value, at the poles and jumps it reports and at steep jumps found by\n"
+    "sampling.  The axes carry ticks at 1, 2 or 5 times a power of ten.  --roots marks the\n"
+    "roots, --extrema the local extrema.  The file is the same on every run.\n"
+    "\n"
+    "Examples:\n"
+    "  lawtool plot 'sin(x)' 0 2*pi -o sine.svg --roots --extrema\n"
+    "  lawtool plot 'tan(x)' -3 3 -o tan.svg";
+
 // CLI11 takes every word that begins with '-' and a character other than a digit for an
-// option, so the points -.5 and -inf would be refused.  lawtool's only short option is -h:
+// option, so the points -.5 and -inf would be refused.  lawtool's only short options are -h and -o:
 // any other such word is marked as a value before parsing and unmarked after.
 const char value_mark = '\x1f';
 
 bool looks_like_value(const std::string& a) {
-    return a.size() > 1 && a[0] == '-' && a[1] != '-' && a != "-h";
+    return a.size() > 1 && a[0] == '-' && a[1] != '-' && a != "-h" && a != "-o";
 }
 
 void unmark(std::string& s) {
@@ -146,12 +193,24 @@ void unmark(std::string& s) {
 }
 
 struct command_line {
-    CLI::App app{"lawtool: read, evaluate, differentiate, simplify and inspect laws.", "lawtool"};
+    CLI::App app{
+        "lawtool: read, evaluate, differentiate, simplify, inspect, solve, integrate and plot "
+        "laws.",
+        "lawtool"};
     eval_options eval;
     print_options print;
     simplify_options simplify;
     diff_options diff;
     info_options info;
+    roots_options roots;
+    extrema_options extrema;
+    integrate_options_cli integrate;
+    plot_options plot;
+    std::string plot_size;
+    CLI::App* roots_cmd;
+    CLI::App* extrema_cmd;
+    CLI::App* integrate_cmd;
+    CLI::App* plot_cmd;
     CLI::App* eval_cmd;
     CLI::App* print_cmd;
     CLI::App* simplify_cmd;
@@ -220,7 +279,56 @@ struct command_line {
         info_cmd->footer(info_footer);
         info_cmd->add_option("LAW", info.law, "The law")->required();
 
-        for (CLI::App* c : {eval_cmd, print_cmd, simplify_cmd, diff_cmd, info_cmd})
+        roots_cmd = app.add_subcommand("roots", "Find every root of a law on an interval");
+        roots_cmd->footer(roots_footer);
+        add_interval(roots_cmd, roots.law, roots.a, roots.b);
+        roots_cmd->add_flag("--prescribed", roots.prescribed, "Use the library's Nroot");
+        roots_cmd->add_flag("--json", roots.json, "One JSON object for scripts");
+        roots_cmd
+            ->add_option("--max-evaluations", roots.max_evaluations,
+                         "Bound on the evaluations of the search")
+            ->check(whole_number())
+            ->type_name("N")
+            ->capture_default_str();
+
+        extrema_cmd = app.add_subcommand("extrema", "Find the local and global extrema of a law");
+        extrema_cmd->footer(extrema_footer);
+        add_interval(extrema_cmd, extrema.law, extrema.a, extrema.b);
+        extrema_cmd->add_flag("--prescribed", extrema.prescribed,
+                              "Use the library's Nmax and Nmin");
+        extrema_cmd->add_flag("--json", extrema.json, "One JSON object for scripts");
+
+        integrate_cmd = app.add_subcommand("integrate", "Integrate a law with an error estimate");
+        integrate_cmd->footer(integrate_footer);
+        add_interval(integrate_cmd, integrate.law, integrate.a, integrate.b);
+        integrate_cmd->add_option("--rel-tol", integrate.rel_tol, "Relative tolerance")
+            ->type_name("E")
+            ->capture_default_str();
+        integrate_cmd->add_option("--abs-tol", integrate.abs_tol, "Absolute tolerance")
+            ->type_name("E")
+            ->capture_default_str();
+        integrate_cmd
+            ->add_option("--max-evaluations", integrate.max_evaluations, "Bound on the evaluations")
+            ->check(whole_number())
+            ->type_name("N")
+            ->capture_default_str();
+        integrate_cmd->add_flag("--romberg", integrate.romberg, "Use the library's Romberg rule");
+        integrate_cmd->add_flag("--json", integrate.json, "One JSON object for scripts");
+
+        plot_cmd = app.add_subcommand("plot", "Plot a law over an interval as an SVG file");
+        plot_cmd->footer(plot_footer);
+        add_interval(plot_cmd, plot.law, plot.a, plot.b);
+        plot_cmd->add_option("-o,--output", plot.output, "The SVG file; - for stdout")
+            ->type_name("FILE")
+            ->required();
+        plot_cmd->add_flag("--roots", plot.roots, "Mark the roots");
+        plot_cmd->add_flag("--extrema", plot.extrema, "Mark the local extrema");
+        plot_cmd->add_option("--size", plot_size, "Width and height in pixels (default 640x400)")
+            ->type_name("WxH");
+        plot_cmd->add_flag("--json", plot.json, "Say what was written as one JSON object");
+
+        for (CLI::App* c : {eval_cmd, print_cmd, simplify_cmd, diff_cmd, info_cmd, roots_cmd,
+                            extrema_cmd, integrate_cmd, plot_cmd})
             c->add_flag("--lenient", lenient,
                         "Take the reader's own reading of texts lawtool would refuse "
                         "(empty text, dropped groups, split names, 1.5e3)");
@@ -236,6 +344,13 @@ struct command_line {
         demo_cmd->footer("The tour that `make demo` runs.");
     }
 
+    // LAW A B, the operands of every numerical command.
+    static void add_interval(CLI::App* c, std::string& law, std::string& a, std::string& b) {
+        c->add_option("LAW", law, "The law: one input, one output")->required();
+        c->add_option("A", a, "Start of the interval")->required();
+        c->add_option("B", b, "End of the interval")->required();
+    }
+
     // The deepest command that was read, or "" for none.
     std::string active() const {
         std::vector<CLI::App*> subs = app.get_subcommands();
@@ -244,8 +359,11 @@ struct command_line {
 
     int dispatch(const tool_streams& io) {
         set_lenient_reading(lenient);
-        for (std::string* s : {&eval.law, &eval.range, &print.law, &simplify.law, &diff.law,
-                               &diff.at, &diff.var, &info.law})
+        for (std::string* s :
+             {&eval.law,  &eval.range,  &print.law,   &simplify.law, &diff.law,      &diff.at,
+              &diff.var,  &info.law,    &roots.a,     &roots.b,      &roots.law,     &extrema.a,
+              &extrema.b, &extrema.law, &integrate.a, &integrate.b,  &integrate.law, &plot.a,
+              &plot.b,    &plot.law,    &plot.output})
             unmark(*s);
         for (std::string& s : eval.points) unmark(s);
         if (eval_cmd->parsed()) run_eval(eval, io);
@@ -253,6 +371,21 @@ struct command_line {
         if (simplify_cmd->parsed()) run_simplify(simplify, io);
         if (diff_cmd->parsed()) run_diff(diff, io);
         if (info_cmd->parsed()) run_info(info, io);
+        if (roots_cmd->parsed()) run_roots(roots, io);
+        if (extrema_cmd->parsed()) run_extrema(extrema, io);
+        if (integrate_cmd->parsed()) run_integrate(integrate, io);
+        if (plot_cmd->parsed()) {
+            if (!plot_size.empty()) {
+                unmark(plot_size);
+                int w = 0, h = 0;
+                char rest = 0;
+                if (std::sscanf(plot_size.c_str(), "%dx%d%c", &w, &h, &rest) != 2)
+                    throw usage_error("--size takes WxH such as 640x400, not '" + plot_size + "'");
+                plot.width = w;
+                plot.height = h;
+            }
+            run_plot(plot, io);
+        }
         if (functions_cmd->parsed()) run_functions(io);
         if (demo_cmd->parsed()) return run_demo(io);
         return status_ok;

@@ -53,3 +53,45 @@ void run_info(const info_options& o, const tool_streams& io);
 // Every function, operator and constant the reader knows, from the registry: name, kind,
 // number of arguments, meaning and the domain outside which it raises an error.
 void run_functions(const tool_streams& io);
+
+// ---- numerical commands (numeric.cpp, plot.cpp).  A and B are texts read as POINTs of
+// one coordinate, so constants such as pi/2 serve as ends.
+
+struct roots_options {
+    std::string law, a, b;
+    bool json = false;
+    bool prescribed = false;  // the library's Nroot instead of the classified search
+    int max_evaluations = 20000;
+};
+// Every root, pole and jump on [A, B], one a line: position and kind.
+void run_roots(const roots_options& o, const tool_streams& io);
+
+struct extrema_options {
+    std::string law, a, b;
+    bool json = false;
+    bool prescribed = false;  // the library's Nmax and Nmin only
+};
+// The local extrema inside [A, B] and the global ones over it (ends included).
+void run_extrema(const extrema_options& o, const tool_streams& io);
+
+struct integrate_options_cli {
+    std::string law, a, b;
+    bool json = false;
+    bool romberg = false;  // Nintegrate, the larger tolerance its stopping difference
+    double rel_tol = 1e-10;
+    double abs_tol = 1e-14;
+    int max_evaluations = 20000;
+};
+// The integral over [A, B] with its error estimate, evaluations and status.
+void run_integrate(const integrate_options_cli& o, const tool_streams& io);
+
+struct plot_options {
+    std::string law, a, b;
+    std::string output;  // file name, "-" for stdout
+    bool json = false;
+    bool roots = false;
+    bool extrema = false;
+    int width = 640, height = 400;
+};
+// An SVG plot of the law over [A, B].
+void run_plot(const plot_options& o, const tool_streams& io);
