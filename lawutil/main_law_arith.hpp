@@ -11,6 +11,7 @@ class plus_law : public binary_law {
     LAW_SINGULARITIES_DECL
     plus_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 5; }
@@ -30,6 +31,7 @@ class minus_law : public binary_law {
     LAW_SINGULARITIES_DECL
     minus_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 5; }
@@ -47,6 +49,7 @@ class times_law : public binary_law {
     LAW_SINGULARITIES_DECL
     times_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 6; }
@@ -67,6 +70,7 @@ class division_law : public binary_law {
     LAW_SINGULARITIES_DECL
     division_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 6; }
@@ -85,6 +89,7 @@ class exponent_law : public binary_law {
     LAW_SINGULARITIES_DECL
     exponent_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 7; }
@@ -103,6 +108,7 @@ class negate_law : public unary_law {
     LAW_SINGULARITIES_DECL
     explicit negate_law(law* sub);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     unary_law* make_one(law* sub) const override;
