@@ -650,9 +650,20 @@ law* division_law::sub_simplify(int, const char*& what) const {
 
 exponent_law::exponent_law(law* left, law* right) : binary_law(left, right) {
     leaf_kind = node_direct;
+    if (right && right->isa(constant_law::id())) {
+        double b = static_cast<const constant_law*>(right)->value();
+        if (b >= 3.0 && b <= 16.0 && b == std::trunc(b)) whole_exponent_ = (int)b;
+    }
 }
 
-LAW_SCALAR_VALUE_DEF(exponent_law)
+// A whole constant exponent passes power()'s tests by construction: only the base's
+// range is left to test before the multiplication.  Same arithmetic as power().
+double exponent_law::scalar_value(const double* x) const {
+    double a = left_->evaluateM_R(x);
+    if (whole_exponent_ && std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
+        return compensated_power(a, whole_exponent_);
+    return power(a, right_->evaluateM_R(x));
+}
 
 void exponent_law::evaluate(const double* x, double* y) const {
     double a = left_->evaluateM_R(x);

@@ -100,6 +100,10 @@ class exponent_law : public binary_law {
 
   protected:
     law* deriv(int which) const override;
+
+  private:
+    // n when B is a constant whole n from 3 to 16, else 0: decided once, at construction.
+    int whole_exponent_ = 0;
 };
 
 // -A, component-wise.
