@@ -179,6 +179,9 @@ class law : public VORX_OBJECT {
         if (leaf_kind == leaf_constant) return leaf_value;
         if (leaf_kind == leaf_variable) return x[leaf_index];
         if (!returns_scalar()) raise_not_scalar();
+        // The arithmetic and function laws hand their value back in a register, with no
+        // store and reload and no second call through dispatch.
+        if (leaf_kind == node_direct && !side && !guess) return scalar_value(x);
         double y;
         dispatch(x, &y, side, guess);
         return y;
@@ -232,6 +235,15 @@ class law : public VORX_OBJECT {
     vector evaluateDR_V(double t, int n, const int& side = null_ref<int>(),
                         const double& guess = null_ref<double>()) const;
 
+    // The value at x of a law with one output, without side or guess: what evaluate
+    // stores.  Only called on laws whose constructor set leaf_kind to node_direct, which
+    // override it (a class deriving from them keeps their evaluation).
+    virtual double scalar_value(const double* x) const {
+        double y;
+        evaluate(x, &y);
+        return y;
+    }
+
     // Evaluation with the side/guess rule: side alone, guess alone, else plain.
     void dispatch(const double* x, double* y, const int* side, const double* guess) const {
         if (side && !guess)
@@ -279,9 +291,10 @@ class law : public VORX_OBJECT {
     mutable int take_dim_cache;
     mutable int return_dim_cache;
 
-    // Evaluation shortcut of the two leaf classes (set by their constructors; a class
-    // deriving from them keeps their evaluation).
-    enum : signed char { leaf_none = 0, leaf_constant = 1, leaf_variable = 2 };
+    // Evaluation shortcut of the two leaf classes and of the laws with a scalar_value
+    // of their own (set by their constructors; a class deriving from them keeps their
+    // evaluation).
+    enum : signed char { leaf_none = 0, leaf_constant = 1, leaf_variable = 2, node_direct = 3 };
     signed char leaf_kind = leaf_none;
     // Link of the list of laws waiting to be destroyed (see destroy_released).
     mutable const law* next_dead = nullptr;

@@ -46,7 +46,9 @@ bool scalar_zero(const law* l) {
 void law::raise_not_scalar() const {
     sys_error(LAW_EVALS);
 }
-void law::raise_bad_dim() const { sys_error(LAW_DIM); }
+void law::raise_bad_dim() const {
+    sys_error(LAW_DIM);
+}
 
 double law::evaluateC_R(const complex_number& z, const int* side, const double* guess) const {
     double x[2] = {z.re(), z.im()};

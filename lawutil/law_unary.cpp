@@ -130,7 +130,14 @@ int unit_term_domain(interval& dom) {
 // Type identity, construction, make_one and the two spellings of a member.
 #define LAW_UNARY_FUNCTION_DEF(cls, own_symbol, maple_symbol)          \
     LAW_TYPE_DEF(cls)                                                  \
-    cls::cls(law* sub) : unary_law(sub) {}                             \
+    cls::cls(law* sub) : unary_law(sub) {                              \
+        leaf_kind = node_direct;                                       \
+    }                                                                  \
+    double cls::scalar_value(const double* x) const {                  \
+        double y;                                                      \
+        cls::evaluate(x, &y);                                          \
+        return y;                                                      \
+    }                                                                  \
     unary_law* cls::make_one(law* sub) const {                         \
         return VORX_NEW cls(sub);                                      \
     }                                                                  \

@@ -16,6 +16,7 @@
 #define LAW_UNARY_FUNCTION_MEMBERS(cls)                                           \
     explicit cls(law* sub);                                                       \
     void evaluate(const double* x, double* y) const override;                     \
+    double scalar_value(const double* x) const override;                          \
     const char* symbol(law_symbol_type type = law_symbol_default) const override; \
     unary_law* make_one(law* sub) const override;
 

@@ -255,9 +255,21 @@ void compose(const binary_law* l, const double* x, double* y, const R& r) {
 
 }  // namespace
 
+// The value in a register: evaluate itself, inlined, so the two cannot differ.
+#define LAW_SCALAR_VALUE_DEF(cls)                     \
+    double cls::scalar_value(const double* x) const { \
+        double y;                                     \
+        cls::evaluate(x, &y);                         \
+        return y;                                     \
+    }
+
 // ================================================================ plus_law
 
-plus_law::plus_law(law* left, law* right) : binary_law(left, right) {}
+plus_law::plus_law(law* left, law* right) : binary_law(left, right) {
+    leaf_kind = node_direct;
+}
+
+LAW_SCALAR_VALUE_DEF(plus_law)
 
 void plus_law::evaluate(const double* x, double* y) const {
     if (left_->returns_scalar() && right_->returns_scalar()) {
@@ -402,7 +414,11 @@ law* plus_law::sub_simplify(int, const char*& what) const {
 
 // ================================================================ minus_law
 
-minus_law::minus_law(law* left, law* right) : binary_law(left, right) {}
+minus_law::minus_law(law* left, law* right) : binary_law(left, right) {
+    leaf_kind = node_direct;
+}
+
+LAW_SCALAR_VALUE_DEF(minus_law)
 
 void minus_law::evaluate(const double* x, double* y) const {
     if (left_->returns_scalar() && right_->returns_scalar()) {
@@ -445,7 +461,11 @@ law* minus_law::sub_simplify(int, const char*& what) const {
 
 // ================================================================ times_law
 
-times_law::times_law(law* left, law* right) : binary_law(left, right) {}
+times_law::times_law(law* left, law* right) : binary_law(left, right) {
+    leaf_kind = node_direct;
+}
+
+LAW_SCALAR_VALUE_DEF(times_law)
 
 void times_law::evaluate(const double* x, double* y) const {
     if (left_->returns_scalar() && right_->returns_scalar()) {
@@ -573,7 +593,11 @@ law* scalar_denominator(law* right) {
 }
 }  // namespace
 
-division_law::division_law(law* left, law* right) : binary_law(left, scalar_denominator(right)) {}
+division_law::division_law(law* left, law* right) : binary_law(left, scalar_denominator(right)) {
+    leaf_kind = node_direct;
+}
+
+LAW_SCALAR_VALUE_DEF(division_law)
 
 void division_law::evaluate(const double* x, double* y) const {
     if (left_->returns_scalar())
@@ -624,7 +648,22 @@ law* division_law::sub_simplify(int, const char*& what) const {
 
 // ================================================================ exponent_law
 
-exponent_law::exponent_law(law* left, law* right) : binary_law(left, right) {}
+exponent_law::exponent_law(law* left, law* right) : binary_law(left, right) {
+    leaf_kind = node_direct;
+    if (right && right->isa(constant_law::id())) {
+        double b = static_cast<const constant_law*>(right)->value();
+        if (b >= 3.0 && b <= 16.0 && b == std::trunc(b)) whole_exponent_ = (int)b;
+    }
+}
+
+// A whole constant exponent passes power()'s tests by construction: only the base's
+// range is left to test before the multiplication.  Same arithmetic as power().
+double exponent_law::scalar_value(const double* x) const {
+    double a = left_->evaluateM_R(x);
+    if (whole_exponent_ && std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
+        return compensated_power(a, whole_exponent_);
+    return power(a, right_->evaluateM_R(x));
+}
 
 void exponent_law::evaluate(const double* x, double* y) const {
     double a = left_->evaluateM_R(x);
@@ -754,7 +793,11 @@ law* exponent_law::sub_simplify(int, const char*& what) const {
 
 // ================================================================ negate_law
 
-negate_law::negate_law(law* sub) : unary_law(sub) {}
+negate_law::negate_law(law* sub) : unary_law(sub) {
+    leaf_kind = node_direct;
+}
+
+LAW_SCALAR_VALUE_DEF(negate_law)
 
 void negate_law::evaluate(const double* x, double* y) const {
     if (sub_->returns_scalar())

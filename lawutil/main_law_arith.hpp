@@ -11,6 +11,7 @@ class plus_law : public binary_law {
     LAW_SINGULARITIES_DECL
     plus_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 5; }
@@ -30,6 +31,7 @@ class minus_law : public binary_law {
     LAW_SINGULARITIES_DECL
     minus_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 5; }
@@ -47,6 +49,7 @@ class times_law : public binary_law {
     LAW_SINGULARITIES_DECL
     times_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 6; }
@@ -67,6 +70,7 @@ class division_law : public binary_law {
     LAW_SINGULARITIES_DECL
     division_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 6; }
@@ -85,6 +89,7 @@ class exponent_law : public binary_law {
     LAW_SINGULARITIES_DECL
     exponent_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     int precedence() const override { return 7; }
@@ -95,6 +100,10 @@ class exponent_law : public binary_law {
 
   protected:
     law* deriv(int which) const override;
+
+  private:
+    // n when B is a constant whole n from 3 to 16, else 0: decided once, at construction.
+    int whole_exponent_ = 0;
 };
 
 // -A, component-wise.
@@ -103,6 +112,7 @@ class negate_law : public unary_law {
     LAW_SINGULARITIES_DECL
     explicit negate_law(law* sub);
     void evaluate(const double* x, double* y) const override;
+    double scalar_value(const double* x) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     unary_law* make_one(law* sub) const override;
