@@ -14,11 +14,11 @@
 //
 // Compiled evaluation.  Once an adaptive integration has spent compile_after evaluations
 // (compiling costs a few hundred tree evaluations, so a short one never pays for it), a
-// scalar law of X of two instructions or more is compiled (exact mode, so
-// every value is the tree's, bit for bit) and each Kronrod rule's nodes go through it as
-// one batch, in the order the tree path samples them; the first failing node raises its
-// code, as the tree would at that node.  Tanh-sinh nodes and probes stay on the tree:
-// they come one at a time.
+// scalar law of X of two instructions or more is compiled in exact mode, so every value
+// is the tree's, bit for bit, and each Kronrod rule's nodes go through it as one batch, in
+// the order the tree path samples them.  The first failing node is evaluated again by the
+// tree, which raises there as it would have without the program.  Tanh-sinh nodes and
+// probes stay on the tree: they come one at a time.
 #include "lawutil/integrate.hpp"
 
 #include <algorithm>
@@ -288,7 +288,9 @@ void adaptive_engine::sample_rule(double c, double hw, double& fc, double* fv1, 
     program_->evaluate_batch(n, &in, y, err);
     for (int i = 0; i < n; ++i) {
         if (err[i]) {
-            evaluations_ += i + 1;
+            // The tree raises its own exception, with whatever it carries besides the code.
+            evaluations_ += i;
+            sample(x[i]);
             sys_error(err[i]);
         }
     }
