@@ -11,6 +11,14 @@
 // only hints: a spurious one costs one more piece, never accuracy, so the search stays
 // simple (arguments linear in X, read through hasa, which also looks inside composite
 // laws whose inner variable is not X).
+//
+// Compiled evaluation.  Once an adaptive integration has spent compile_after evaluations
+// (compiling costs a few hundred tree evaluations, so a short one never pays for it), a
+// scalar law of X of two instructions or more is compiled in exact mode, so every value
+// is the tree's, bit for bit, and each Kronrod rule's nodes go through it as one batch, in
+// the order the tree path samples them.  The first failing node is evaluated again by the
+// tree, which raises there as it would have without the program.  Tanh-sinh nodes and
+// probes stay on the tree: they come one at a time.
 #include "lawutil/integrate.hpp"
 
 #include <algorithm>
@@ -18,6 +26,7 @@
 #include <limits>
 #include <vector>
 
+#include "lawutil/compile.hpp"
 #include "lawutil/law_logic.hpp"
 #include "lawutil/law_unary.hpp"
 #include "lawutil/law_util.hpp"
@@ -34,6 +43,8 @@ using tracked_vector = std::vector<T, vorx_std_allocator<T>>;
 constexpr int romberg_level_limit = 10;
 constexpr int romberg_min_level_cap = 20;
 constexpr double split_pull_in = 1e-14;
+// Tree evaluations an adaptive integration spends before its law is compiled.
+constexpr int compile_after = 512;
 
 // One Romberg row in tracked memory, released when it goes (also when an error passes).
 class romberg_row {
@@ -197,6 +208,9 @@ class adaptive_engine {
   public:
     adaptive_engine(const law* f, const integrate_options& o)
         : f_(f), opt_(o), rule_(o.kronrod_points == 21 ? rule21 : rule15) {}
+    ~adaptive_engine() { delete program_; }
+    adaptive_engine(const adaptive_engine&) = delete;
+    adaptive_engine& operator=(const adaptive_engine&) = delete;
 
     integrate_result run(double a, double b, int n_splits, const double* splits);
 
@@ -205,6 +219,8 @@ class adaptive_engine {
     const integrate_options& opt_;
     const kronrod_rule& rule_;
     int evaluations_ = 0;
+    law_program* program_ = nullptr;  // made once the integration proves long enough
+    bool compiled_ = false;           // compiling was decided (program_ may stay null)
     tracked_vector<double> ends_;
     tracked_vector<int> end_state_;
     tracked_vector<span> open_;
@@ -221,6 +237,7 @@ class adaptive_engine {
         return t;
     }
     span kronrod(double l, double r, int left_end, int right_end);
+    void sample_rule(double c, double hw, double& fc, double* fv1, double* fv2);
     void collect_breaks(double a, double b);
     int probe(int end);
     int tanh_sinh(double l, double r, double needed, double& value, double& error);
@@ -234,22 +251,70 @@ class adaptive_engine {
     }
 };
 
+// The law at the rule's nodes around c: the centre, then c - dx and c + dx for each node
+// from the outermost in.  Through the tree one by one, or through the program as one batch
+// once the integration is long enough.
+void adaptive_engine::sample_rule(double c, double hw, double& fc, double* fv1, double* fv2) {
+    const kronrod_rule& k = rule_;
+    if (!compiled_ && evaluations_ >= compile_after) {
+        compiled_ = true;
+        if (f_->take_dim() == 1 && f_->returns_scalar()) {
+            program_ = VORX_NEW law_program(f_, law_program::exact);
+            // One instruction is the tree's own top node (or the whole tree): no gain.
+            if (program_->size() < 2) {
+                delete program_;
+                program_ = nullptr;
+            }
+        }
+    }
+    if (!program_) {
+        fc = sample(c);
+        for (int j = 0; j < k.half; ++j) {
+            double dx = hw * k.xk[j];
+            fv1[j] = sample(c - dx);
+            fv2[j] = sample(c + dx);
+        }
+        return;
+    }
+    double x[21], y[21];
+    int err[21], n = 1 + 2 * k.half;
+    x[0] = c;
+    for (int j = 0; j < k.half; ++j) {
+        double dx = hw * k.xk[j];
+        x[1 + 2 * j] = c - dx;
+        x[2 + 2 * j] = c + dx;
+    }
+    const double* in = x;
+    program_->evaluate_batch(n, &in, y, err);
+    for (int i = 0; i < n; ++i) {
+        if (err[i]) {
+            // The tree raises its own exception, with whatever it carries besides the code.
+            evaluations_ += i;
+            sample(x[i]);
+            sys_error(err[i]);
+        }
+    }
+    evaluations_ += n;
+    fc = y[0];
+    for (int j = 0; j < k.half; ++j) {
+        fv1[j] = y[1 + 2 * j];
+        fv2[j] = y[2 + 2 * j];
+    }
+}
+
 // One Kronrod rule on [l, r] with QUADPACK's error estimate: the Kronrod-Gauss difference,
 // scaled by (200 |K - G| / resasc)^1.5 against the integral's variation, and never below
 // the rounding of the sum.
 span adaptive_engine::kronrod(double l, double r, int left_end, int right_end) {
     const kronrod_rule& k = rule_;
     double c = 0.5 * (l + r), hw = 0.5 * (r - l);
-    double fv1[10], fv2[10];
-    double fc = sample(c);
+    double fv1[10], fv2[10], fc;
+    sample_rule(c, hw, fc, fv1, fv2);
     double resk = fc * k.wk[k.half];
     double resg = k.gauss_centre ? fc * k.wg[k.half / 2] : 0.0;
     double resabs = std::fabs(resk);
     for (int j = 0; j < k.half; ++j) {
-        double dx = hw * k.xk[j];
-        double f1 = sample(c - dx), f2 = sample(c + dx);
-        fv1[j] = f1;
-        fv2[j] = f2;
+        double f1 = fv1[j], f2 = fv2[j];
         resk += k.wk[j] * (f1 + f2);
         resabs += k.wk[j] * (std::fabs(f1) + std::fabs(f2));
         if (j % 2 == 1) resg += k.wg[j / 2] * (f1 + f2);

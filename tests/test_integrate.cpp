@@ -235,6 +235,20 @@ TEST(Adaptive, BatteryIsAccurateOrHonestAndCheaperThanGk21) {
     EXPECT_LT(2 * ours, baseline);
 }
 
+// Past 512 evaluations the rules run through the compiled law: a domain error met there
+// (the last of 40 pieces, each with its first rule) still carries the tree's code.
+TEST(Adaptive, DomainErrorThroughTheCompiledLawIsTheTrees) {
+    law_holder f = read("X*SQRT(0.99-X)");
+    double splits[39];
+    for (int i = 0; i < 39; ++i) splits[i] = 0.025 * (i + 1);
+    EXPECT_EQ(error_of([&] { f->eval(0.995); }), "LAW_SQRT");
+    EXPECT_EQ(
+        error_of([&] { Nintegrate_adaptive(f.get(), 0, 1, integrate_options(), 39, splits); }),
+        "LAW_SQRT");
+    integrate_result r = Nintegrate_adaptive(f.get(), 0, 0.99, integrate_options(), 39, splits);
+    EXPECT_NEAR(r.value, std::pow(0.99, 2.5) * 4 / 15, 1e-10);
+}
+
 // The Kronrod rules are exact on polynomials of degree 3n+1: X^22 and X^31 in one rule
 // (the error estimate, from the Gauss rule, asks for more: the bound stops it).
 TEST(Adaptive, KronrodRulesAreExactOnHighDegreePolynomials) {
