@@ -394,20 +394,6 @@ bool for_each_argument(const char* s, size_t open, F take) {
     return true;
 }
 
-law* build_binary(const char* s, size_t at, const token& t, law_data** data, int count) {
-    size_t n = std::strlen(s);
-    piece left(s, 0, at);
-    piece right(s, at + t.length, n);
-    // Strip the unmatched '(' or ')' that enclosed the split token.
-    if (!balanced(left.get(), left.size()) && left.size()) left.get()[0] = ' ';
-    if (!balanced(right.get(), right.size()) && right.size()) right.get()[right.size() - 1] = ' ';
-    law_holder l(read_text(left.get(), data, count));
-    if (!l) return nullptr;
-    law_holder r(read_text(right.get(), data, count));
-    if (!r) return nullptr;
-    return static_cast<binary_law*>(t.proto)->make_one(l.get(), r.get());
-}
-
 law* build_unary(const char* s, size_t at, const token& t, law_data** data, int count) {
     size_t from = at + t.length;
     size_t to;
@@ -492,28 +478,58 @@ law* build_multiple_data(const char* s, size_t at, const token& t, law_data** da
     return static_cast<multiple_data_law*>(t.proto)->make_one(args.get(), n);
 }
 
-law* read_text(const char* in, law_data** data, int count) {
-    nesting_guard guard;
-    if (nesting > max_nesting) return bad_syntax(in, "nested too deeply (limit 2,500)");
+// The tokens of one normalised text and, for every prefix that ends at a token boundary,
+// the split token that a scan of that prefix alone would pick.  The left text of a binary
+// split is such a prefix whenever its parentheses balance, so a left-nested chain
+// (X+X+...+X) is scanned once, not once per level.
+struct text_scan {
+    char* s = nullptr;
+    size_t count = 0;      // tokens
+    size_t* at = nullptr;  // start of token j; at[count] is the text's length
+    token* tokens = nullptr;
+    int* depth = nullptr;   // nesting depth before token j
+    int* parens = nullptr;  // '(' less ')' characters before token j (a number such as
+                            // '4E)' can hold a parenthesis)
+    long* best = nullptr;   // split token of the prefix of j tokens, or -1
+    ~text_scan() {
+        VORX_FREE(at);
+        VORX_FREE(tokens);
+        VORX_FREE(depth);
+        VORX_FREE(parens);
+        VORX_FREE(best);
+    }
+};
 
-    text_buf text(2 * std::strlen(in) + 1);
-    normalise(in, text);
-    const char* s = text.get();
-    if (std::strcmp(s, "NULL") == 0) return nullptr;
-    if (*s == '\0') return VORX_NEW constant_law(0.0);
-
+// Scans `s` (normalised); false, after the message, on a token of length 0.
+bool scan_text(char* s, size_t n, text_scan& sc) {
+    sc.s = s;
+    sc.at = VORX_ALLOC_ARRAY(size_t, n + 1);
+    sc.tokens = VORX_ALLOC_ARRAY(token, n + 1);
+    sc.depth = VORX_ALLOC_ARRAY(int, n + 1);
+    sc.parens = VORX_ALLOC_ARRAY(int, n + 1);
+    int parens = 0;
+    sc.best = VORX_ALLOC_ARRAY(long, n + 1);
     // Pick the split token: shallowest, then lowest rank; equal ranks go to the last one
     // standing after an operand (operators associate to the left) and to the first one
     // standing where an operand is expected.
     bool operand_expected = true;
     int depth = 0;
-    size_t best_at = (size_t)-1;
-    token best;
+    long best = -1;
     int best_depth = 0, best_rank = 0;
     bool after_operator = false;
-    for (size_t at = 0; s[at];) {
+    size_t j = 0;
+    sc.best[0] = -1;
+    for (size_t at = 0; s[at]; ++j) {
         token t = next_token(s + at, operand_expected);
-        if (t.length == 0) return bad_syntax(s + at);
+        if (t.length == 0) {
+            bad_syntax(s + at);
+            return false;
+        }
+        sc.at[j] = at;
+        sc.tokens[j] = t;
+        sc.depth[j] = depth;
+        sc.parens[j] = parens;
+        for (size_t i = at; i < at + t.length; ++i) parens += (s[i] == '(') - (s[i] == ')');
         if (t.kind != tok_open && t.kind != tok_close) {
             int rank = t.kind == tok_prototype ? t.proto->precedence() : 9;
             // A prefix operator that binds loosely (NOT) takes in the rest of the text only
@@ -523,16 +539,16 @@ law* read_text(const char* in, law_data** data, int count) {
             if (rank < 8 && t.kind == tok_prototype && !t.proto->isa(binary_law::id()) &&
                 (after_operator || s[at + t.length] == '('))
                 rank = 8;
-            bool better = best_at == (size_t)-1 || depth < best_depth ||
+            bool better = best == -1 || depth < best_depth ||
                           (depth == best_depth &&
                            (rank < best_rank || (rank == best_rank && !operand_expected)));
             if (better) {
-                best_at = at;
-                best = t;
+                best = (long)j;
                 best_depth = depth;
                 best_rank = rank;
             }
         }
+        sc.best[j + 1] = best;
         if (t.kind == tok_open) ++depth;
         if (t.kind == tok_close) --depth;
         after_operator =
@@ -541,9 +557,75 @@ law* read_text(const char* in, law_data** data, int count) {
         operand_expected = t.kind == tok_open || t.kind == tok_comma || after_operator;
         at += t.length;
     }
-    if (best_at == (size_t)-1) return bad_syntax(s);
+    sc.count = j;
+    sc.at[j] = n;
+    sc.depth[j] = depth;
+    sc.parens[j] = parens;
+    return true;
+}
 
-    const token& t = best;
+law* build_prefix(text_scan& sc, size_t k, law_data** data, int count);
+
+// The law of the first k tokens, read as if that prefix had been given alone: it is
+// ended in place for the while.
+law* read_prefix(text_scan& sc, size_t k, law_data** data, int count) {
+    struct end_here {
+        char* p;
+        char kept;
+        explicit end_here(char* q) : p(q), kept(*q) { *q = '\0'; }
+        ~end_here() { *p = kept; }
+    } end(sc.s + sc.at[k]);
+    nesting_guard guard;
+    if (nesting > max_nesting) return bad_syntax(sc.s, "nested too deeply (limit 2,500)");
+    if (std::strcmp(sc.s, "NULL") == 0) return nullptr;
+    if (k == 0) return VORX_NEW constant_law(0.0);
+    return build_prefix(sc, k, data, count);
+}
+
+law* build_binary(text_scan& sc, size_t k, size_t split, law_data** data, int count) {
+    const char* s = sc.s;
+    const token& t = sc.tokens[split];
+    size_t at = sc.at[split];
+    piece right(s, at + t.length, sc.at[k]);
+    if (!balanced(right.get(), right.size()) && right.size()) right.get()[right.size() - 1] = ' ';
+    law_holder l;
+    // A left text that balances is the prefix before the split token, whose split the
+    // scan knows; one that does not loses its first character and is read afresh.  (A
+    // prefix ending before a '(' would see its last token's neighbour change: read afresh.)
+    if (sc.parens[split] == 0 && s[at] != '(') {
+        l.reset(read_prefix(sc, split, data, count));
+    } else {
+        piece left(s, 0, at);
+        if (!balanced(left.get(), left.size()) && left.size()) left.get()[0] = ' ';
+        l.reset(read_text(left.get(), data, count));
+    }
+    if (!l) return nullptr;
+    law_holder r(read_text(right.get(), data, count));
+    if (!r) return nullptr;
+    return static_cast<binary_law*>(t.proto)->make_one(l.get(), r.get());
+}
+
+law* read_text(const char* in, law_data** data, int count) {
+    nesting_guard guard;
+    if (nesting > max_nesting) return bad_syntax(in, "nested too deeply (limit 2,500)");
+
+    text_buf text(2 * std::strlen(in) + 1);
+    normalise(in, text);
+    char* s = text.get();
+    if (std::strcmp(s, "NULL") == 0) return nullptr;
+    if (*s == '\0') return VORX_NEW constant_law(0.0);
+    text_scan sc;
+    if (!scan_text(s, text.size(), sc)) return nullptr;
+    return build_prefix(sc, sc.count, data, count);
+}
+
+// The law of the first k tokens of the scanned text, ended after them.
+law* build_prefix(text_scan& sc, size_t k, law_data** data, int count) {
+    const char* s = sc.s;
+    long split = sc.best[k];
+    if (split < 0) return bad_syntax(s);
+    size_t best_at = sc.at[split];
+    const token& t = sc.tokens[split];
     switch (t.kind) {
         case tok_variable:
             return VORX_NEW identity_law(t.index, t.letter);
@@ -560,7 +642,7 @@ law* read_text(const char* in, law_data** data, int count) {
         }
         case tok_prototype: {
             law* p = t.proto;
-            if (p->isa(binary_law::id())) return build_binary(s, best_at, t, data, count);
+            if (p->isa(binary_law::id())) return build_binary(sc, k, (size_t)split, data, count);
             if (p->isa(unary_law::id())) return build_unary(s, best_at, t, data, count);
             if (p->isa(multiple_law::id())) return build_multiple(s, best_at, t, data, count);
             if (p->isa(unary_data_law::id())) return build_unary_data(s, best_at, t, data, count);
