@@ -4,6 +4,12 @@
 // token by token, the token at which to split is picked (the shallowest, then the lowest
 // precedence), the law it names is built and the pieces of text around it are read
 // recursively.  The names it knows are the symbols of the registered prototypes.
+//
+// Two front doors share this one splitter.  str_to_law prints what went wrong and returns
+// null.  read_law prints nothing: while it runs, a per-thread fault record collects the
+// first fault (its code, a short reason and the rest of the text where it happened); the
+// rest of the text is located in the normalised top-level text, whose characters remember
+// where they came from in the caller's text, and so becomes a column there.
 #include <locale.h>
 
 #include <cctype>
@@ -11,11 +17,13 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "base/output.hpp"
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_data.hpp"
 #include "lawutil/law_util.hpp"
+#include "lawutil/main_law_err.hpp"
 
 namespace {
 
@@ -23,6 +31,19 @@ namespace {
 constexpr int max_nesting = 2500;
 
 thread_local int nesting = 0;
+
+// The first fault of a read_law call, and what is needed to turn it into a column.
+struct fault_record {
+    const char* top = nullptr;       // the normalised top-level text
+    const size_t* origin = nullptr;  // for each of its characters, the index in the user's text
+    size_t top_size = 0;
+    const char* user = nullptr;  // the user's text
+    int code = 0;
+    int column = 0;
+    const char* reason = nullptr;
+};
+
+thread_local fault_record* faults = nullptr;
 
 class nesting_guard {
   public:
@@ -253,18 +274,30 @@ token next_token(const char* s, bool operand_expected) {
 }
 
 // Upper-case, drop white space, and make implied products explicit ("2X" is 2*X).
-void normalise(const char* in, text_buf& out) {
-    text_buf raw(std::strlen(in));
+// When `origin` is given (room for twice the text's length), it receives for each output
+// character the index of the input character it stands for (an inserted '*' stands for
+// the character it precedes).
+void normalise(const char* in, text_buf& out, size_t* origin = nullptr) {
+    size_t in_size = std::strlen(in);
+    text_buf raw(in_size);
+    size_t* raw_origin = origin ? VORX_ALLOC_ARRAY(size_t, in_size + 1) : nullptr;
     for (const char* p = in; *p; ++p)
-        if (*p != ' ' && *p != '\n' && *p != '\t') raw.push((char)std::toupper((unsigned char)*p));
+        if (*p != ' ' && *p != '\n' && *p != '\t') {
+            if (raw_origin) raw_origin[raw.size()] = (size_t)(p - in);
+            raw.push((char)std::toupper((unsigned char)*p));
+        }
     const char* s = raw.get();
     size_t n = raw.size();
+    auto push = [&](char c, size_t i) {
+        if (origin) origin[out.size()] = raw_origin[i];
+        out.push(c);
+    };
     for (size_t i = 0; i < n; ++i) {
         char c = s[i];
         if (i > 0 && std::isdigit((unsigned char)s[i - 1])) {
             char next = i + 1 < n ? s[i + 1] : '\0';
             if (c == 'E' && (next == '+' || next == '-')) {
-                out.push(c);  // an exponent
+                push(c, i);  // an exponent
                 continue;
             }
             // '2*E-3' is the number 2E-3: deliberate.
@@ -273,19 +306,48 @@ void normalise(const char* in, text_buf& out) {
                 continue;
             if (std::isupper((unsigned char)c) && c != 'O' && !starts_with(s + i, "AND") &&
                 !starts_with(s + i, "OR"))
-                out.push('*');
+                push('*', i);
         }
-        out.push(c);
+        push(c, i);
     }
+    if (raw_origin) VORX_FREE(raw_origin);
 }
 
-law* bad_syntax(const char* rest) {
-    vorx_printf("Error bad syntax at %s\n", rest);
+// Notes the first fault of a read_law call: its code, its reason and the column where
+// `rest` (a tail of some piece of the text) starts in the user's text.
+void note_fault(int code, const char* reason, const char* rest) {
+    fault_record* f = faults;
+    if (!f || f->code) return;
+    f->code = code;
+    f->reason = reason;
+    std::string_view top(f->top, f->top_size), tail(rest);
+    // Usually a tail of the whole text; otherwise its last occurrence.
+    size_t at = top.size() >= tail.size() && top.substr(top.size() - tail.size()) == tail
+                    ? top.size() - tail.size()
+                    : top.rfind(tail);
+    size_t byte = at == std::string_view::npos ? 0
+                  : at < f->top_size           ? f->origin[at]
+                                               : std::strlen(f->user);
+    // One column per character: UTF-8 continuation bytes take none.
+    int column = 1;
+    for (size_t i = 0; i < byte && f->user[i]; ++i)
+        if (((unsigned char)f->user[i] & 0xC0) != 0x80) ++column;
+    f->column = column;
+}
+
+law* bad_syntax(const char* rest, const char* reason = "bad syntax") {
+    if (faults)
+        note_fault(LAW_SYNTAX, reason, rest);
+    else
+        vorx_printf("Error bad syntax at %s\n", rest);
     return nullptr;
 }
 
-law* law_not_given(int n) {
-    vorx_printf("Error law %d was not given\n", n);
+law* law_not_given(int n, const char* rest) {
+    if (faults)
+        note_fault(LAW_DATA_UNKNOWN, "a LAW reference beyond the data given", rest);
+    else
+        vorx_printf("Error law %d was not given\n", n);
     return nullptr;
 }
 
@@ -308,7 +370,7 @@ size_t matching_close(const char* s, size_t open) {
     return (size_t)-1;
 }
 
-law* read_law(const char* text, law_data** data, int count);
+law* read_text(const char* text, law_data** data, int count);
 
 // The arguments of NAME(a,b,...) starting at the '(' at `open`, split at top-level
 // commas: the closing ')' counts as a final comma, so every argument ends in one.
@@ -332,20 +394,6 @@ bool for_each_argument(const char* s, size_t open, F take) {
     return true;
 }
 
-law* build_binary(const char* s, size_t at, const token& t, law_data** data, int count) {
-    size_t n = std::strlen(s);
-    piece left(s, 0, at);
-    piece right(s, at + t.length, n);
-    // Strip the unmatched '(' or ')' that enclosed the split token.
-    if (!balanced(left.get(), left.size()) && left.size()) left.get()[0] = ' ';
-    if (!balanced(right.get(), right.size()) && right.size()) right.get()[right.size() - 1] = ' ';
-    law_holder l(read_law(left.get(), data, count));
-    if (!l) return nullptr;
-    law_holder r(read_law(right.get(), data, count));
-    if (!r) return nullptr;
-    return static_cast<binary_law*>(t.proto)->make_one(l.get(), r.get());
-}
-
 law* build_unary(const char* s, size_t at, const token& t, law_data** data, int count) {
     size_t from = at + t.length;
     size_t to;
@@ -361,7 +409,7 @@ law* build_unary(const char* s, size_t at, const token& t, law_data** data, int 
         }
     }
     piece arg(s, from, to);
-    law_holder a(read_law(arg.get(), data, count));
+    law_holder a(read_text(arg.get(), data, count));
     if (!a) return nullptr;
     return static_cast<unary_law*>(t.proto)->make_one(a.get());
 }
@@ -375,7 +423,7 @@ law* build_multiple(const char* s, size_t at, const token& t, law_data** data, i
     int k = 0;
     bool ok = true;
     if (!for_each_argument(s, open, [&](const char* a) {
-            law* l = *a ? read_law(a, data, count) : VORX_NEW constant_law(0.0);
+            law* l = *a ? read_text(a, data, count) : VORX_NEW constant_law(0.0);
             if (!l) return ok = false;
             args.set(k++, l);
             return true;
@@ -386,9 +434,9 @@ law* build_multiple(const char* s, size_t at, const token& t, law_data** data, i
 }
 
 // A data argument named by LAWn or a data-prototype symbol and number, or null.
-law_data* data_argument(const token& d, law_data** data, int count) {
+law_data* data_argument(const token& d, law_data** data, int count, const char* at) {
     if (d.index < 0 || d.index >= count || !data) {
-        law_not_given(d.index + 1);
+        law_not_given(d.index + 1, at);
         return nullptr;
     }
     return data[d.index];
@@ -399,7 +447,7 @@ law* build_unary_data(const char* s, size_t at, const token& t, law_data** data,
     if (s[open] != '(') return bad_syntax(s + open);
     token d = next_token(s + open + 1, false);
     if (d.kind != tok_data_ref && d.kind != tok_law_ref) return bad_syntax(s + open + 1);
-    law_data* arg = data_argument(d, data, count);
+    law_data* arg = data_argument(d, data, count, s + open + 1);
     if (!arg) return nullptr;
     return static_cast<unary_data_law*>(t.proto)->make_one(arg);
 }
@@ -415,13 +463,13 @@ law* build_multiple_data(const char* s, size_t at, const token& t, law_data** da
     for_each_argument(s, open, [&](const char* a) {
         token d = next_token(a, true);
         if (d.kind == tok_data_ref && a[d.length + digits_at(a + d.length)] == '\0') {
-            law_data* arg = data_argument(d, data, count);
+            law_data* arg = data_argument(d, data, count, a);
             if (!arg) return ok = false;
             arg->add();
             args.set(k++, arg);
             return true;
         }
-        law_holder l(*a ? read_law(a, data, count) : VORX_NEW constant_law(0.0));
+        law_holder l(*a ? read_text(a, data, count) : VORX_NEW constant_law(0.0));
         if (!l) return ok = false;
         args.set(k++, VORX_NEW law_law_data(l.get()));
         return true;
@@ -430,28 +478,58 @@ law* build_multiple_data(const char* s, size_t at, const token& t, law_data** da
     return static_cast<multiple_data_law*>(t.proto)->make_one(args.get(), n);
 }
 
-law* read_law(const char* in, law_data** data, int count) {
-    nesting_guard guard;
-    if (nesting > max_nesting) return bad_syntax(in);
+// The tokens of one normalised text and, for every prefix that ends at a token boundary,
+// the split token that a scan of that prefix alone would pick.  The left text of a binary
+// split is such a prefix whenever its parentheses balance, so a left-nested chain
+// (X+X+...+X) is scanned once, not once per level.
+struct text_scan {
+    char* s = nullptr;
+    size_t count = 0;      // tokens
+    size_t* at = nullptr;  // start of token j; at[count] is the text's length
+    token* tokens = nullptr;
+    int* depth = nullptr;   // nesting depth before token j
+    int* parens = nullptr;  // '(' less ')' characters before token j (a number such as
+                            // '4E)' can hold a parenthesis)
+    long* best = nullptr;   // split token of the prefix of j tokens, or -1
+    ~text_scan() {
+        VORX_FREE(at);
+        VORX_FREE(tokens);
+        VORX_FREE(depth);
+        VORX_FREE(parens);
+        VORX_FREE(best);
+    }
+};
 
-    text_buf text(2 * std::strlen(in) + 1);
-    normalise(in, text);
-    const char* s = text.get();
-    if (std::strcmp(s, "NULL") == 0) return nullptr;
-    if (*s == '\0') return VORX_NEW constant_law(0.0);
-
+// Scans `s` (normalised); false, after the message, on a token of length 0.
+bool scan_text(char* s, size_t n, text_scan& sc) {
+    sc.s = s;
+    sc.at = VORX_ALLOC_ARRAY(size_t, n + 1);
+    sc.tokens = VORX_ALLOC_ARRAY(token, n + 1);
+    sc.depth = VORX_ALLOC_ARRAY(int, n + 1);
+    sc.parens = VORX_ALLOC_ARRAY(int, n + 1);
+    int parens = 0;
+    sc.best = VORX_ALLOC_ARRAY(long, n + 1);
     // Pick the split token: shallowest, then lowest rank; equal ranks go to the last one
     // standing after an operand (operators associate to the left) and to the first one
     // standing where an operand is expected.
     bool operand_expected = true;
     int depth = 0;
-    size_t best_at = (size_t)-1;
-    token best;
+    long best = -1;
     int best_depth = 0, best_rank = 0;
     bool after_operator = false;
-    for (size_t at = 0; s[at];) {
+    size_t j = 0;
+    sc.best[0] = -1;
+    for (size_t at = 0; s[at]; ++j) {
         token t = next_token(s + at, operand_expected);
-        if (t.length == 0) return bad_syntax(s + at);
+        if (t.length == 0) {
+            bad_syntax(s + at);
+            return false;
+        }
+        sc.at[j] = at;
+        sc.tokens[j] = t;
+        sc.depth[j] = depth;
+        sc.parens[j] = parens;
+        for (size_t i = at; i < at + t.length; ++i) parens += (s[i] == '(') - (s[i] == ')');
         if (t.kind != tok_open && t.kind != tok_close) {
             int rank = t.kind == tok_prototype ? t.proto->precedence() : 9;
             // A prefix operator that binds loosely (NOT) takes in the rest of the text only
@@ -461,16 +539,16 @@ law* read_law(const char* in, law_data** data, int count) {
             if (rank < 8 && t.kind == tok_prototype && !t.proto->isa(binary_law::id()) &&
                 (after_operator || s[at + t.length] == '('))
                 rank = 8;
-            bool better = best_at == (size_t)-1 || depth < best_depth ||
+            bool better = best == -1 || depth < best_depth ||
                           (depth == best_depth &&
                            (rank < best_rank || (rank == best_rank && !operand_expected)));
             if (better) {
-                best_at = at;
-                best = t;
+                best = (long)j;
                 best_depth = depth;
                 best_rank = rank;
             }
         }
+        sc.best[j + 1] = best;
         if (t.kind == tok_open) ++depth;
         if (t.kind == tok_close) --depth;
         after_operator =
@@ -479,16 +557,83 @@ law* read_law(const char* in, law_data** data, int count) {
         operand_expected = t.kind == tok_open || t.kind == tok_comma || after_operator;
         at += t.length;
     }
-    if (best_at == (size_t)-1) return bad_syntax(s);
+    sc.count = j;
+    sc.at[j] = n;
+    sc.depth[j] = depth;
+    sc.parens[j] = parens;
+    return true;
+}
 
-    const token& t = best;
+law* build_prefix(text_scan& sc, size_t k, law_data** data, int count);
+
+// The law of the first k tokens, read as if that prefix had been given alone: it is
+// ended in place for the while.
+law* read_prefix(text_scan& sc, size_t k, law_data** data, int count) {
+    struct end_here {
+        char* p;
+        char kept;
+        explicit end_here(char* q) : p(q), kept(*q) { *q = '\0'; }
+        ~end_here() { *p = kept; }
+    } end(sc.s + sc.at[k]);
+    nesting_guard guard;
+    if (nesting > max_nesting) return bad_syntax(sc.s, "nested too deeply (limit 2,500)");
+    if (std::strcmp(sc.s, "NULL") == 0) return nullptr;
+    if (k == 0) return VORX_NEW constant_law(0.0);
+    return build_prefix(sc, k, data, count);
+}
+
+law* build_binary(text_scan& sc, size_t k, size_t split, law_data** data, int count) {
+    const char* s = sc.s;
+    const token& t = sc.tokens[split];
+    size_t at = sc.at[split];
+    piece right(s, at + t.length, sc.at[k]);
+    if (!balanced(right.get(), right.size()) && right.size()) right.get()[right.size() - 1] = ' ';
+    law_holder l;
+    // A left text that balances is the prefix before the split token, whose split the
+    // scan knows; one that does not loses its first character and is read afresh.  (A
+    // prefix ending before a '(' would see its last token's neighbour change: read afresh.)
+    if (sc.parens[split] == 0 && s[at] != '(') {
+        l.reset(read_prefix(sc, split, data, count));
+    } else {
+        piece left(s, 0, at);
+        if (!balanced(left.get(), left.size()) && left.size()) left.get()[0] = ' ';
+        l.reset(read_text(left.get(), data, count));
+    }
+    if (!l) return nullptr;
+    law_holder r(read_text(right.get(), data, count));
+    if (!r) return nullptr;
+    return static_cast<binary_law*>(t.proto)->make_one(l.get(), r.get());
+}
+
+law* read_text(const char* in, law_data** data, int count) {
+    nesting_guard guard;
+    if (nesting > max_nesting) return bad_syntax(in, "nested too deeply (limit 2,500)");
+
+    text_buf text(2 * std::strlen(in) + 1);
+    normalise(in, text);
+    char* s = text.get();
+    if (std::strcmp(s, "NULL") == 0) return nullptr;
+    if (*s == '\0') return VORX_NEW constant_law(0.0);
+    text_scan sc;
+    if (!scan_text(s, text.size(), sc)) return nullptr;
+    return build_prefix(sc, sc.count, data, count);
+}
+
+// The law of the first k tokens of the scanned text, ended after them.
+law* build_prefix(text_scan& sc, size_t k, law_data** data, int count) {
+    const char* s = sc.s;
+    long split = sc.best[k];
+    if (split < 0) return bad_syntax(s);
+    size_t best_at = sc.at[split];
+    const token& t = sc.tokens[split];
     switch (t.kind) {
         case tok_variable:
             return VORX_NEW identity_law(t.index, t.letter);
         case tok_number:
             return VORX_NEW constant_law(t.value);
         case tok_law_ref: {
-            if (count < t.index + 1 || t.index < 0 || !data) return law_not_given(t.index + 1);
+            if (count < t.index + 1 || t.index < 0 || !data)
+                return law_not_given(t.index + 1, s + best_at);
             law_data* d = data[t.index];
             if (!d || !d->isa(law_law_data::id())) return bad_syntax(s + best_at);
             law* l = static_cast<law_law_data*>(d)->data_law();
@@ -497,7 +642,7 @@ law* read_law(const char* in, law_data** data, int count) {
         }
         case tok_prototype: {
             law* p = t.proto;
-            if (p->isa(binary_law::id())) return build_binary(s, best_at, t, data, count);
+            if (p->isa(binary_law::id())) return build_binary(sc, k, (size_t)split, data, count);
             if (p->isa(unary_law::id())) return build_unary(s, best_at, t, data, count);
             if (p->isa(multiple_law::id())) return build_multiple(s, best_at, t, data, count);
             if (p->isa(unary_data_law::id())) return build_unary_data(s, best_at, t, data, count);
@@ -520,5 +665,52 @@ law* read_law(const char* in, law_data** data, int count) {
 
 law* str_to_law(const char* text, law_data** data, int count) {
     if (!text) return nullptr;
-    return read_law(text, data, count);
+    return read_text(text, data, count);
+}
+
+law_read_result read_law(const char* text, law_data** data, int count) {
+    law_read_result result;
+    if (!text) {
+        result.code = LAW_SYNTAX;
+        result.reason = "no text";
+        return result;
+    }
+    size_t n = std::strlen(text);
+    text_buf top(2 * n + 1);
+    size_t* origin = VORX_ALLOC_ARRAY(size_t, 2 * n + 1);
+    normalise(text, top, origin);
+    fault_record record;
+    record.top = top.get();
+    record.origin = origin;
+    record.top_size = top.size();
+    record.user = text;
+    fault_record* outer = faults;
+    faults = &record;
+    law* l = nullptr;
+    try {
+        l = read_text(text, data, count);
+    } catch (const vorx_exception& e) {
+        // The text was read but a law refused its arguments (STEP(X,1)).
+        if (!record.code) {
+            record.code = e.code();
+            record.reason = "a law refused its arguments";
+        }
+    }
+    faults = outer;
+    VORX_FREE(origin);
+    if (l && record.code) law_remove(l);  // cannot happen: a fault ends the read
+    if (record.code) {
+        result.code = record.code;
+        result.column = record.column;
+        result.reason = record.reason;
+        return result;
+    }
+    result.value = l;
+    // Null without a fault: the text is NULL, or a part of it reads as no law ('X+NULL').
+    if (!l && std::strcmp(top.get(), "NULL") != 0) {
+        result.code = LAW_SYNTAX;
+        result.column = 1;
+        result.reason = "a part of the text names no law";
+    }
+    return result;
 }

@@ -285,3 +285,67 @@ TEST(Parser, RandomAndMutatedTextNeverCrashesOrLeaks) {
     ASSERT_TRUE(ls);
     EXPECT_EQ(ls->eval(1.0), 2001.0);
 }
+
+// read_law: the same reading as str_to_law, with a fault given back, never printed.
+TEST(ReadLaw, FaultsComeBackWithCodeColumnAndReason) {
+    std::string nested;
+    for (int k = 0; k < 3000; ++k) nested += "SIN(";
+    nested += "X" + std::string(3000, ')');
+    struct {
+        std::string text;
+        int code;
+        int column;
+        const char* reason;
+    } rows[] = {
+        {"X$", LAW_SYNTAX, 2, "bad syntax"},
+        {"SIN(X)+#", LAW_SYNTAX, 8, "bad syntax"},
+        // Columns count in the caller's text: spaces, case and implied '*' included.
+        {" x  + $", LAW_SYNTAX, 7, "bad syntax"},
+        {"1E99999", LAW_SYNTAX, 2, "bad syntax"},
+        {"X4097", LAW_SYNTAX, 1, "bad syntax"},
+        {"X+LAW2", LAW_DATA_UNKNOWN, 3, "a LAW reference beyond the data given"},
+        {"X+NULL", LAW_SYNTAX, 3, "bad syntax"},
+        {nested, LAW_SYNTAX, 10001, "nested too deeply (limit 2,500)"},
+        {"STEP(X,1)", LAW_STEP_NUM, 0, "a law refused its arguments"},
+        {"NULL", 0, 0, nullptr},
+    };
+    for (auto& r : rows) {
+        output_capture out;
+        law_read_result got = read_law(r.text.c_str());
+        EXPECT_STREQ(out.text(), "") << r.text.substr(0, 20);
+        EXPECT_EQ(got.value, nullptr) << r.text.substr(0, 20);
+        EXPECT_EQ(got.code, r.code) << r.text.substr(0, 20);
+        EXPECT_EQ(got.column, r.column) << r.text.substr(0, 20);
+        if (r.reason) {
+            EXPECT_STREQ(got.reason, r.reason) << r.text.substr(0, 20);
+        }
+    }
+}
+
+TEST(ReadLaw, ReadsWhatStrToLawReads) {
+    const char alphabet[] = "XYZ0123456789.+-*/^(),E SINCOSMAXPI";
+    std::mt19937 rng(777);
+    int read = 0;
+    for (int i = 0; i < 3000; ++i) {
+        std::string s;
+        for (int k = 1 + rng() % 20; k > 0; --k) s += alphabet[rng() % (sizeof alphabet - 1)];
+        law_holder old;
+        law_read_result now;
+        {
+            output_capture quiet;
+            try {
+                old.reset(str_to_law(s.c_str()));
+            } catch (const vorx_exception&) {
+            }
+            now = read_law(s.c_str());
+            law_holder keep(now.value);
+            ASSERT_EQ(!!old, !!keep) << s;
+            EXPECT_EQ(now.ok(), !!old) << s;
+            if (!old) continue;
+            ++read;
+            EXPECT_TRUE(*old == *keep) << s;
+            EXPECT_EQ(text_of(old.get()), text_of(keep.get())) << s;
+        }
+    }
+    EXPECT_GT(read, 300);
+}
