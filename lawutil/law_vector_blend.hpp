@@ -46,8 +46,10 @@ class conic_trough_line_law : public multiple_law {
 //   z = b sin v (c cos u - mu) / D.
 // Its lines of curvature are the circles u = const and v = const.  It is placed by the
 // frame (O,X,Z): the point is O + x X' + y Y' + z Z', Z' = Z/|Z|, X' the unit part of X
-// across Z', Y' = Z' x X'.  b^2 <= 0 raises LAW_BAD_DOMAN, D = 0 (|D| <= 1e-14 |a|)
-// LAW_DIVISION, a zero Z or X along Z LAW_BAD_UNIT_VECTOR, a wrong part count LAW_DIM.
+// across Z', Y' = Z' x X'.  b^2 <= 0 raises LAW_BAD_DOMAN (this is also every case of
+// D = 0: |c cos u cos v| <= |c| < |a| once b^2 > 0; D is still guarded, with
+// LAW_DIVISION, against round-off), a zero Z or X along Z LAW_BAD_UNIT_VECTOR, a wrong
+// part count LAW_DIM.
 
 // CYCLIDE(O,X,Z,A,C,MU,U,V): the point of the placed cyclide at (U,V).
 class cyclide_law : public multiple_law {
