@@ -21,6 +21,7 @@
 #include "lawutil/law_unary_data.hpp"
 #include "lawutil/law_util.hpp"
 #include "lawutil/law_vector.hpp"
+#include "lawutil/law_vector_blend.hpp"
 #include "lawutil/law_vector_frame.hpp"
 #include "lawutil/law_vector_transform.hpp"
 #include "lawutil/lawcode.hpp"
