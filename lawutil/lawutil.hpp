@@ -22,6 +22,7 @@
 #include "lawutil/law_util.hpp"
 #include "lawutil/law_vector.hpp"
 #include "lawutil/law_vector_frame.hpp"
+#include "lawutil/law_vector_surface.hpp"
 #include "lawutil/law_vector_transform.hpp"
 #include "lawutil/lawcode.hpp"
 #include "lawutil/main_law.hpp"
