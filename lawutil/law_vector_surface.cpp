@@ -15,10 +15,6 @@ LAW_TYPE_DEF(multiple_curveperp_law)
 
 namespace {
 
-const char* keyword(law_symbol_type type, const char* word) {
-    return type == law_symbol_default ? word : "no_maple";
-}
-
 law* wrapped(const law_data* d) {
     return static_cast<const law_law_data*>(d)->data_law();
 }
@@ -38,16 +34,6 @@ const path_law_data* path_at(law_data* const* data, int i) {
 // A 3-vector law (LAW_DIM otherwise).
 void check_vector3(const law_data* d) {
     if (wrapped(d)->return_dim() != 3) sys_error(LAW_DIM);
-}
-
-// D(F, which, 1) over F, whose reference it adopts.
-law* numerical_derivative(law* fresh, int which) {
-    law_holder f(fresh);
-    law_array parts(3);
-    parts.set(0, f.release());
-    parts.set(1, VORX_NEW constant_law(which));
-    parts.set(2, VORX_NEW constant_law(1));
-    return VORX_NEW derivative_law(parts.get(), 3);
 }
 
 // The v range is searched in this many pieces.
@@ -120,7 +106,7 @@ law_data** multiperp_args(law_data** data, int count) {
         return VORX_NEW cls(data, count);                                \
     }                                                                    \
     const char* cls::symbol(law_symbol_type type) const {                \
-        return keyword(type, word);                                      \
+        return type == law_symbol_default ? word : "no_maple";           \
     }
 
 // ================================================================ SURFVEC
@@ -179,7 +165,7 @@ void surfvec_law::evaluate(const double* x, double* y) const {
 
 // v* has no closed-form derivative (it jumps where maxima trade places).
 law* surfvec_law::deriv(int which) const {
-    return numerical_derivative(make_one(data_, count_), which);
+    return numerical_data_derivative(make_one(data_, count_), which);
 }
 
 // ================================================================ MULTICUR
@@ -227,7 +213,7 @@ void multiple_curve_law::evaluate(const double* x, double* y) const {
 // MULTICUR(C, k)' = MULTICUR(C, k + 1) while the data answer it (k + 1 <= 2)
 law* multiple_curve_law::deriv(int which) const {
     if (which != 0) return VORX_NEW constant_law(0.0);
-    if (order_ >= 2) return numerical_derivative(make_one(data_, count_), which);
+    if (order_ >= 2) return numerical_data_derivative(make_one(data_, count_), which);
     law_holder k(VORX_NEW constant_law(order_ + 1));
     law_data_holder order(VORX_NEW law_law_data(k.get()));
     law_data** items = VORX_ALLOC_ARRAY(law_data*, curves_ + 1);
@@ -277,7 +263,7 @@ void multiple_curveperp_law::evaluate(const double* x, double* y) const {
 
 // The foot moves with p as the curves' curvature dictates: numerical, as CURVEPERP.
 law* multiple_curveperp_law::deriv(int which) const {
-    return numerical_derivative(make_one(data_, count_), which);
+    return numerical_data_derivative(make_one(data_, count_), which);
 }
 
 // ================================================================ registration
