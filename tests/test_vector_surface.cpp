@@ -1,7 +1,8 @@
-// SURFVEC, MULTICUR and MULTICURVEPERP: one table of {text, point, closed form or error}
-// (to 1e-7, the tolerance of the root search under SURFVEC), then the defining properties (no
-// sampled point of the iso-line lies farther along the direction; the foot on several curves is the
-// nearest sampled point or nearer), the derivative-order chain and deep copies.
+// SURFVEC, MULTICUR and MULTICURVEPERP: one table of {text, point, closed form or
+// error} (to 1e-7, the tolerance of the root search under SURFVEC), then the defining
+// properties (no sampled point of the iso-line lies farther along the direction; the
+// foot on several curves is the nearest sampled point or nearer) and the derivative
+// orders.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -40,15 +41,8 @@ class surface_set {
     law_data* data_[count];
 };
 
-struct row {
-    const char* text;
-    std::vector<double> x;
-    std::vector<double> expect;  // empty when an error is expected
-    const char* error;
-};
-
 // clang-format off
-const row rows[] = {
+const law_row rows[] = {
     {"SURFVEC(TORUS2,VEC(1,1,0))", {0}, {3 * r2, 3 * r2, 0}, ""},
     {"SURFVEC(TORUS2,VEC(1,1,0))", {pi}, {r2, r2, 0}, ""},        // inner equator
     {"SURFVEC(TORUS2,VEC(0,-1,0))", {pi / 2}, {0, -2, 1}, ""},     // top circle
@@ -76,22 +70,7 @@ const row rows[] = {
 
 TEST(VectorSurface, ValuesAndErrors) {
     surface_set set;
-    for (const row& r : rows) {
-        std::vector<double> got, copied;
-        EXPECT_EQ(error_of([&] {
-                      law_holder l(set.parse(r.text));
-                      ASSERT_TRUE(l) << r.text;
-                      got = outputs_at(l.get(), r.x);
-                      law_holder copy(l->deep_copy());
-                      copied = outputs_at(copy.get(), r.x);
-                  }),
-                  r.error)
-            << r.text;
-        if (*r.error) continue;
-        EXPECT_EQ(copied, got) << r.text;
-        ASSERT_EQ(got.size(), r.expect.size()) << r.text;
-        for (size_t i = 0; i < got.size(); ++i) EXPECT_NEAR(got[i], r.expect[i], 1e-7) << r.text;
-    }
+    check_law_rows([&](const char* text) { return set.parse(text); }, rows, 1e-7);
 }
 
 // No point of the iso-line u = x0 lies farther along D than SURFVEC's.
