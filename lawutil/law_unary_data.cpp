@@ -123,16 +123,6 @@ law_data** checked_orders(law_data** data, int count, int kind, int norders, int
     return data;
 }
 
-// D(F, which, 1) over F, whose reference it adopts.
-law* numerical_derivative(law* fresh, int which) {
-    law_holder f(fresh);
-    law_array parts(3);
-    parts.set(0, f.release());
-    parts.set(1, VORX_NEW constant_law(which));
-    parts.set(2, VORX_NEW constant_law(1));
-    return VORX_NEW derivative_law(parts.get(), 3);
-}
-
 void put(const vector& v, double* y, int n) {
     for (int i = 0; i < n; ++i) y[i] = v[i];
 }
@@ -170,6 +160,15 @@ int max_take(const law_data* const* data, int from, int count) {
 }
 
 }  // namespace
+
+law* numerical_data_derivative(law* fresh, int which) {
+    law_holder f(fresh);
+    law_array parts(3);
+    parts.set(0, f.release());
+    parts.set(1, VORX_NEW constant_law(which));
+    parts.set(2, VORX_NEW constant_law(1));
+    return VORX_NEW derivative_law(parts.get(), 3);
+}
 
 // Prototype constructors hold no data.
 #define LAW_DATA_LAW_COMMON(cls, word)                    \
@@ -388,7 +387,7 @@ void curvature_law::evaluate(const double* x, double* y) const {
     y[0] = path_of(data_)->curvature(x[0]);
 }
 law* curvature_law::deriv(int which) const {
-    return numerical_derivative(make_one(data_), which);
+    return numerical_data_derivative(make_one(data_), which);
 }
 
 void intersect_lawi::evaluate(const double* x, double* y) const {
@@ -403,7 +402,7 @@ void intersect_lawi::evaluate(const double* x, double* y) const {
     y[0] = (D % D) / (h * h);
 }
 law* intersect_lawi::deriv(int which) const {
-    return numerical_derivative(make_one(data_), which);
+    return numerical_data_derivative(make_one(data_), which);
 }
 
 void distance_lawi::evaluate(const double* x, double* y) const {
@@ -411,7 +410,7 @@ void distance_lawi::evaluate(const double* x, double* y) const {
     y[0] = (c->eval(x[0], 0, 0) - c->eval(x[1], 0, 0)).len();
 }
 law* distance_lawi::deriv(int which) const {
-    return numerical_derivative(make_one(data_), which);
+    return numerical_data_derivative(make_one(data_), which);
 }
 
 // ---------------------------------------------------------------- derivative orders
@@ -445,7 +444,7 @@ law* distance_lawi::deriv(int which) const {
     law* cls::deriv(int which) const {                                                \
         if (which != 0) return VORX_NEW constant_law(0.0);                            \
         if (order_ + 1 <= 2) return VORX_NEW cls(data_[0], order_ + 1);               \
-        return numerical_derivative(make_one(data_, count_), which);                  \
+        return numerical_data_derivative(make_one(data_, count_), which);             \
     }
 
 LAW_ORDER_LAW(dcurve_law, "DCUR", base_curve_law_data::id(), 3)
@@ -489,7 +488,7 @@ void length_law::evaluate(const double* x, double* y) const {
     y[0] = curve_of(data_[0])->length(wrapped_at(data_[1], x), wrapped_at(data_[2], x));
 }
 law* length_law::deriv(int which) const {
-    return numerical_derivative(make_one(data_, count_), which);
+    return numerical_data_derivative(make_one(data_, count_), which);
 }
 int length_law::date() const {
     int d = 60100;
@@ -578,7 +577,7 @@ void curveperp_law::evaluate(const double* x, double* y) const {
     y[0] = curve_foot(path_of(data_[0]), point_of(data_[1], x));
 }
 law* curveperp_law::deriv(int which) const {
-    return numerical_derivative(make_one(data_, count_), which);
+    return numerical_data_derivative(make_one(data_, count_), which);
 }
 
 LAW_MULTIPLE_DATA_COMMON(surfperp_law, "SURFPERP")
@@ -598,7 +597,7 @@ void surfperp_law::evaluate(const double* x, double* y) const {
     y[1] = uv.v();
 }
 law* surfperp_law::deriv(int which) const {
-    return numerical_derivative(make_one(data_, count_), which);
+    return numerical_data_derivative(make_one(data_, count_), which);
 }
 
 namespace {
@@ -750,15 +749,15 @@ void bs3_surface_law::evaluate(const double* x, double* y) const {
     put(as_vector(surface_of(data_)->approx_position(uv_of(x))), y, 3);
 }
 law* bs3_surface_law::deriv(int which) const {
-    return numerical_derivative(make_one(data_), which);
+    return numerical_data_derivative(make_one(data_), which);
 }
 
-#define LAW_SURFACE_CURVATURE(cls, query)                    \
-    void cls::evaluate(const double* x, double* y) const {   \
-        y[0] = surface_of(data_)->query(uv_of(x));           \
-    }                                                        \
-    law* cls::deriv(int which) const {                       \
-        return numerical_derivative(make_one(data_), which); \
+#define LAW_SURFACE_CURVATURE(cls, query)                         \
+    void cls::evaluate(const double* x, double* y) const {        \
+        y[0] = surface_of(data_)->query(uv_of(x));                \
+    }                                                             \
+    law* cls::deriv(int which) const {                            \
+        return numerical_data_derivative(make_one(data_), which); \
     }
 
 LAW_SURFACE_CURVATURE(gaussian_curvature_law, gaussian_curvature)
@@ -795,7 +794,7 @@ law* dsurface_law::deriv(int which) const {
     if (which < 0 || which > 1) return VORX_NEW constant_law(0.0);
     int nu = nu_ + (which == 0), nv = nv_ + (which == 1);
     if (nu + nv < 3) return VORX_NEW dsurface_law(data_[0], nu, nv);
-    return numerical_derivative(make_one(data_, count_), which);
+    return numerical_data_derivative(make_one(data_, count_), which);
 }
 
 // ================================================================ patterns

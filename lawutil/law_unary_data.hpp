@@ -46,6 +46,10 @@
                                                                                   \
   public:
 
+// D(F, which, 1) over F, whose reference it adopts: the derivative of a data law that has
+// no closed form (a fresh law of the same kind, never the law itself: see the .cpp).
+law* numerical_data_derivative(law* fresh, int which);
+
 // ---- curves ----
 
 // CUR(C): C(x).

@@ -23,6 +23,7 @@
 #include "lawutil/law_vector.hpp"
 #include "lawutil/law_vector_blend.hpp"
 #include "lawutil/law_vector_frame.hpp"
+#include "lawutil/law_vector_surface.hpp"
 #include "lawutil/law_vector_transform.hpp"
 #include "lawutil/lawcode.hpp"
 #include "lawutil/main_law.hpp"

@@ -107,6 +107,10 @@ const value_row value_rows[] = {
     {"PATTRANS(RING5)", {1.0}, {0, 1, 0, -1, 0, 0, 0, 0, 1, 0, 0, 0, 1}},
     {"CUR(SWEDGE6)", {0.5}, {0.5, 1.0, 1.5}},
     {"DCUR(SWEDGE6,1)", {0.5}, {1.0, 2.0, 3.0}},
+    {"SURFVEC(TORUS2,VEC(0,1,0))", {0.0}, {0.0, 3.0, 0.0}},
+    {"MULTICUR(HELIX1,SWEDGE6)", {2 * pi + 0.5}, {0.5, 1.0, 1.5}},
+    {"MULTICUR(HELIX1,SWEDGE6,1)", {0.3}, {-2 * std::sin(0.3), 2 * std::cos(0.3), 0.5}},
+    {"MULTICURVEPERP(HELIX1,SWEDGE6,VEC(X,Y,Z))", {0.5, 1.0, 1.5}, {2 * pi + 0.5}},
 };
 
 class DataLawValue : public ::testing::TestWithParam<value_row> {};

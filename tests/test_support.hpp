@@ -1,6 +1,8 @@
 // Small helpers shared by the test files.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -52,4 +54,35 @@ inline std::vector<double> outputs_at(const law* l, std::vector<double> x) {
     std::vector<double> y(l->return_dim());
     l->evaluate(x.data(), y.data());
     return y;
+}
+
+// A row of a table of values and errors: the law's text, a point, the outputs there
+// (empty when the error named is expected, else "").
+struct law_row {
+    const char* text;
+    std::vector<double> x;
+    std::vector<double> expect;
+    const char* error;
+};
+
+// Each row's law, read by parse(text), gives its outputs within tol or raises its error
+// (in reading or evaluating); a deep copy evaluates alike.
+template <class Parse, size_t N>
+void check_law_rows(Parse parse, const law_row (&rows)[N], double tol) {
+    for (const law_row& r : rows) {
+        std::vector<double> got, copied;
+        EXPECT_EQ(error_of([&] {
+                      law_holder l(parse(r.text));
+                      ASSERT_TRUE(l) << r.text;
+                      got = outputs_at(l.get(), r.x);
+                      law_holder copy(l->deep_copy());
+                      copied = outputs_at(copy.get(), r.x);
+                  }),
+                  r.error)
+            << r.text;
+        if (*r.error) continue;
+        EXPECT_EQ(copied, got) << r.text;
+        ASSERT_EQ(got.size(), r.expect.size()) << r.text;
+        for (size_t i = 0; i < got.size(); ++i) EXPECT_NEAR(got[i], r.expect[i], tol) << r.text;
+    }
 }

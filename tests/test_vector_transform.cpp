@@ -42,15 +42,8 @@ class transform_set {
     law_data* data_[count];
 };
 
-struct row {
-    const char* text;
-    std::vector<double> x;
-    std::vector<double> expect;  // empty when an error is expected
-    const char* error;
-};
-
 // clang-format off
-const row rows[] = {
+const law_row rows[] = {
     // (x,y,z) A = (-y,x,z)
     {"TRANS(VEC(X,0,0),TRANS1)", {1}, {1, 4, 3}, ""},
     {"TRANS(VEC(X,Y,Z),TRANS1)", {1, 2, 3}, {-3, 4, 9}, ""},
@@ -76,26 +69,14 @@ const row rows[] = {
 
 TEST(VectorTransform, ValuesAndErrors) {
     transform_set set;
-    for (const row& r : rows) {
-        std::vector<double> got;
-        EXPECT_EQ(error_of([&] {
-                      law_holder l(set.parse(r.text));
-                      ASSERT_TRUE(l) << r.text;
-                      got = outputs_at(l.get(), r.x);
-                  }),
-                  r.error)
-            << r.text;
-        if (*r.error) continue;
-        ASSERT_EQ(got.size(), r.expect.size()) << r.text;
-        for (size_t i = 0; i < got.size(); ++i) EXPECT_NEAR(got[i], r.expect[i], 1e-12) << r.text;
-    }
+    check_law_rows([&](const char* text) { return set.parse(text); }, rows, 1e-12);
 }
 
 // Every law of the table prints, reads back equal, copies, has a Maple spelling,
 // and its symbolic derivative in each input agrees with the numerical one.
 TEST(VectorTransform, PrintsReadsBackAndDifferentiates) {
     transform_set set;
-    for (const row& r : rows) {
+    for (const law_row& r : rows) {
         if (*r.error) continue;
         law_holder l(set.parse(r.text));
         law_data** data = nullptr;
