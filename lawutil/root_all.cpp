@@ -54,7 +54,9 @@
 // sides of the final bracket against points 64 bracket widths away: growing on both sides
 // is a pole, shrinking on both sides a (steep) root, neither a jump.  A cut point where f
 // is 8 times smaller than on both sides of it is a root (a kink touching zero is reported
-// as even).
+// as even), unless |f| falls away from it on one side, as beside a pole: then it is a
+// pole, also when f keeps its sign across it (1/X^2) or keeps a small value at it (TAN,
+// whose legacy values tend to 0 just past each pole).
 //
 // Invariants.  Every law evaluation goes through value(), which counts it, refuses it
 // past the bound (answering NaN, which ends every loop), and turns an error raised by the
@@ -415,6 +417,7 @@ class classified_search : public VORX_OBJECT {
     void colleague(const double* c, int n, double tlo, double thi);
     void root_candidate(double x0, const piece_scale& ps);
     void pole_candidate(double x0, const piece_scale& ps);
+    bool falls_away(double s, double step, double f_near, double lo, double hi);
     void multiple_root(double c, double d2c, const piece_scale& ps);
     double newton(const law* g, const law* dg, double x, const piece_scale& ps, bool& converged,
                   double& gx, double& dgx);
@@ -922,6 +925,15 @@ void classified_search::classify_bracket(double u, double v, double fu, double f
         add(s, root_jump, 0);
 }
 
+// True when |f| 16 steps farther from s is under a quarter of |f| at s + step: f falls
+// away from s as it does beside a pole (by 16 for a simple one), not beside a jump.
+bool classified_search::falls_away(double s, double step, double f_near, double lo, double hi) {
+    double x = std::min(hi, std::max(lo, s + 16.0 * step));
+    if (x == s + step || x == s) return false;
+    double far = value(f_, x);
+    return !std::isnan(far) && 4.0 * std::fabs(far) < std::fabs(f_near);
+}
+
 // Finds the narrowest finite bracket [left, right] around s (half-widths from about
 // 1e-12 of the scale, growing by 16), and classifies s: a root when f(s) is smaller than
 // an eighth of both bracket values (simple when they differ in sign, else a touching
@@ -937,11 +949,21 @@ bool classified_search::classify_at(double s, double lo, double hi, double& left
         fright = value(f_, right);
         if (std::isnan(fleft) || std::isnan(fright)) continue;
         double fs = value(f_, s);
-        if (!std::isnan(fs) && 8.0 * std::fabs(fs) <= std::min(std::fabs(fleft), std::fabs(fright)))
-            add(s, (fleft < 0.0) != (fright < 0.0) ? root_simple : root_even_multiple,
-                (fleft < 0.0) != (fright < 0.0) ? 1 : 2);
-        else
+        if (!std::isnan(fs) &&
+            8.0 * std::fabs(fs) <= std::min(std::fabs(fleft), std::fabs(fright))) {
+            // A side where |f| falls away from s is a pole's flank, whatever the other side
+            // does: TAN keeps a small value at its poles and tends to 0 just past them.
+            if (falls_away(s, -d, fleft, lo, hi) || falls_away(s, d, fright, lo, hi))
+                add(s, root_pole, 0);
+            else
+                add(s, (fleft < 0.0) != (fright < 0.0) ? root_simple : root_even_multiple,
+                    (fleft < 0.0) != (fright < 0.0) ? 1 : 2);
+        } else if ((fleft < 0.0) == (fright < 0.0) &&
+                   (falls_away(s, -d, fleft, lo, hi) || falls_away(s, d, fright, lo, hi))) {
+            add(s, root_pole, 0);  // no sign change, but |f| blows up towards s
+        } else {
             classify_bracket(left, right, fleft, fright, lo, hi);
+        }
         return true;
     }
     return false;

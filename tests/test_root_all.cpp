@@ -121,16 +121,17 @@ const std::vector<battery_row>& battery() {
         {"1/(X-0.5)", 0, 1, {{'p', 0.5}}},
         {"1/(X-0.5)+2", 0, 1, {{'s', 0}, {'p', 0.5}}},
         {"1/(X-0.3)-1/(X-0.6)", 0, 1, {{'p', 0.3}, {'p', 0.6}}},
-        {"1/X^2", -1, 1, {}},
-        {"1/(X-0.5)^2-4", 0, 1, {{'s', 0}, {'s', 1}}},
+        {"1/X^2", -1, 1, {{'p', 0}}},
+        {"1/(X-0.5)^2-4", 0, 1, {{'s', 0}, {'p', 0.5}, {'s', 1}}},
         {"X/(X^2-1)", -2, 2, {{'p', -1}, {'s', 0}, {'p', 1}}},
         {"(X-0.25)/(X-0.75)", 0, 1, {{'s', 0.25}, {'p', 0.75}}},
         // TAN and SEC reduce their argument by steps of pi/2 (kept for compatibility): TAN
         // climbs from 0 to its pole on each step, so TAN(X)-1 has a root on every step and a
         // sign change at every pole; SEC stays at or above 1 for X > 0.
         {"TAN(X)", -1.5, 1.5, {{'s', 0}}},
+        {"TAN(X)", -3, 3, {{'p', -pi / 2}, {'s', 0}, {'p', pi / 2}}},  // kept values at the poles
         {"TAN(X)-1", 0, 3, {{'s', pi / 4}, {'p', pi / 2}, {'s', 3 * pi / 4}}},
-        {"SEC(X)", 0, 6, {}},
+        {"SEC(X)", 0, 6, {{'p', pi / 2}, {'p', pi}, {'p', 1.5 * pi}}},
         {"COT(X)", 0.1, 6, {{'s', pi / 2}, {'p', pi}, {'s', 3 * pi / 2}}},
         {"CSC(X)", 1, 9, {{'p', pi}, {'p', 2 * pi}}},
         {"COT(20*X)", 0.01, 3,
