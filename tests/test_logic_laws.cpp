@@ -368,7 +368,6 @@ const text_row text_rows[] = {
     {"X<1ANDY>2ORX>5", "X<1andY>2orX>5"},
     {"(XANDY)=0", "(XandY)=0"},
     // MOD's operands are always parenthesised, so a number before MOD reads back.
-    {"(X)MOD(3)", "mod[3]X"},
     {"(7)MOD(3)", "mod[3]7"},
     {"(X+1)MOD(Y)", "mod[Y](X+1)"},
     {"1+(X)MOD(2)", "1+mod[2]X"},
