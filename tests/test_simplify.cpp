@@ -72,15 +72,11 @@ TEST_P(Simplify, ReachesTheExpectedForm) {
     }
 }
 
-// The cases of the rule table, and the rules working together over whole trees.  Each
-// class rule is also taken alone below (ClassRule).
+// The rules working together over whole trees, and the phase rules.  A class rule alone
+// on its smallest shape is in class_rows below, not repeated here.
 const simplify_row simplify_rows[] = {
-    {"A + 0 = A", "X+0", "X", 1},
-    {"0 * A = 0", "0*X", "0", 1},
     {"0 * A = 0", "X*0", "0", 1},
     {"0 * A = 0", "0*VEC(X,Y,Z)", "VEC(0,0,0)", 1},
-    {"A ^ 1 = A", "X^1", "X", 1},
-    {"A^0=1", "X^0", "1", 1},
     {"C op C = C", "3+4", "7", 1},
     {"C op C = C", "2*X*3", "6*X", 1},
     {"C op C = C", "1+X+2+Y", "3+X+Y", 1},
@@ -89,7 +85,6 @@ const simplify_row simplify_rows[] = {
     {"C op C = C", "(X^2+1)O(3)", "10", 1},
     {"opC=C", "SIN(0)", "0", 1},
     {"A op C = C op A", "X*3", "3*X", 1},
-    {"B - A = B + (-1) * A", "X-Y", "X-Y", 1},
     {"A+-(B)=A-B", "X-SIN(Y)", "X-SIN(Y)", 1},
     {"c1 * A + c2 * A -> (c1+c2)*A", "X+Y+X", "2*X+Y", 1},
     {"c1 * A + c2 * A -> (c1+c2)*A", "X*Y-Y*X", "0", 1},
@@ -113,8 +108,6 @@ const simplify_row simplify_rows[] = {
     {"mA^B*A^C=m^B*A^(B+C)", "2^X*3^X", "6^X", 2},
     // Forms that no rule may touch.
     {"", "VEC(0,0,0)", "VEC(0,0,0)", 1},
-    {"", "(X^2)^0.5", "(X^2)^0.5", 1},
-    {"", "DOT(0,X)", "DOT(0,X)", 1},
     {"", "STEP(1,2,3)", "STEP(1,2,3)", 1},
     {"", "PDOMAIN(X^2,0,1)", "PDOMAIN(X^2,0,1)", 1},
     {"", "SIN(X) O Y", "(SIN(X))O(Y)", 1},
@@ -134,9 +127,7 @@ INSTANTIATE_TEST_SUITE_P(Rules, Simplify, testing::ValuesIn(simplify_rows), row_
 // The factoring phase runs only at level 2 and above.
 TEST(SimplifyLevels, FactoringRulesNeedLevelTwo) {
     EXPECT_EQ(simplified("(2*X+4*Y)/(X+2*Y)", 1), "(2*X+4*Y)*(X+2*Y)^-1");
-    EXPECT_FALSE(fires("(2*X+4*Y)/(X+2*Y)", "mA/A = m", 1));
     EXPECT_EQ(simplified("(2*X)^Y*X^Z", 1), "(2*X)^Y*X^Z");
-    EXPECT_FALSE(fires("(2*X)^Y*X^Z", "mA^B*A^C", 1));
     // m < 0 with a non-integer exponent: m^B would raise where (m*A)^B has a value.
     EXPECT_FALSE(fires("(-2*X)^Y*X^Z", "mA^B*A^C", 2));
 }
@@ -146,7 +137,7 @@ TEST(SimplifyLevels, FactoringRulesNeedLevelTwo) {
 struct class_row {
     const char* rule;
     const char* text;
-    const char* expect;  // the law after one sub_simplify step
+    const char* expect;  // the law after one sub_simplify step, "" when none applies
 };
 
 class ClassRule : public testing::TestWithParam<class_row> {};
@@ -156,11 +147,11 @@ TEST_P(ClassRule, OneStepNamesItsFormula) {
     law_holder l = parse(r.text);
     const char* name = nullptr;
     law_holder s(l->sub_simplify(0, name));
-    EXPECT_EQ(text_of(s.get()), r.expect) << r.rule;
+    EXPECT_EQ(s ? text_of(s.get()) : "", r.expect) << r.rule;
     EXPECT_STREQ(name ? name : "none", r.rule) << r.text;
     // The member form takes no name slot.
     law_holder quiet(l->sub_simplify(0, null_out_ref<const char*>()));
-    EXPECT_EQ(text_of(quiet.get()), r.expect);
+    EXPECT_EQ(quiet ? text_of(quiet.get()) : "", r.expect);
 }
 
 const class_row class_rows[] = {
@@ -198,30 +189,19 @@ const class_row class_rows[] = {
     {"dot(vec,vec)", "DOT(VEC(X),VEC(Y))", "X+Y"},
     {"Dot(0,A)=Dot(A,0)=0", "DOT(0,VEC(X,Y))", "0"},
     {"domain(A)=A", "DOMAIN(SIN(X),0,1)", "SIN(X)"},
+    // Shapes that look like a rule's but must be left alone: no step, no name.
+    {"none", "(X^2)^0.5", ""},         // |X|, not X
+    {"none", "(X^Y)^0.5", ""},         // the inner exponent may be even
+    {"none", "(X*Y)^0.5", ""},         // X, Y < 0: the product has a value, the factors' powers not
+    {"none", "SIN(Y) O X", ""},        // the outer law reads Y, which X O ... would set to 0
+    {"none", "DOT(0,X)", ""},          // two scalars add: X, not 0
+    {"none", "TERM(VEC(X,Y),3)", ""},  // outside the vector: raises when evaluated
+    {"none", "VEC(0,0)", ""},          // keeps its two outputs
+    {"none", "TERM(VEC(X,Y),Z)", ""},  // index not a constant
+    {"none", "(-X)*Y", ""},            // one negation only
 };
 
 INSTANTIATE_TEST_SUITE_P(Rules, ClassRule, testing::ValuesIn(class_rows), row_name<class_row>);
-
-// Shapes that look like a rule's but must be left alone.
-TEST(ClassRuleRefuses, ShapesThatWouldChangeTheValue) {
-    const char* untouched[] = {
-        "(X^2)^0.5",         // |X|, not X
-        "(X^Y)^0.5",         // the inner exponent may be even
-        "(X*Y)^0.5",         // X, Y < 0: the product has a value, the factors' powers not
-        "SIN(Y) O X",        // the outer law reads Y, which X O ... would set to 0
-        "DOT(0,X)",          // two scalars add: X, not 0
-        "TERM(VEC(X,Y),3)",  // outside the vector: raises when evaluated
-        "VEC(0,0)",          // keeps its two outputs
-        "TERM(VEC(X,Y),Z)",  // index not a constant
-        "(-X)*Y",            // one negation only
-    };
-    for (const char* t : untouched) {
-        law_holder l = parse(t);
-        const char* name = nullptr;
-        law_holder s(l->sub_simplify(0, name));
-        EXPECT_FALSE(s) << t << " -> " << text_of(s.get()) << " by " << (name ? name : "?");
-    }
-}
 
 // ---------------------------------------------------------------- the lists
 
@@ -337,7 +317,7 @@ TEST(SimplifyTrace, ThreadsKeepTheirOwnCounter) {
 
 // ---------------------------------------------------------------- errors and folding
 
-TEST(SimplifyErrors, LnOfZeroInAFoldableTreePropagatesAndLeavesTheLawUsable) {
+TEST(SimplifyErrors, FoldingErrorsPropagateAndLeaveTheLawUsable) {
     law_holder l = parse("X+LN(0)*2");
     EXPECT_EQ(error_of([&] { law_holder s(law_simplify(l.get(), 1, 0)); }), LAW_LN);
     EXPECT_EQ(error_of([&] { law_holder s(l->simplify(1, 0)); }), LAW_LN);
@@ -346,11 +326,8 @@ TEST(SimplifyErrors, LnOfZeroInAFoldableTreePropagatesAndLeavesTheLawUsable) {
     output_capture out;
     EXPECT_EQ(error_of([&] { law_holder s(law_simplify(l.get(), 1, 3)); }), LAW_LN);
     EXPECT_EQ(error_of([&] { law_holder d(l->derivative(0)); }), LAW_LN);
-}
-
-TEST(SimplifyErrors, ZeroToANegativePowerRaisesWhenFolded) {
-    law_holder l = parse("X+0^(-1)");
-    EXPECT_EQ(error_of([&] { law_holder s(law_simplify(l.get(), 1, 0)); }), LAW_EXPONENT);
+    law_holder p = parse("X+0^(-1)");
+    EXPECT_EQ(error_of([&] { law_holder s(law_simplify(p.get(), 1, 0)); }), LAW_EXPONENT);
 }
 
 // Constants within the 1e-14 of law equality were merged as like terms, so that
@@ -404,21 +381,11 @@ TEST(SimplifyFolding, OnlyTheLibrarysPureLawsFold) {
     EXPECT_EQ(t.get(), composed.get());
     EXPECT_EQ(static_cast<counting_law*>(counted.get())->calls, 0);
     EXPECT_EQ(static_cast<counting_law*>(counted_x.get())->calls, 0);
-    // STEP reads its input even over constant parts; EXP(1000) is not a finite constant.
-    EXPECT_EQ(simplified("STEP(1,2,3)"), "STEP(1,2,3)");
+    // STEP reads its input even over constant parts (a row of simplify_rows); EXP(1000) is
+    // not a finite constant.
     EXPECT_EQ(simplified("EXP(1000)"), "EXP(1000)");
     EXPECT_EQ(simplified("EXP(1)*2"),
               text_of(law_holder(VORX_NEW constant_law(std::exp(1.0) * 2)).get()));
-}
-
-TEST(SimplifyFolding, VectorsKeepTheirSize) {
-    const char* texts[] = {"0*VEC(X,Y,Z)", "VEC(X,Y)*1", "VEC(0,0,0)+0", "2*VEC(X,Y,1)",
-                           "VEC(X,Y) O (2*X)"};
-    for (const char* t : texts) {
-        law_holder l = parse(t);
-        law_holder s(law_simplify(l.get(), 2, 0));
-        EXPECT_EQ(s->return_dim(), l->return_dim()) << t << " -> " << text_of(s.get());
-    }
 }
 
 // ---------------------------------------------------------------- the cache
@@ -456,23 +423,6 @@ TEST(SimplifyCache, ConstantSeesThroughTheSimplifiedForm) {
 
 // ---------------------------------------------------------------- derivative swell
 
-// A sum or difference with a 0 operand, or a product with a 0 or 1 factor, anywhere in
-// the tree.
-bool has_neutral_term(const law* l) {
-    if (l->isa(binary_law::id())) {
-        const binary_law* b = static_cast<const binary_law*>(l);
-        bool additive = l->isa(plus_law::id()) || l->isa(minus_law::id());
-        for (const law* side : {b->fleft(), b->fright()}) {
-            if (additive && simplify_is(side, 0.0)) return true;
-            if (l->isa(times_law::id()) && (simplify_is(side, 0.0) || simplify_is(side, 1.0)))
-                return true;
-        }
-        return has_neutral_term(b->fleft()) || has_neutral_term(b->fright());
-    }
-    if (l->isa(unary_law::id())) return has_neutral_term(static_cast<const unary_law*>(l)->fsub());
-    return false;
-}
-
 struct swell_row {
     const char* text;
     const char* derivative;
@@ -483,9 +433,7 @@ class DerivativeSwell : public testing::TestWithParam<swell_row> {};
 TEST_P(DerivativeSwell, FirstDerivativePrintsCompactly) {
     law_holder l = parse(GetParam().text);
     law_holder d(l->derivative(0));
-    std::string t = text_of(d.get());
-    EXPECT_EQ(t, GetParam().derivative);
-    EXPECT_FALSE(has_neutral_term(d.get())) << t;
+    EXPECT_EQ(text_of(d.get()), GetParam().derivative);
 }
 
 const swell_row swell_rows[] = {
@@ -541,10 +489,8 @@ class law_generator {
                 law_holder e = make(depth - 1);
                 return law_holder(VORX_NEW exponent_law(positive.get(), e.get()));
             }
-            case 9: {
-                law_holder a = make(depth - 1);
-                return law_holder(VORX_NEW negate_law(a.get()));
-            }
+            case 9:
+                return unary<negate_law>(depth);
             case 10:
                 return unary<sin_law>(depth);
             case 11:
