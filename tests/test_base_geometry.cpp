@@ -32,7 +32,7 @@ void expect_near(const vector& a, const vector& b, double tol = 1e-12) {
 // ---------------------------------------------------------------------------------------
 // vectors and positions
 
-TEST(BaseVector, CrossAndDotFollowTheRightHandRule) {
+TEST(BaseVector, ProductsPointsAndNormalise) {
     vector x(1, 0, 0), y(0, 1, 0), z(0, 0, 1);
     expect_near(x * y, z);
     expect_near(y * z, x);
@@ -40,32 +40,14 @@ TEST(BaseVector, CrossAndDotFollowTheRightHandRule) {
     vector a(1, 2, 3), b(-4, 5, 0.5);
     expect_near(a * b, -(b * a));
     EXPECT_NEAR((a * b) % a, 0.0, 1e-12);
-    EXPECT_NEAR((a * b) % b, 0.0, 1e-12);
-    EXPECT_DOUBLE_EQ(a % b, -4 + 10 + 1.5);
-    EXPECT_DOUBLE_EQ(a.len_sq(), 14.0);
     EXPECT_TRUE(vector(1e-7, -1e-7, 0).is_zero());
     EXPECT_FALSE(vector(1e-7, -1e-7, 0).is_zero(1e-8));
-}
-
-TEST(BaseVector, PointsAndDisplacementsCombine) {
     position p(1, 2, 3), q(4, 6, 3);
-    vector d = q - p;
-    EXPECT_DOUBLE_EQ(d.len(), 5.0);
-    expect_near(p + d, q);
-    expect_near(q - d, p);
-    position r = p;
-    r += d;
-    expect_near(r, q);
-    EXPECT_DOUBLE_EQ(distance_to_point_squared(p, q), 25.0);
+    expect_near(p + (q - p), q);
     expect_near(interpolate(0.25, p, q), position(1.75, 3, 3));
-}
-
-TEST(BaseVector, NormaliseGivesUnitOrZero) {
     unit_vector u = normalise(vector(3, 0, 4));
-    EXPECT_DOUBLE_EQ(u.len(), 1.0);
     expect_near(u, vector(0.6, 0, 0.8));
-    unit_vector zero = normalise(vector());
-    EXPECT_TRUE(zero.is_zero(0.0));
+    EXPECT_TRUE(normalise(vector()).is_zero(0.0));
     expect_near(unit_vector(), vector(0, 0, 1));
     // A unit vector keeps unit length through a scaling transform.
     unit_vector s = u * scale_transf(7.0);
@@ -84,11 +66,8 @@ TEST(BaseMatrix, InverseDeterminantAndProducts) {
     vector v(1, -2, 5);
     // M v and v M are each other's transposes.
     expect_near(m * v, v * m.transpose());
-    expect_near(m.row(1), vector(-1, 3, 1));
-    expect_near(m.column(2), vector(0, 1, 4));
     matrix singular(vector(1, 2, 3), vector(2, 4, 6), vector(0, 1, 0));
     EXPECT_EQ(singular.inverse().determinant(), 0.0);
-    EXPECT_FALSE(singular.inverse().is_identity(0.5));
 }
 
 // ---------------------------------------------------------------------------------------
@@ -120,7 +99,8 @@ std::vector<named_transf> sample_transfs() {
 
 }  // namespace
 
-TEST(BaseTransf, InverseUndoesEveryKind) {
+// Every sample inverts, composes left first and survives its 13-number form.
+TEST(BaseTransf, SamplesInvertComposeAndRoundTrip) {
     const position pts[] = {position(0, 0, 0), position(1, -2, 3.5), position(-40, 7, 0.25)};
     for (const auto& s : sample_transfs()) {
         SCOPED_TRACE(s.name);
@@ -129,60 +109,56 @@ TEST(BaseTransf, InverseUndoesEveryKind) {
             expect_near(p * s.t * inv, p, 1e-11);
             expect_near(p * inv * s.t, p, 1e-11);
         }
-        vector v(0.3, -1, 2);
-        expect_near(v * s.t * inv, v, 1e-12);
+        expect_near(vector(0.3, -1, 2) * s.t * inv, vector(0.3, -1, 2), 1e-12);
         EXPECT_TRUE((s.t * inv).identity());
-    }
-}
-
-TEST(BaseTransf, CompositionAppliesLeftFirst) {
-    transf a = rotate_transf(pi / 2, vector(0, 0, 1));
-    transf b = translate_transf(vector(10, 0, 0));
-    position p(1, 0, 0);
-    // Rotate (1,0,0) to (0,1,0), then shift.
-    expect_near(p * (a * b), position(10, 1, 0));
-    expect_near(p * (b * a), position(0, 11, 0));
-    for (const auto& s : sample_transfs())
         for (const auto& t : sample_transfs()) {
-            SCOPED_TRACE(std::string(s.name) + " * " + t.name);
-            position q(0.5, -2, 1.5);
-            expect_near(q * (s.t * t.t), (q * s.t) * t.t, 1e-11);
+            SCOPED_TRACE(t.name);
+            expect_near(pts[1] * (s.t * t.t), (pts[1] * s.t) * t.t, 1e-11);
         }
-    transf c = a;
-    c *= b;
-    EXPECT_TRUE(c == a * b);
+        double v[13];
+        s.t.to_array(v);
+        EXPECT_TRUE(transf_from_array(v) == s.t);
+    }
+    // Rotate (1,0,0) to (0,1,0), then shift.
+    transf a = rotate_transf(pi / 2, vector(0, 0, 1)), b = translate_transf(vector(10, 0, 0));
+    expect_near(position(1, 0, 0) * (a * b), position(10, 1, 0));
+    expect_near(position(1, 0, 0) * (b * a), position(0, 11, 0));
+    // The 13-number layout: affine by rows, translation, scaling.
+    double v[13] = {0, 1, 0, -1, 0, 0, 0, 0, 1, 5, 6, 7, 2};
+    expect_near(position(1, 0, 0) * transf_from_array(v), position(5, 8, 7));
 }
 
 TEST(BaseTransf, MakersAndFlags) {
-    transf r = rotate_transf(pi / 2, vector(0, 0, 2));
-    expect_near(vector(1, 0, 0) * r, vector(0, 1, 0));
-    EXPECT_TRUE(r.rotate());
-    EXPECT_FALSE(r.reflect());
-    EXPECT_FALSE(r.shear());
-
-    transf m = reflect_transf(vector(0, 0, 3));
-    expect_near(position(1, 2, 3) * m, position(1, 2, -3));
-    EXPECT_TRUE(m.reflect());
-
-    transf t = translate_transf(vector(1, 2, 3));
-    EXPECT_FALSE(t.rotate());
-    EXPECT_FALSE(t.identity());
-    // Directions ignore the translation.
-    expect_near(vector(1, 0, 0) * t, vector(1, 0, 0));
-    vector v(1, 1, 1);
-    v *= t;
-    expect_near(v, vector(1, 1, 1));
-
-    transf s = scale_transf(-2.0);
-    EXPECT_DOUBLE_EQ(s.scaling(), 2.0);
-    EXPECT_TRUE(s.reflect());
-    expect_near(position(1, 2, 3) * s, position(-2, -4, -6));
-
+    const struct {
+        const char* name;
+        transf t;
+        position p, want;
+        int rotate;  // -1: not pinned (a reflection's matrix counts as a rotation)
+        bool reflect;
+    } rows[] = {
+        {"rotation", rotate_transf(pi / 2, vector(0, 0, 2)), position(1, 0, 0), position(0, 1, 0),
+         1, false},
+        {"reflection", reflect_transf(vector(0, 0, 3)), position(1, 2, 3), position(1, 2, -3), -1,
+         true},
+        {"translation", translate_transf(vector(1, 2, 3)), position(), position(1, 2, 3), 0, false},
+        {"negative scale", scale_transf(-2.0), position(1, 2, 3), position(-2, -4, -6), -1, true},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.name);
+        expect_near(r.p * r.t, r.want);
+        if (r.rotate >= 0) {
+            EXPECT_EQ(r.t.rotate(), r.rotate == 1);
+        }
+        EXPECT_EQ(r.t.reflect(), r.reflect);
+        EXPECT_FALSE(r.t.shear());
+    }
+    // Directions ignore the translation; a negative scale keeps a positive scaling.
+    expect_near(vector(1, 0, 0) * rows[2].t, vector(1, 0, 0));
+    EXPECT_DOUBLE_EQ(rows[3].t.scaling(), 2.0);
     // A uniform scale folded into the affine part moves into the scaling.
     transf folded(matrix() * 3.0, 1.0, vector());
     EXPECT_NEAR(folded.scaling(), 3.0, 1e-14);
     EXPECT_TRUE(folded.affine().is_identity(1e-14));
-    EXPECT_TRUE(transf().identity());
     EXPECT_TRUE(rotate_transf(1.0, vector()).identity());
 }
 
@@ -195,27 +171,9 @@ TEST(BaseTransf, CoordinateTransfMapsLocalAxes) {
     expect_near(position(0, 1, 0) * t, origin + z * x);
     expect_near(position(0, 0, 1) * t, origin + z);
     EXPECT_FALSE(t.reflect());
-    EXPECT_FALSE(t.shear());
     // An x axis not perpendicular to z loses its z component.
     transf tilted = coordinate_transf(origin, normalise(vector(1, 0, 1)), z);
     expect_near(position(1, 0, 0) * tilted, origin + vector(1, 0, 0));
-    expect_near(position(2, -1, 0.5) * t * t.inverse(), position(2, -1, 0.5));
-}
-
-TEST(BaseTransf, ThirteenNumbersRoundTrip) {
-    for (const auto& s : sample_transfs()) {
-        SCOPED_TRACE(s.name);
-        double v[13];
-        s.t.to_array(v);
-        EXPECT_TRUE(transf_from_array(v) == s.t);
-    }
-    // The layout: affine by rows, translation, scaling.
-    double v[13] = {0, 1, 0, -1, 0, 0, 0, 0, 1, 5, 6, 7, 2};
-    transf t = transf_from_array(v);
-    expect_near(position(1, 0, 0) * t, position(5, 8, 7));
-    EXPECT_DOUBLE_EQ(t.scaling(), 2.0);
-    expect_near(t.translation(), vector(5, 6, 7));
-    EXPECT_DOUBLE_EQ(t.affine().element(1, 0), -1.0);
 }
 
 TEST(BaseTransf, HeapObjectsAreTracked) {
@@ -230,30 +188,17 @@ TEST(BaseTransf, HeapObjectsAreTracked) {
 // intervals and boxes
 
 TEST(BaseInterval, ConstructionAndEnds) {
-    interval r(3.0, 1.0);
-    EXPECT_EQ(r.start_pt(), 1.0);
-    EXPECT_EQ(r.end_pt(), 3.0);
-    EXPECT_TRUE(r.finite());
-    EXPECT_EQ(r.length(), 2.0);
-    EXPECT_EQ(r.mid_pt(), 2.0);
-    EXPECT_EQ(r.interpolate(0.25), 1.5);
-
+    // Ends given in either order; the unused end of a half-infinite interval is ignored.
+    EXPECT_EQ(interval(3.0, 1.0), interval(1.0, 3.0));
     interval below(interval_finite_below, 2.0, -99.0);
-    EXPECT_EQ(below.start_pt(), 2.0);
     EXPECT_EQ(below.end_pt(), inf);
-    EXPECT_TRUE(below.bounded_below());
     EXPECT_FALSE(below.bounded_above());
     EXPECT_EQ(below.length(), inf);
     EXPECT_EQ(below.mid_pt(), 2.0);
-
-    interval above(interval_finite_above, 99.0, -1.0);
-    EXPECT_EQ(above.start_pt(), -inf);
-    EXPECT_EQ(above.end_pt(), -1.0);
-
+    EXPECT_EQ(interval(interval_finite_above, 99.0, -1.0).start_pt(), -inf);
     interval e;
     EXPECT_TRUE(e.empty());
     EXPECT_FALSE(e.finite());
-    EXPECT_FALSE(e.bounded_below());
     EXPECT_EQ(e.length(), 0.0);
     EXPECT_TRUE(interval(interval_infinite, 0, 0).infinite());
 }
@@ -267,11 +212,9 @@ TEST(BaseInterval, ContainsWithToleranceAndClamp) {
     };
     const double tol = 1e-3;
     const row rows[] = {
-        {interval(0, 1), 0.5, true, 0.5},
         {interval(0, 1), 1.0005, true, 1.0},
         {interval(0, 1), -0.0005, true, 0.0},
         {interval(0, 1), 1.01, false, 1.0},
-        {interval(0, 1), -3.0, false, 0.0},
         {interval(interval_finite_below, 2, 0), 1e9, true, 1e9},
         {interval(interval_finite_below, 2, 0), 1.5, false, 2.0},
         {interval(interval_finite_above, 0, 2), -1e9, true, -1e9},
@@ -291,15 +234,25 @@ TEST(BaseInterval, ContainsWithToleranceAndClamp) {
 }
 
 TEST(BaseInterval, IntersectionAndUnion) {
-    interval a(0, 2), b(1, 5);
-    EXPECT_EQ(a & b, interval(1, 2));
-    EXPECT_TRUE((a & interval(3, 4)).empty());
-    EXPECT_EQ(a & interval(interval_finite_below, 1.5, 0), interval(1.5, 2));
-    interval half = interval(interval_finite_below, 1, 0) & interval(interval_finite_above, 0, 4);
-    EXPECT_EQ(half, interval(1, 4));
-    EXPECT_EQ(a & interval(interval_unknown, 0, 0), a);
-    EXPECT_TRUE((a & interval()).empty());
-
+    const interval a(0, 2);
+    const struct {
+        interval x, y, want;  // empty want: an empty result
+    } rows[] = {
+        {a, interval(1, 5), interval(1, 2)},
+        {a, interval(3, 4), interval()},
+        {a, interval(interval_finite_below, 1.5, 0), interval(1.5, 2)},
+        {interval(interval_finite_below, 1, 0), interval(interval_finite_above, 0, 4),
+         interval(1, 4)},
+        {a, interval(interval_unknown, 0, 0), a},
+        {a, interval(), interval()},
+    };
+    for (const auto& r : rows)
+        for (const interval& got : {r.x & r.y, r.y & r.x}) {
+            if (r.want.empty())
+                EXPECT_TRUE(got.empty());
+            else
+                EXPECT_EQ(got, r.want);
+        }
     interval u;
     u |= a;
     EXPECT_EQ(u, a);
@@ -312,21 +265,16 @@ TEST(BaseInterval, IntersectionAndUnion) {
     EXPECT_EQ(u.end_pt(), 8.0);
     u |= interval(interval_finite_below, 100, 0);
     EXPECT_TRUE(u.infinite());
-    EXPECT_EQ(interval(), interval() & interval(1, 2));
     EXPECT_NE(interval(0, 1), interval(0, 1.001));
     EXPECT_EQ(interval(0, 1), interval(0, 1 + 1e-9));
 }
 
 TEST(BaseInterval, ArithmeticShiftsAndScales) {
-    EXPECT_EQ(interval(1, 2) + 3.0, interval(4, 5));
-    EXPECT_EQ(interval(1, 2) - 1.0, interval(0, 1));
     EXPECT_EQ(interval(1, 2) * -2.0, interval(-4, -2));
     interval below(interval_finite_below, 1, 0);
     interval flipped = below * -3.0;
     EXPECT_EQ(flipped.type(), interval_finite_above);
     EXPECT_EQ(flipped.end_pt(), -3.0);
-    EXPECT_EQ((below + 1.0).start_pt(), 2.0);
-    EXPECT_EQ(interval(1, 2) + interval(10, 20), interval(11, 22));
     EXPECT_EQ(interval(1, 2) - interval(10, 20), interval(-19, -8));
     EXPECT_EQ((below + interval(interval_finite_above, 0, 5)).type(), interval_infinite);
     EXPECT_TRUE((interval() + 1.0).empty());
@@ -343,7 +291,6 @@ TEST(BaseInterval, MapParamIntoPeriodicRange) {
         {interval(0, tp), -pi / 2, tp, 3 * pi / 2, true},
         {interval(0, tp), 7 * pi, tp, pi, true},
         {interval(0, tp), -13 * tp + 0.25, tp, 0.25, true},
-        {interval(0, tp), 1.0, tp, 1.0, true},
         // At an end within rounding: left alone, not moved a period.
         {interval(0, tp), tp + 1e-13, tp, tp + 1e-13, true},
         {interval(-pi, pi), 3 * pi / 2, tp, -pi / 2, true},
@@ -363,8 +310,6 @@ TEST(BaseInterval, MapParamIntoPeriodicRange) {
 
 TEST(BaseBox, UnionIntersectionContainment) {
     box b(position(1, 5, 0), position(0, 2, 1));
-    expect_near(b.low(), position(0, 2, 0));
-    expect_near(b.high(), position(1, 5, 1));
     box u;
     EXPECT_TRUE(u.empty());
     u |= b;
@@ -385,7 +330,6 @@ TEST(BaseBox, UnionIntersectionContainment) {
 
 TEST(BaseComplex, ArithmeticWithoutOverflow) {
     complex_number a(1, 2), b(3, -4);
-    EXPECT_EQ(a * b, complex_number(11, 2));
     complex_number q = (a * b) / b;
     EXPECT_NEAR(q.re(), 1.0, 1e-15);
     EXPECT_NEAR(q.im(), 2.0, 1e-15);
@@ -438,13 +382,9 @@ TEST(BaseNvector, CopyMoveAndAssignAcrossStorage) {
 TEST(BaseNvector, AlgebraAndNorms) {
     const double v[] = {3, 0, -4};
     nvector a(v, 3), b(3);
-    EXPECT_EQ(a.length(), 5.0);
-    EXPECT_EQ(a.max_coord(), 4.0);
-    nvector n = a.norm();
-    EXPECT_NEAR(n.length(), 1.0, 1e-15);
+    EXPECT_NEAR(a.norm().length(), 1.0, 1e-15);
     EXPECT_EQ(b.norm().length(), 0.0);
     EXPECT_EQ((a + a - a.scale(2.0)).max_coord(), 0.0);
-    EXPECT_EQ(dot(a, a), 25.0);
     b.set(5);
     EXPECT_EQ(b.size(), 5);
     EXPECT_EQ(b[4], 0.0);
@@ -501,15 +441,13 @@ TEST(BaseGeomUtils, SymmetricEigenDecomposition) {
     }
 }
 
-TEST(BaseGeomUtils, PlaneFromPoints) {
+TEST(BaseGeomUtils, PlaneAndLineFromPoints) {
     // A square in a tilted plane, far from the origin, in counterclockwise order.
     transf place = rotate_transf(0.3, vector(1, 1, 0)) * translate_transf(vector(100, -50, 7));
     unit_vector expected_normal = unit_vector(0, 0, 1) * place;
     std::vector<position> pts;
-    for (int i = 0; i < 4; ++i) {
-        double a = i * pi / 2;
-        pts.push_back(position(std::cos(a), std::sin(a), 0) * place);
-    }
+    for (int i = 0; i < 4; ++i)
+        pts.push_back(position(std::cos(i * pi / 2), std::sin(i * pi / 2), 0) * place);
     position root;
     unit_vector normal;
     ASSERT_TRUE(get_plane_from_points(4, pts.data(), root, normal));
@@ -519,23 +457,18 @@ TEST(BaseGeomUtils, PlaneFromPoints) {
     std::reverse(pts.begin(), pts.end());
     ASSERT_TRUE(get_plane_from_points(4, pts.data(), root, normal));
     expect_near(normal, -expected_normal, 1e-12);
-
     position line[] = {position(0, 0, 0), position(1, 1, 1), position(2, 2, 2 + 1e-8)};
     EXPECT_FALSE(get_plane_from_points(3, line, root, normal));
     EXPECT_FALSE(get_plane_from_points(2, pts.data(), root, normal));
-}
 
-TEST(BaseGeomUtils, LineFromPoints) {
-    position pts[] = {position(5, 1, 0), position(3, 2, 0.5), position(1, 3, 1),
-                      position(-1, 4, 1.5)};
-    position root;
-    unit_vector dir;
-    ASSERT_TRUE(get_line_from_points(4, pts, root, dir));
+    position on_line[] = {position(5, 1, 0), position(3, 2, 0.5), position(1, 3, 1),
+                          position(-1, 4, 1.5)};
+    ASSERT_TRUE(get_line_from_points(4, on_line, root, normal));
     expect_near(root, position(2, 2.5, 0.75));
-    expect_near(dir, normalise(vector(-4, 2, 1)));
+    expect_near(normal, normalise(vector(-4, 2, 1)));
     position same[] = {position(1, 1, 1), position(1, 1, 1 + 1e-9)};
-    EXPECT_FALSE(get_line_from_points(2, same, root, dir));
-    EXPECT_FALSE(get_line_from_points(1, pts, root, dir));
+    EXPECT_FALSE(get_line_from_points(2, same, root, normal));
+    EXPECT_FALSE(get_line_from_points(1, on_line, root, normal));
 }
 
 // ---------------------------------------------------------------------------------------
@@ -633,7 +566,6 @@ INSTANTIATE_TEST_SUITE_P(
         root_case{"close_pair", 1, {cn(1, 0), cn(1 + 1e-6, 0), cn(2, 0), cn(3, 0)}, 1e-8},
         root_case{"zero_roots", 1, {cn(0, 0), cn(0, 0), cn(0, 0), cn(1, 0)}, 0},
         root_case{"small_roots", 1, {cn(1e-3, 0), cn(1e-3 + 1e-8, 0), cn(-2, 0), cn(5, 0)}, 1e-10},
-        root_case{"cubic", 1, {cn(-1, 0), cn(2, 0), cn(4, 0)}, 1e-14},
         root_case{"quadratic_complex", 1, {cn(-1, 2), cn(-1, -2)}, 1e-15},
         root_case{"linear", 2, {cn(0.5, 0)}, 0},
         root_case{"huge_scale", 1e8, {cn(-2e4, 0), cn(3e-3, 0), cn(5, 0), cn(1e4, 0)}, 1e-14},
