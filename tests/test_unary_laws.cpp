@@ -259,17 +259,6 @@ TEST(UnaryLawErrors, Table) {
     }
 }
 
-TEST(UnaryLawErrors, AnErrorInsideATreeUnwindsAndReleases) {
-    law_holder x = variable();
-    law_holder ln(VORX_NEW natural_log_law(x.get()));
-    law_holder root(VORX_NEW sqrt_law(ln.get()));
-    // SQRT(LN(X)) at 0.5: the inner logarithm is negative.
-    EXPECT_EQ(error_at(root.get(), 0.5), LAW_SQRT);
-    // At 0 the inner law raises first.
-    EXPECT_EQ(error_at(root.get(), 0.0), LAW_LN);
-    EXPECT_DOUBLE_EQ(root->eval(std::exp(4.0)), 2.0);
-}
-
 // ---------------------------------------------------------------- in_domain
 
 struct domain_row {
@@ -326,9 +315,9 @@ TEST(UnaryLawDomain, InDomainTable) {
     }
 }
 
-// The argument's own domain is asked first, so an outer rule never evaluates an
-// argument that could raise.
-TEST(UnaryLawDomain, ArgumentDomainComesFirst) {
+// SQRT(LN(X)): the argument's own domain is asked first, so an outer rule never evaluates
+// an argument that could raise; an error inside the tree unwinds and releases.
+TEST(UnaryLawDomain, ArgumentComesFirstInDomainAndErrors) {
     law_holder x = variable();
     law_holder ln(VORX_NEW natural_log_law(x.get()));
     law_holder root(VORX_NEW sqrt_law(ln.get()));
@@ -339,6 +328,9 @@ TEST(UnaryLawDomain, ArgumentDomainComesFirst) {
     EXPECT_EQ(root->in_domain(&at[1]), 0);
     EXPECT_EQ(sine->in_domain(&at[1]), 1);
     EXPECT_EQ(root->in_domain(&at[2]), 1);
+    EXPECT_EQ(error_at(root.get(), 0.5), LAW_SQRT);  // the inner logarithm is negative
+    EXPECT_EQ(error_at(root.get(), 0.0), LAW_LN);    // the inner law raises first
+    EXPECT_DOUBLE_EQ(root->eval(std::exp(4.0)), 2.0);
 }
 
 // a*X + b, with its inverse, to give the term domains something to invert.
