@@ -63,9 +63,7 @@ const value_row value_rows[] = {
     {"NOT(0.5)", make<not_law>, 0.5, 0},
     {"EVEN?(4)", make<even_law>, 4, 1},
     {"EVEN?(4.5)", make<even_law>, 4.5, 0},
-    {"EVEN?(-3)", make<even_law>, -3, 0},
     {"ODD?(-3)", make<odd_law>, -3, 1},
-    {"ODD?(4)", make<odd_law>, 4, 0},
     {"ODD?(2.5)", make<odd_law>, 2.5, 0},
     {"INT?(3)", make<int_law>, 3, 1},
     {"INT?(3.5)", make<int_law>, 3.5, 0},
@@ -73,7 +71,6 @@ const value_row value_rows[] = {
     {"PRIME?(1)", make<prime_law>, 1, 1},
     {"PRIME?(2)", make<prime_law>, 2, 0},
     {"PRIME?(3)", make<prime_law>, 3, 1},
-    {"PRIME?(9)", make<prime_law>, 9, 0},
     {"PRIME?(121) divisor equal to the root bound", make<prime_law>, 121, 0},
     {"PRIME?(97)", make<prime_law>, 97, 1},
     {"PRIME?(10001 = 73*137)", make<prime_law>, 10001, 0},
@@ -120,19 +117,13 @@ const value_row value_rows[] = {
     {"SECH(1)", make<sech_law>, 1, 1 / std::cosh(1.0)},
     {"SECH(200) is below the cut-off", make<sech_law>, 200, 1 / std::cosh(200.0)},
     {"SECH(250)", make<sech_law>, 250, 0},
-    {"SECH(-250)", make<sech_law>, -250, 0},
     {"CSCH(1)", make<csch_law>, 1, 1 / std::sinh(1.0)},
     {"CSCH(250)", make<csch_law>, 250, 0},
-    {"ARCSINH(-2)", make<arcsinh_law>, -2, std::asinh(-2.0)},
     {"ARCCOSH(1)", make<arccosh_law>, 1, 0},
-    {"ARCCOSH(2)", make<arccosh_law>, 2, std::acosh(2.0)},
-    {"ARCTANH(0.5)", make<arctanh_law>, 0.5, std::atanh(0.5)},
-    {"ARCCOTH(-2)", make<arccoth_law>, -2, std::atanh(-0.5)},
     {"ARCSECH(1) = ln 1 / 1", make<arcsech_law>, 1, 0},
     // The division follows the logarithm (not ln((1 + sqrt(1 - v*v)) / v)).
     {"ARCSECH(0.5)", make<arcsech_law>, 0.5, std::log(1 + std::sqrt(0.75)) / 0.5},
     {"ARCCSCH(0.5)", make<arccsch_law>, 0.5, std::asinh(2.0)},
-    {"ARCCSCH(-4)", make<arccsch_law>, -4, std::asinh(-0.25)},
     {"ABS(-2)", make<abs_law>, -2, 2},
     {"SQRT(0)", make<sqrt_law>, 0, 0},
     {"SQRT(4)", make<sqrt_law>, 4, 2},
@@ -231,7 +222,6 @@ struct error_row {
 const error_row error_rows[] = {
     {"LN(0)", make<natural_log_law>, 0, CODE(LAW_LN), 2},
     {"SQRT(-1e-300)", make<sqrt_law>, -1e-300, CODE(LAW_SQRT), 2},
-    {"TAN(pi/2)", make<tan_law>, half_pi, CODE(LAW_TAN), 1},
     {"TAN(pi/2 - 1e-7) within is_equal", make<tan_law>, half_pi - 1e-7, CODE(LAW_TAN), 1},
     {"TAN(pi): one pi/2 step lands on pi/2", make<tan_law>, pi, CODE(LAW_TAN), 1},
     {"SEC(pi/2)", make<sec_law>, half_pi, CODE(LAW_SEC), 1},
@@ -269,17 +259,6 @@ TEST(UnaryLawErrors, Table) {
     }
 }
 
-TEST(UnaryLawErrors, AnErrorInsideATreeUnwindsAndReleases) {
-    law_holder x = variable();
-    law_holder ln(VORX_NEW natural_log_law(x.get()));
-    law_holder root(VORX_NEW sqrt_law(ln.get()));
-    // SQRT(LN(X)) at 0.5: the inner logarithm is negative.
-    EXPECT_EQ(error_at(root.get(), 0.5), LAW_SQRT);
-    // At 0 the inner law raises first.
-    EXPECT_EQ(error_at(root.get(), 0.0), LAW_LN);
-    EXPECT_DOUBLE_EQ(root->eval(std::exp(4.0)), 2.0);
-}
-
 // ---------------------------------------------------------------- in_domain
 
 struct domain_row {
@@ -291,7 +270,6 @@ struct domain_row {
 
 const domain_row domain_rows[] = {
     {"LN at 0", make<natural_log_law>, 0, 0},
-    {"EXP at 99", make<exp_law>, 99, 1},
     {"EXP at 100", make<exp_law>, 100, 0},
     {"EXP at 150, which evaluates", make<exp_law>, 150, 0},
     {"SINH at -200", make<sinh_law>, -200, 0},
@@ -299,7 +277,6 @@ const domain_row domain_rows[] = {
     {"TAN at 2", make<tan_law>, 2, 1},
     {"TAN at pi", make<tan_law>, pi, 1},
     {"TAN at pi/2", make<tan_law>, half_pi, 0},
-    {"TAN at 3*pi/2", make<tan_law>, 3 * pi / 2, 0},
     {"TAN at -pi/2", make<tan_law>, -half_pi, 0},
     {"TAN at -5*pi/2", make<tan_law>, -5 * half_pi, 0},
     {"SEC at 3*pi/2", make<sec_law>, 3 * pi / 2, 0},
@@ -314,7 +291,6 @@ const domain_row domain_rows[] = {
     {"ARCSEC at 0.5", make<arcsec_law>, 0.5, 0},
     {"ARCCSC at -1", make<arccsc_law>, -1, 1},
     {"ARCCSC at -0.5", make<arccsc_law>, -0.5, 0},
-    {"COTH at 0", make<coth_law>, 0, 0},
     {"COTH at 1e-7 within is_equal", make<coth_law>, 1e-7, 0},
     {"COTH at 0.1", make<coth_law>, 0.1, 1},
     {"CSCH at -1e-7", make<csch_law>, -1e-7, 0},
@@ -339,9 +315,9 @@ TEST(UnaryLawDomain, InDomainTable) {
     }
 }
 
-// The argument's own domain is asked first, so an outer rule never evaluates an
-// argument that could raise.
-TEST(UnaryLawDomain, ArgumentDomainComesFirst) {
+// SQRT(LN(X)): the argument's own domain is asked first, so an outer rule never evaluates
+// an argument that could raise; an error inside the tree unwinds and releases.
+TEST(UnaryLawDomain, ArgumentComesFirstInDomainAndErrors) {
     law_holder x = variable();
     law_holder ln(VORX_NEW natural_log_law(x.get()));
     law_holder root(VORX_NEW sqrt_law(ln.get()));
@@ -352,6 +328,9 @@ TEST(UnaryLawDomain, ArgumentDomainComesFirst) {
     EXPECT_EQ(root->in_domain(&at[1]), 0);
     EXPECT_EQ(sine->in_domain(&at[1]), 1);
     EXPECT_EQ(root->in_domain(&at[2]), 1);
+    EXPECT_EQ(error_at(root.get(), 0.5), LAW_SQRT);  // the inner logarithm is negative
+    EXPECT_EQ(error_at(root.get(), 0.0), LAW_LN);    // the inner law raises first
+    EXPECT_DOUBLE_EQ(root->eval(std::exp(4.0)), 2.0);
 }
 
 // a*X + b, with its inverse, to give the term domains something to invert.
@@ -476,6 +455,9 @@ TEST(UnaryLawSymbols, BothSpellingsAndIdentity) {
         EXPECT_EQ(text_of(l.get(), law_symbol_maple), std::string(r.maple) + "(X)");
         EXPECT_STREQ(l->class_name(), r.class_name);
         EXPECT_TRUE(l->isa(unary_law::id()));
+        // The predicates and RAND have no derivative.
+        EXPECT_EQ(l->has_derivative(0) != 0,
+                  std::string("PRIME? EVEN? ODD? INT? NOT RAND").find(r.own) == std::string::npos);
         for (const symbol_row& other : symbol_rows) {
             if (&other == &r) continue;
             EXPECT_FALSE(l->isa(over_x(other.mk)->type())) << other.class_name;
@@ -491,6 +473,8 @@ TEST(UnaryLawSymbols, BothSpellingsAndIdentity) {
 
 // ---------------------------------------------------------------- derivatives
 
+// The registry-wide check compares every class's slope at positive arguments; these rows
+// are the negative side, the sign and absolute-value rules, and the shifted branches.
 struct derivative_row {
     const char* text;
     law_maker mk;
@@ -500,7 +484,8 @@ struct derivative_row {
     double (*branch)(double);
 };
 
-// 1/(g*sqrt(g*g - 1)) and its negation are the slopes of these, on both sides.
+// 1/(g*sqrt(g*g - 1)) and its negation are the slopes of these, on both sides: above 1
+// opposite in sign to the slope of the shifted values.
 double arcsec_principal(double v) {
     return std::acos(1 / std::fabs(v));
 }
@@ -512,36 +497,19 @@ double arcsech_principal(double v) {
 }
 
 const derivative_row derivative_rows[] = {
-    {"SIN", make<sin_law>, {0.3, 1.2}, nullptr},
-    {"COS", make<cos_law>, {0.3, 2.5}, nullptr},
-    {"TAN, also after a pi/2 step", make<tan_law>, {0.4, 2.0}, nullptr},
-    {"SEC, also after a pi/2 step", make<sec_law>, {0.4, 2.0}, nullptr},
-    {"COT", make<cot_law>, {0.7, 2.0}, nullptr},
     {"CSC", make<csc_law>, {0.7, -2.0}, nullptr},
-    {"ARCSIN", make<arcsin_law>, {-0.5, 0.6}, nullptr},
-    {"ARCCOS", make<arccos_law>, {-0.5, 0.6}, nullptr},
     {"ARCCOT", make<arccot_law>, {-1.5, 0.8}, nullptr},
     {"ARCSEC", make<arcsec_law>, {-2.5, 1.8}, arcsec_principal},
     {"ARCCSC", make<arccsc_law>, {-2.5, 1.8}, arccsc_principal},
-    {"SINH", make<sinh_law>, {-0.8, 1.3}, nullptr},
-    {"COSH", make<cosh_law>, {-0.8, 1.3}, nullptr},
-    {"TANH", make<tanh_law>, {-0.8, 1.3}, nullptr},
     {"COTH", make<coth_law>, {-0.9, 1.4}, nullptr},
-    {"SECH", make<sech_law>, {-0.5, 1.5}, nullptr},
     {"CSCH", make<csch_law>, {-0.7, 1.2}, nullptr},
     {"ARCSINH", make<arcsinh_law>, {-1.3, 0.6}, nullptr},
-    {"ARCCOSH", make<arccosh_law>, {1.5, 3.0}, nullptr},
     {"ARCTANH", make<arctanh_law>, {-0.4, 0.7}, nullptr},
     {"ARCCOTH", make<arccoth_law>, {-2.0, 1.6}, nullptr},
     {"ARCSECH", make<arcsech_law>, {0.3, 0.8}, arcsech_principal},
     {"ARCCSCH", make<arccsch_law>, {-1.1, 0.6}, nullptr},
-    {"LN", make<natural_log_law>, {0.4, 2.5}, nullptr},
-    {"EXP", make<exp_law>, {-1.0, 2.0}, nullptr},
-    {"SQRT", make<sqrt_law>, {0.3, 4.0}, nullptr},
     {"ABS", make<abs_law>, {-0.7, 0.8}, nullptr},
     {"FLOOR", make<floor_law>, {0.4, -1.3}, nullptr},
-    {"CEIL", make<ceil_law>, {0.4, -1.3}, nullptr},
-    {"SET", make<set_law>, {-0.6, 0.6}, nullptr},
 };
 
 // The argument g = X*0.5 + 0.1, so the chain rule contributes a factor 0.5.
@@ -578,17 +546,6 @@ TEST(UnaryLawDerivatives, AgreeWithCentralDifferences) {
     }
 }
 
-// Where the values are shifted, the derivative is the principal branch's: opposite in
-// sign to the slope of the values for arguments above 1.
-TEST(UnaryLawDerivatives, ShiftedBranchesKeepThePrincipalSlope) {
-    law_holder x = variable();
-    law_holder sec(VORX_NEW arcsec_law(x.get()));
-    law_holder d(sec->derivative(0));
-    double slope = central_difference([&](double t) { return sec->eval(t); }, 2.0);
-    EXPECT_NEAR(d->eval(2.0), -slope, 1e-6);
-    EXPECT_NEAR(d->eval(2.0), 1 / (2 * std::sqrt(3.0)), 1e-12);
-}
-
 TEST(UnaryLawDerivatives, PartialInTheSecondInput) {
     law_holder x = variable(0, 'X'), y = variable(1, 'Y');
     law_holder xy(VORX_NEW times_law(x.get(), y.get()));
@@ -597,15 +554,6 @@ TEST(UnaryLawDerivatives, PartialInTheSecondInput) {
     double at[] = {0.3, 0.4};
     // d/dY SIN(X*Y) = COS(X*Y) * X
     EXPECT_NEAR(d->evaluateM_R(at), std::cos(0.12) * 0.3, 1e-12);
-}
-
-TEST(UnaryLawDerivatives, PredicatesAndRandHaveNone) {
-    for (law_maker mk : {make<not_law>, make<even_law>, make<odd_law>, make<int_law>,
-                         make<prime_law>, make<rand_law>}) {
-        law_holder l = over_x(mk);
-        SCOPED_TRACE(l->class_name());
-        EXPECT_EQ(l->has_derivative(0), 0);
-    }
 }
 
 }  // namespace
