@@ -99,14 +99,10 @@ int error_code_of(void (*f)(law*), law* l) {
 
 }  // namespace
 
-TEST(LawCounting, NullSafeFormsDoNothing) {
-    law_add(nullptr);
-    law_remove(nullptr);
-    law_holder h;
-    EXPECT_FALSE(h);
-}
-
 TEST(LawCounting, HolderAdoptsSharesAndReleases) {
+    law_add(nullptr);  // the null-safe forms do nothing
+    law_remove(nullptr);
+    EXPECT_FALSE(law_holder());
     int before = law::how_many_laws;
     law* c = VORX_NEW constant_law(2.0);
     {
@@ -166,25 +162,22 @@ TEST(LawTypes, IsaWalksTheBaseChain) {
     EXPECT_FALSE(p->isa(unary_law::id()));
     EXPECT_EQ(p->type(), pair_law::id());
     EXPECT_STREQ(p->class_name(), "pair_law");
-    EXPECT_STREQ(x->class_name(), "identity_law");
-    EXPECT_NE(pair_law::id(), ac_law::id());
 }
 
-TEST(LawEquality, ConstantsCompareWithinTolerance) {
-    law_holder a(VORX_NEW constant_law(1.0));
-    law_holder b(VORX_NEW constant_law(1.0 + 1e-15));
-    law_holder c(VORX_NEW constant_law(1.0 + 1e-13));
-    EXPECT_TRUE(*a == *b);
-    EXPECT_FALSE(*a == *c);
-    EXPECT_TRUE(*a != *c);
-}
-
-TEST(LawEquality, VariablesCompareByIndexOnly) {
-    law_holder x(VORX_NEW identity_law(0, 'X'));
-    law_holder t(VORX_NEW identity_law(0, 'T'));
-    law_holder y(VORX_NEW identity_law(1, 'Y'));
-    EXPECT_TRUE(*x == *t);
-    EXPECT_FALSE(*x == *y);
+// Constants compare within a tolerance, variables by index only (not by letter).
+TEST(LawEquality, LeavesCompareByValueOrIndex) {
+    struct {
+        law *a, *b;
+        bool equal;
+    } rows[] = {{VORX_NEW constant_law(1.0), VORX_NEW constant_law(1.0 + 1e-15), true},
+                {VORX_NEW constant_law(1.0), VORX_NEW constant_law(1.0 + 1e-13), false},
+                {VORX_NEW identity_law(0, 'X'), VORX_NEW identity_law(0, 'T'), true},
+                {VORX_NEW identity_law(0, 'X'), VORX_NEW identity_law(1, 'Y'), false}};
+    for (auto& r : rows) {
+        law_holder a(r.a), b(r.b);
+        EXPECT_EQ(*a == *b, r.equal) << text_of(a.get()) << " " << text_of(b.get());
+        EXPECT_EQ(*a != *b, !r.equal);
+    }
 }
 
 TEST(LawEquality, CommutativeChainsIgnoreOrderOthersDoNot) {
@@ -215,23 +208,27 @@ TEST(LawEquality, CommutativeChainsIgnoreOrderOthersDoNot) {
     EXPECT_FALSE(*m3 == *m4);
 }
 
+// Variables print their letter, with the input number when the letter does not imply it;
+// constants in the fewest digits that read back to the same double.
 TEST(LawText, VariablesAndConstants) {
     struct {
-        int index;
-        char letter;
+        law* l;
         const char* text;
-    } rows[] = {{0, 'X', "X"},  {1, 'X', "X2"}, {2, 'Z', "Z"}, {2, 'Y', "Y3"},
-                {3, 'X', "X4"}, {0, 'A', "A1"}, {0, 'T', "T"}, {1, 'V', "V"}};
+    } rows[] = {{VORX_NEW identity_law(0, 'X'), "X"},
+                {VORX_NEW identity_law(1, 'X'), "X2"},
+                {VORX_NEW identity_law(2, 'Z'), "Z"},
+                {VORX_NEW identity_law(2, 'Y'), "Y3"},
+                {VORX_NEW identity_law(3, 'X'), "X4"},
+                {VORX_NEW identity_law(0, 'A'), "A1"},
+                {VORX_NEW identity_law(0, 'T'), "T"},
+                {VORX_NEW identity_law(1, 'V'), "V"},
+                {VORX_NEW constant_law(1.0 / 3.0), "0.3333333333333333"},
+                {VORX_NEW constant_law(0.1), "0.1"},
+                {VORX_NEW constant_law(3.0), "3"}};
     for (auto& r : rows) {
-        law_holder v(VORX_NEW identity_law(r.index, r.letter));
-        EXPECT_EQ(text_of(v.get()), r.text);
+        law_holder l(r.l);
+        EXPECT_EQ(text_of(l.get()), r.text);
     }
-    law_holder third(VORX_NEW constant_law(1.0 / 3.0));
-    EXPECT_EQ(text_of(third.get()), "0.3333333333333333");
-    law_holder tenth(VORX_NEW constant_law(0.1));
-    EXPECT_EQ(text_of(tenth.get()), "0.1");
-    law_holder three(VORX_NEW constant_law(3.0));
-    EXPECT_EQ(text_of(three.get()), "3");
 }
 
 TEST(LawText, ParenthesesFollowPrecedenceAndAssociativity) {
@@ -317,10 +314,6 @@ TEST(LawDeepCopy, PreservesSharing) {
 }
 
 TEST(LawDeepCopy, UncopyableClassReportsAndLeaksNothing) {
-    tamper_law* t = VORX_NEW tamper_law;  // a constant: copyable
-    law_holder ht(t);
-    law_holder copy(t->deep_copy());
-    EXPECT_TRUE(*copy == *t);
     // The base class cannot be copied: the error passes through the composite's copy.
     class opaque_law : public law {
       public:
@@ -352,17 +345,6 @@ TEST(LawSearch, HasaVisitsChildrenFirst) {
     w->hasa(law::id(), all);
     EXPECT_EQ(all.count(), 4);
     EXPECT_EQ(all[3], w.get());
-}
-
-TEST(LawSize, FullSizeCountsSharedNodesOnce) {
-    law_holder x(VORX_NEW identity_law(0, 'X'));
-    law_holder p(VORX_NEW pair_law(x.get(), x.get()));
-    SizeAccumulator a1, a2;
-    x->full_size(a1);
-    p->full_size(a2);
-    EXPECT_GT(a1.size(), 0u);
-    EXPECT_GT(a2.size(), a1.size());
-    EXPECT_EQ(a2.blocks(), 2);
 }
 
 // full_size walked again below every node already counted, and into the derivative
