@@ -400,11 +400,8 @@ TEST(LawData, DerivsDataCachesOneScaledSample) {
 }
 
 TEST(LawRegistry, PrototypesHaveUseCountZero) {
-    int found = 0;
-    for (law_list* n = law_list::head(); n; n = n->fnext()) {
+    for (law_list* n = law_list::head(); n; n = n->fnext())
         EXPECT_EQ(n->fthis()->ref_count(), 0) << n->fthis()->class_name();
-        ++found;
-    }
     static law_data_prototype<tag_data> registered(3);
     EXPECT_EQ(registered.get()->ref_count(), 0);
     EXPECT_EQ(get_law_data("TAG"), registered.get());
