@@ -147,16 +147,14 @@ TEST(Evaluate, VariableSizeEvaluationAllocatesForTheCaller) {
 
 TEST(DerivativeCache, GrowsOnDemandAndReturnsTheSameObject) {
     law_holder x(VORX_NEW identity_law(3, 'X'));
-    law* d3 = x->derivative(3);
+    law_holder d3(x->derivative(3));
     EXPECT_TRUE(x->cached_derivative(3));
     EXPECT_FALSE(x->cached_derivative(0));
     EXPECT_FALSE(x->cached_derivative(5));
-    law* again = x->derivative(3);
-    EXPECT_EQ(d3, again);
+    law_holder again(x->derivative(3));
+    EXPECT_EQ(d3.get(), again.get());
     EXPECT_EQ(d3->ref_count(), 3);  // the cache and the two callers
     EXPECT_EQ(d3->eval(0.0), 1.0);
-    d3->remove();
-    again->remove();
     x->reset_derivative(3);
     EXPECT_FALSE(x->cached_derivative(3));
 }
@@ -165,8 +163,7 @@ TEST(DerivativeCache, SetDerivativeSharesOrCopies) {
     law_holder x(VORX_NEW identity_law(0, 'X'));
     law_holder d(VORX_NEW constant_law(4.0));
     x->set_derivative(0, d.get(), 1);
-    law_holder got(x->derivative(0));
-    EXPECT_EQ(got.get(), d.get());
+    EXPECT_EQ(law_holder(x->derivative(0)).get(), d.get());
     x->set_derivative(0, d.get(), 0);
     law_holder copy(x->derivative(0));
     EXPECT_NE(copy.get(), d.get());
