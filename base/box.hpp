@@ -2,8 +2,10 @@
 // is; the default box is empty.
 #pragma once
 
-#include "base/interval.hpp"
-#include "base/position.hpp"
+#include "interval.hpp"
+#include "position.hpp"
+
+namespace vorx {
 
 class box {
   public:
@@ -59,3 +61,5 @@ inline box operator|(box a, const box& b) {
 inline box operator&(box a, const box& b) {
     return a &= b;
 }
+
+}  // namespace vorx

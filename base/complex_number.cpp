@@ -1,5 +1,7 @@
 #include "base/complex_number.hpp"
 
+namespace vorx {
+
 complex_number& complex_number::operator/=(const complex_number& c) {
     // Smith's scheme: divide through by the larger part of c so that neither the
     // squared modulus nor the cross products overflow or underflow needlessly.
@@ -15,3 +17,5 @@ complex_number& complex_number::operator/=(const complex_number& c) {
     }
     return *this;
 }
+
+}  // namespace vorx

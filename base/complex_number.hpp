@@ -3,6 +3,8 @@
 
 #include <cmath>
 
+namespace vorx {
+
 class complex_number {
   public:
     complex_number() : re_(0.0), im_(0.0) {}
@@ -78,3 +80,5 @@ inline bool operator==(const complex_number& a, const complex_number& b) {
 inline bool operator!=(const complex_number& a, const complex_number& b) {
     return !(a == b);
 }
+
+}  // namespace vorx

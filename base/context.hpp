@@ -5,7 +5,9 @@
 
 #include <cstdio>
 
-#include "base/memory.hpp"
+#include "memory.hpp"
+
+namespace vorx {
 
 class toolkit_callback : public VORX_OBJECT {
   public:
@@ -20,3 +22,5 @@ class context_callbacks : public toolkit_callback {
     // The base library's notice that the thread's working state should be cleared.
     virtual void clear() {}
 };
+
+}  // namespace vorx

@@ -6,6 +6,8 @@
 #include <clocale>
 #include <cstdlib>
 
+namespace vorx {
+
 D3_ostream& D3_ostream::operator<<(int v) {
     std::fprintf(fp_, "%d ", v);
     return *this;
@@ -56,3 +58,5 @@ D3_istream& D3_istream::read_word(char* buf, int size) {
     if (n == 0) ok_ = false;
     return *this;
 }
+
+}  // namespace vorx

@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+namespace vorx {
+
 class D3_ostream {
   public:
     explicit D3_ostream(FILE* fp) : fp_(fp) {}
@@ -30,3 +32,5 @@ class D3_istream {
     FILE* fp_;
     bool ok_ = true;
 };
+
+}  // namespace vorx

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <mutex>
 
+namespace vorx {
+
 namespace {
 
 // Each module owns a block of global numbers starting at a multiple of this.
@@ -26,9 +28,9 @@ thread_local error_save error_mark;
 std::atomic<bool> interrupted{false};
 
 const message_list base_messages[] = {
-    {"Message index out of range", "BASE_BAD_MESSAGE_INDEX"},
-    {"Interrupted by the user", "BASE_INTERRUPTED"},
-    {"Bad argument", "BASE_BAD_ARGUMENT"},
+    {"Message index out of range", "VORX_BAD_MESSAGE_INDEX"},
+    {"Interrupted by the user", "VORX_INTERRUPTED"},
+    {"Bad argument", "VORX_BAD_ARGUMENT"},
     {nullptr, nullptr},
 };
 
@@ -144,3 +146,5 @@ bool vorx_interrupted() {
 void set_vorx_interrupted(bool on) {
     interrupted.store(on, std::memory_order_relaxed);
 }
+
+}  // namespace vorx

@@ -8,7 +8,9 @@
 
 #include <exception>
 
-#include "base/memory.hpp"
+#include "memory.hpp"
+
+namespace vorx {
 
 // One {message text, code name} entry of a module's table.  A table ends with an entry
 // whose text is null.
@@ -27,7 +29,7 @@ class message_module {
     message_module& operator=(const message_module&) = delete;
 
     // The global number of entry `index`.  An index outside the table yields the base
-    // library's BASE_BAD_MESSAGE_INDEX code, so a bad index still raises a clear error.
+    // library's VORX_BAD_MESSAGE_INDEX code, so a bad index still raises a clear error.
     int message_code(int index) const;
     int count() const { return count_; }
     const char* name() const { return name_; }
@@ -114,6 +116,8 @@ void set_vorx_interrupted(bool on);
 
 // The base library's own module.
 extern message_module baseutil_errorbase_errmod;
-#define BASE_BAD_MESSAGE_INDEX baseutil_errorbase_errmod.message_code(0)
-#define BASE_INTERRUPTED baseutil_errorbase_errmod.message_code(1)
-#define BASE_BAD_ARGUMENT baseutil_errorbase_errmod.message_code(2)
+#define VORX_BAD_MESSAGE_INDEX ::vorx::baseutil_errorbase_errmod.message_code(0)
+#define VORX_INTERRUPTED ::vorx::baseutil_errorbase_errmod.message_code(1)
+#define VORX_BAD_ARGUMENT ::vorx::baseutil_errorbase_errmod.message_code(2)
+
+}  // namespace vorx

@@ -7,6 +7,8 @@
 
 #include "base/memory.hpp"
 
+namespace vorx {
+
 namespace {
 
 // Insertion sort for the handful of elements sorted here; std::sort's unrolled
@@ -539,3 +541,5 @@ complex_number* quartic_roots(double a, double b, double c, double d, double e, 
     });
     return roots;
 }
+
+}  // namespace vorx

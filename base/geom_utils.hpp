@@ -1,9 +1,11 @@
 // Small geometric predicates and fits, and the roots of polynomials up to degree four.
 #pragma once
 
-#include "base/complex_number.hpp"
-#include "base/position.hpp"
-#include "base/tolerance.hpp"
+#include "complex_number.hpp"
+#include "position.hpp"
+#include "tolerance.hpp"
+
+namespace vorx {
 
 // |a - b| < resabs.
 inline bool is_equal(double a, double b) {
@@ -73,3 +75,5 @@ void symmetric_eigen3(const double m[3][3], double values[3], vector vecs[3]);
 // derivative where it is simple).  Simple roots come out to near machine precision; a
 // root of multiplicity m that is not recognised as such is good to about eps^(1/m).
 complex_number* quartic_roots(double a, double b, double c, double d, double e, int* n = nullptr);
+
+}  // namespace vorx

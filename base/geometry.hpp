@@ -1,11 +1,13 @@
 // The kernel's geometric value types and helpers in one include.
 #pragma once
 
-#include "base/box.hpp"
-#include "base/complex_number.hpp"
-#include "base/geom_utils.hpp"
-#include "base/interval.hpp"
-#include "base/matrix.hpp"
-#include "base/nvector.hpp"
-#include "base/position.hpp"
-#include "base/transf.hpp"
+#include "box.hpp"
+#include "complex_number.hpp"
+#include "geom_utils.hpp"
+#include "interval.hpp"
+#include "matrix.hpp"
+#include "nvector.hpp"
+#include "position.hpp"
+#include "transf.hpp"
+
+namespace vorx {}  // namespace vorx

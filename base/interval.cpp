@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+namespace vorx {
+
 namespace {
 
 constexpr double inf = std::numeric_limits<double>::infinity();
@@ -180,3 +182,5 @@ bool map_param_into_interval(const interval& range, double& param, const double&
     }
     return range.in_interval(param, tol);
 }
+
+}  // namespace vorx

@@ -12,7 +12,9 @@
 // - == compares types and finite ends within resabs; all empty intervals are equal.
 #pragma once
 
-#include "base/tolerance.hpp"
+#include "tolerance.hpp"
+
+namespace vorx {
 
 enum interval_type {
     interval_finite,        // [a, b]
@@ -126,3 +128,5 @@ inline bool operator!=(const interval& a, const interval& b) {
 // shorter than the period and no shift lands inside, the parameter is left at the first
 // shift at or above the range's start.  Returns whether `param` ends up in the range.
 bool map_param_into_interval(const interval& range, double& param, const double& period);
+
+}  // namespace vorx

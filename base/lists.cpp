@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <cstring>
 
+namespace vorx {
+
 namespace {
 template <class T>
 void grow(T*& items, int n, int& cap) {
@@ -77,3 +79,5 @@ int VOID_LIST::remove(const void* p) {
     --n_;
     return i;
 }
+
+}  // namespace vorx

@@ -2,7 +2,9 @@
 // unordered pointer list without duplicates.
 #pragma once
 
-#include "base/memory.hpp"
+#include "memory.hpp"
+
+namespace vorx {
 
 // Adds up the bytes owned by a structure.  Each block is counted once, however many
 // owners report it: addSize answers false for a block already counted, so an owner that
@@ -56,3 +58,5 @@ class VOID_LIST {
     int cap_ = 0;
     mutable int cursor_ = 0;
 };
+
+}  // namespace vorx

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+namespace vorx {
+
 matrix matrix::inverse() const {
     // The inverse is the transposed cofactor matrix over the determinant; the rows of the
     // cofactor matrix are cross products of the columns.
@@ -29,3 +31,5 @@ bool matrix::is_identity(double tol) const {
 bool matrix::is_orthogonal(double tol) const {
     return (*this * transpose()).is_identity(tol);
 }
+
+}  // namespace vorx

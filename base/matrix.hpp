@@ -4,7 +4,9 @@
 // is the row-vector product v M, the one transforms use.
 #pragma once
 
-#include "base/position.hpp"
+#include "position.hpp"
+
+namespace vorx {
 
 class matrix {
   public:
@@ -85,3 +87,5 @@ inline vector operator*(const vector& v, const matrix& m) {
 inline matrix outer_product(const vector& a, const vector& b) {
     return matrix(a.x() * b, a.y() * b, a.z() * b);
 }
+
+}  // namespace vorx

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <mutex>
 
+namespace vorx {
+
 namespace {
 
 // Every block starts with this header, so discard knows the size and tag without a
@@ -179,3 +181,5 @@ void VORX_OBJECT::operator delete[](void* p) {
 void VORX_OBJECT::operator delete[](void* p, VorxMemType, const char*, int, int*) {
     vorx_discard(p, eVorxNewArray, 0);
 }
+
+}  // namespace vorx

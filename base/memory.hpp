@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <new>
 
+namespace vorx {
+
 enum VorxMemType { eDefault = 0, eSession, eDocument, eTemporary };
 enum VorxMemCall { eVorxAlloc = 0, eVorxNew, eVorxNewArray };
 
@@ -42,12 +44,13 @@ vorx_mem_tag_stats vorx_mem_tag(int index);
 // Live blocks of one tag (0 when the tag was never seen).
 long vorx_live_allocations(const char* tag);
 
-#define VORX_ALLOC(size) \
-    vorx_allocate((unsigned)(size), eDefault, eVorxAlloc, __FILE__, __LINE__, nullptr)
+#define VORX_ALLOC(size)                                                                    \
+    ::vorx::vorx_allocate((unsigned)(size), ::vorx::eDefault, ::vorx::eVorxAlloc, __FILE__, \
+                          __LINE__, nullptr)
 #define VORX_ALLOC_ARRAY(T, n) \
-    static_cast<T*>(vorx_allocate_array(sizeof(T), (size_t)(n), __FILE__, __LINE__))
-#define VORX_FREE(p) vorx_discard((p), eVorxAlloc, 0)
-#define VORX_STRDUP(s) vorx_strdup((s), __FILE__, __LINE__)
+    static_cast<T*>(::vorx::vorx_allocate_array(sizeof(T), (size_t)(n), __FILE__, __LINE__))
+#define VORX_FREE(p) ::vorx::vorx_discard((p), ::vorx::eVorxAlloc, 0)
+#define VORX_STRDUP(s) ::vorx::vorx_strdup((s), __FILE__, __LINE__)
 
 // Base of every class whose objects live in tracked memory.  `VORX_NEW T(args)` tags the
 // object with the file and line of the construction; a plain `new` is tracked under the
@@ -66,7 +69,7 @@ class VORX_OBJECT {
     static void operator delete[](void* p, VorxMemType type, const char* file, int line, int* tag);
 };
 
-#define VORX_NEW new (eDefault, __FILE__, __LINE__, nullptr)
+#define VORX_NEW new (::vorx::eDefault, __FILE__, __LINE__, nullptr)
 
 // Standard-library allocator over tracked memory, for the containers the kernel keeps.
 template <class T>
@@ -76,7 +79,7 @@ struct vorx_std_allocator {
     template <class U>
     vorx_std_allocator(const vorx_std_allocator<U>&) noexcept {}
     T* allocate(std::size_t n) {
-        return static_cast<T*>(vorx_allocate_array(sizeof(T), n, "vorx_container", 0));
+        return static_cast<T*>(::vorx::vorx_allocate_array(sizeof(T), n, "vorx_container", 0));
     }
     void deallocate(T* p, std::size_t) noexcept { vorx_discard(p, eVorxAlloc, 0); }
     template <class U>
@@ -88,3 +91,5 @@ struct vorx_std_allocator {
         return false;
     }
 };
+
+}  // namespace vorx

@@ -3,6 +3,8 @@
 // bound to null.  is_null_ref tells the callee the argument was left out.
 #pragma once
 
+namespace vorx {
+
 template <class T>
 const T& null_ref() {
     static const T sentinel{};
@@ -20,7 +22,7 @@ const T* null_ref_ptr(const T& r) {
     return is_null_ref(r) ? nullptr : &r;
 }
 
-#define NULL_REF(T) null_ref<T>()
+#define NULL_REF(T) ::vorx::null_ref<T>()
 
 // Sentinel for an optional *output* reference (`int&`, `T*&`).  A callee that finds the
 // sentinel uses a local object instead and never writes through it.
@@ -34,3 +36,5 @@ template <class T>
 bool is_null_out_ref(const T& r) {
     return &r == &null_out_ref<T>();
 }
+
+}  // namespace vorx

@@ -6,16 +6,18 @@
 #include "base/errors.hpp"
 #include "base/memory.hpp"
 
+namespace vorx {
+
 namespace {
 
 void check_sizes(const nvector& a, const nvector& b) {
-    if (a.size() != b.size()) sys_error(BASE_BAD_ARGUMENT);
+    if (a.size() != b.size()) sys_error(VORX_BAD_ARGUMENT);
 }
 
 }  // namespace
 
 void nvector::reserve(int n) {
-    if (n < 0) sys_error(BASE_BAD_ARGUMENT);
+    if (n < 0) sys_error(VORX_BAD_ARGUMENT);
     if (n > cap_) {
         // Grows only: a heap block is kept when the vector shrinks, as vectors are often
         // resized up and down.
@@ -152,3 +154,5 @@ nvector operator-(const nvector& a, const nvector& b) {
 nvector operator-(const nvector& a) {
     return a.scale(-1.0);
 }
+
+}  // namespace vorx

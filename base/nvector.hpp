@@ -2,8 +2,10 @@
 //
 // Up to `inline_size` values live inside the object, so the short vectors laws pass
 // around (a point of R^2 or R^3) never touch the heap; longer ones are held in tracked
-// memory.  Operations between vectors of different sizes raise BASE_BAD_ARGUMENT.
+// memory.  Operations between vectors of different sizes raise VORX_BAD_ARGUMENT.
 #pragma once
+
+namespace vorx {
 
 class nvector {
   public:
@@ -67,3 +69,5 @@ inline nvector operator*(double s, const nvector& a) {
 inline double dot(const nvector& a, const nvector& b) {
     return a.dot(b);
 }
+
+}  // namespace vorx

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <mutex>
 
+namespace vorx {
+
 namespace {
 constexpr int max_options = 256;
 struct option_registry {
@@ -52,3 +54,5 @@ option_guard::option_guard(const char* name, int value) : opt_(find_option(name)
 option_guard::~option_guard() {
     if (opt_) opt_->set(saved_);
 }
+
+}  // namespace vorx

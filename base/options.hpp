@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+namespace vorx {
+
 class option_header {
   public:
     option_header(const char* name, int value);
@@ -40,3 +42,5 @@ class option_guard {
     option_header* opt_;
     int saved_;
 };
+
+}  // namespace vorx

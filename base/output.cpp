@@ -5,6 +5,8 @@
 
 #include "base/memory.hpp"
 
+namespace vorx {
+
 FILE* debug_file_ptr = stdout;
 
 namespace {
@@ -84,3 +86,5 @@ int vorx_printf(const char* format, ...) {
     va_end(args);
     return n;
 }
+
+}  // namespace vorx

@@ -9,6 +9,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+namespace vorx {
+
 // The debug stream (stdout unless the host sets it).
 extern FILE* debug_file_ptr;
 
@@ -41,3 +43,5 @@ class output_capture {
     unsigned cap_;
     output_capture* outer_;
 };
+
+}  // namespace vorx

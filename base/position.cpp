@@ -2,6 +2,8 @@
 
 #include "base/transf.hpp"
 
+namespace vorx {
+
 // The in-place transforms live here, where `transf` is complete.
 
 vector& vector::operator*=(const transf& t) {
@@ -15,3 +17,5 @@ position& position::operator*=(const transf& t) {
 unit_vector& unit_vector::operator*=(const transf& t) {
     return *this = *this * t;
 }
+
+}  // namespace vorx

@@ -9,7 +9,9 @@
 
 #include <cmath>
 
-#include "base/tolerance.hpp"
+#include "tolerance.hpp"
+
+namespace vorx {
 
 class transf;
 class position;
@@ -237,3 +239,5 @@ inline bool operator==(const par_pos& a, const par_pos& b) {
 inline bool operator!=(const par_pos& a, const par_pos& b) {
     return !same_par_pos(a, b);
 }
+
+}  // namespace vorx

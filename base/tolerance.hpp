@@ -7,6 +7,8 @@
 //   resmch  1e-11  machine-level comparisons of values that should be exactly equal
 #pragma once
 
+namespace vorx {
+
 extern thread_local double resabs;
 extern thread_local double resnor;
 extern thread_local double resfit;
@@ -25,3 +27,5 @@ class tolerance_guard {
     double& tol_;
     double saved_;
 };
+
+}  // namespace vorx

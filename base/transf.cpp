@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+namespace vorx {
+
 transf::transf(const matrix& affine, double scale, const vector& translation)
     : affine_(affine), translation_(translation), scaling_(scale) {
     double det = affine_.determinant();
@@ -108,3 +110,5 @@ transf coordinate_transf(const position& origin, const unit_vector& x_axis,
     vector y = z * x;
     return transf(matrix(x, y, z), 1.0, origin - position());
 }
+
+}  // namespace vorx

@@ -8,9 +8,11 @@
 // Composition reads left to right: p * (A * B) == (p * A) * B, i.e. A applies first.
 #pragma once
 
-#include "base/matrix.hpp"
-#include "base/memory.hpp"
-#include "base/position.hpp"
+#include "matrix.hpp"
+#include "memory.hpp"
+#include "position.hpp"
+
+namespace vorx {
 
 class transf : public VORX_OBJECT {
   public:
@@ -96,3 +98,5 @@ transf scale_transf(double s);
 // it must not be parallel to `z_axis`.
 transf coordinate_transf(const position& origin, const unit_vector& x_axis,
                          const unit_vector& z_axis);
+
+}  // namespace vorx

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "bench_codegen_laws.hpp"
+#include "lawutil/global_names.hpp"
 
 namespace {
 

@@ -10,6 +10,7 @@
 #include <limits>
 #include <vector>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

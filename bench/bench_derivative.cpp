@@ -6,6 +6,7 @@
 
 #include <set>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

@@ -28,6 +28,7 @@
 #include <ctime>
 #include <vector>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

@@ -13,6 +13,7 @@
 #include <ctime>
 #include <vector>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 #include "tests/test_support.hpp"  // counted_law
 

@@ -19,6 +19,7 @@
 #include <random>
 #include <vector>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

@@ -18,6 +18,7 @@
 #include <string>
 
 #include "../tests/sw_curve_approx_battery.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/options.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <limits>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

@@ -17,6 +17,7 @@
 #include "base/errors.hpp"
 #include "base/memory.hpp"
 #include "base/output.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

@@ -73,6 +73,10 @@
 #include "lawutil/law_unary.hpp"
 #include "lawutil/main_law_arith.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 enum opcode : unsigned char {
@@ -1371,3 +1375,5 @@ void law_program::evaluate_batch(int n, const double* const* x, double* y, int* 
         if (errors) std::memcpy(errors + start, err, sizeof(int) * lanes);
     }
 }
+
+}  // namespace lawutil

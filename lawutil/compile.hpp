@@ -20,7 +20,9 @@
 
 #include "lawutil/law_base.hpp"
 
-class law_program : public VORX_OBJECT {
+namespace lawutil {
+
+class law_program : public vorx::VORX_OBJECT {
   public:
     enum : int {
         rewrite = 0,  // Horner steps, multiplication chains (the default)
@@ -80,3 +82,5 @@ class law_program : public VORX_OBJECT {
     const law** helpers_ = nullptr;      // laws the program owns (adapters, derivatives)
     int helper_count_ = 0;
 };
+
+}  // namespace lawutil

@@ -5,6 +5,10 @@
 #include "base/memory.hpp"
 #include "lawutil/law_base.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 // Fixed, not scaled to x: values must not depend on where the point lies (see diff.hpp).
@@ -135,3 +139,5 @@ void Ndifferentiate_sided(law* f, const double* x, int which, int side, double* 
     });
     copy_row(table[0], answer, cols);
 }
+
+}  // namespace lawutil

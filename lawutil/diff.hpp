@@ -37,6 +37,8 @@
 // f->return_dim() values.  Order 0 yields f(x0); a negative order is treated as 0.
 #pragma once
 
+namespace lawutil {
+
 class law;
 
 // The order-th partial derivative of f in input `which` at `x`, one value per output,
@@ -46,3 +48,5 @@ void Ndifferentiate(law* f, const double* x, int which, double* answer, int orde
 // The same by the one-sided rule, for use at the edge of a domain: with `side` equal to 1
 // the samples lie at and below x0, with any other value at and above it.
 void Ndifferentiate_sided(law* f, const double* x, int which, int side, double* answer, int order);
+
+}  // namespace lawutil

@@ -33,7 +33,11 @@
 #include "lawutil/law_vector.hpp"
 #include "lawutil/main_law_arith.hpp"
 
-LAW_TYPE_DEF(integrate_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(integrate_law)
 
 namespace {
 
@@ -1001,3 +1005,5 @@ law* law_integrate(const law* f, double base) {
 }
 
 static law_prototype<integrate_law> integrate_law_prototype(static_cast<law**>(nullptr), 0);
+
+}  // namespace lawutil

@@ -35,6 +35,8 @@
 
 #include "lawutil/internal_law.hpp"
 
+namespace lawutil {
+
 // ---------------------------------------------------------------- Romberg
 
 // Integral of f (one input) over [a, b] into `answer`.
@@ -111,7 +113,7 @@ integrate_result Nintegrate_adaptive(const law* f, double a, double b,
 // not read back equal either.  Equality compares the split laws as a set: evaluation
 // reorders them.  Fewer than three parts, or parts of the wrong dimension, raise LAW_DIM.
 class integrate_law : public multiple_law {
-    LAW_TYPE_DECL(integrate_law, multiple_law)
+    LAWUTIL_TYPE_DECL(integrate_law, multiple_law)
     static constexpr double default_tol = 1e-10;
     static constexpr int default_min_level = 4;
 
@@ -162,3 +164,5 @@ class integrate_law : public multiple_law {
 // evaluated at base, e.g. LN at 0).  Otherwise Integrate((f)O(Y), base, X).  A law of more
 // inputs or outputs raises LAW_DIM.
 law* law_integrate(const law* f, double base = 0.0);
+
+}  // namespace lawutil

@@ -10,13 +10,17 @@
 #include "lawutil/law_util.hpp"
 #include "lawutil/polylaw.hpp"
 
-LAW_TYPE_DEF(unary_law)
-LAW_TYPE_DEF(binary_law)
-LAW_TYPE_DEF(multiple_law)
-LAW_TYPE_DEF(unary_data_law)
-LAW_TYPE_DEF(multiple_data_law)
-LAW_TYPE_DEF(constant_law)
-LAW_TYPE_DEF(identity_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(unary_law)
+LAWUTIL_TYPE_DEF(binary_law)
+LAWUTIL_TYPE_DEF(multiple_law)
+LAWUTIL_TYPE_DEF(unary_data_law)
+LAWUTIL_TYPE_DEF(multiple_data_law)
+LAWUTIL_TYPE_DEF(constant_law)
+LAWUTIL_TYPE_DEF(identity_law)
 
 namespace {
 
@@ -550,3 +554,5 @@ law* identity_law::sub_inverse() const {
     add();
     return const_cast<identity_law*>(this);
 }
+
+}  // namespace lawutil

@@ -6,18 +6,20 @@
 
 #include "lawutil/law_base.hpp"
 
+namespace lawutil {
+
 class unary_law : public law {
-    LAW_TYPE_DECL(unary_law, law)
+    LAWUTIL_TYPE_DECL(unary_law, law)
     explicit unary_law(law* sub);
     law* fsub() const { return sub_; }
 
     int same(const law* a, const law* b) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
     law* deep_copy(pointer_map* pm = nullptr) const override;
-    int term_domain(int which, interval& dom) const override;
+    int term_domain(int which, vorx::interval& dom) const override;
     int in_domain(const double* x) const override;
-    void full_size(SizeAccumulator& acc, int count_self = 1) const override;
-    void hasa(int type_id, VOID_LIST& list) const override;
+    void full_size(vorx::SizeAccumulator& acc, int count_self = 1) const override;
+    void hasa(int type_id, vorx::VOID_LIST& list) const override;
     // 32: a law of the same class over `sub`; null in the base.
     virtual unary_law* make_one(law* sub) const;
 
@@ -29,7 +31,7 @@ class unary_law : public law {
 };
 
 class binary_law : public law {
-    LAW_TYPE_DECL(binary_law, law)
+    LAWUTIL_TYPE_DECL(binary_law, law)
     binary_law(law* left, law* right);
     law* fleft() const { return left_; }
     law* fright() const { return right_; }
@@ -38,8 +40,8 @@ class binary_law : public law {
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
     law* deep_copy(pointer_map* pm = nullptr) const override;
     int in_domain(const double* x) const override;
-    void full_size(SizeAccumulator& acc, int count_self = 1) const override;
-    void hasa(int type_id, VOID_LIST& list) const override;
+    void full_size(vorx::SizeAccumulator& acc, int count_self = 1) const override;
+    void hasa(int type_id, vorx::VOID_LIST& list) const override;
     // 32-34
     virtual int associative() const;
     virtual int commutative() const;
@@ -54,7 +56,7 @@ class binary_law : public law {
 };
 
 class multiple_law : public law {
-    LAW_TYPE_DECL(multiple_law, law)
+    LAWUTIL_TYPE_DECL(multiple_law, law)
     // Copies the caller's array (a null array stays null and keeps the count).
     multiple_law(law** subs, int count);
     law** fsub() const { return subs_; }
@@ -64,8 +66,8 @@ class multiple_law : public law {
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
     law* deep_copy(pointer_map* pm = nullptr) const override;
     int in_domain(const double* x) const override;
-    void full_size(SizeAccumulator& acc, int count_self = 1) const override;
-    void hasa(int type_id, VOID_LIST& list) const override;
+    void full_size(vorx::SizeAccumulator& acc, int count_self = 1) const override;
+    void hasa(int type_id, vorx::VOID_LIST& list) const override;
     // 32, 33
     virtual multiple_law* make_one(law** subs, int count) const;
     virtual int commutative() const;
@@ -78,7 +80,7 @@ class multiple_law : public law {
 };
 
 class unary_data_law : public law {
-    LAW_TYPE_DECL(unary_data_law, law)
+    LAWUTIL_TYPE_DECL(unary_data_law, law)
     explicit unary_data_law(law_data* data);
     law_data* fsub() const { return data_; }
 
@@ -86,7 +88,7 @@ class unary_data_law : public law {
     int same(const law* a, const law* b) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
     law* deep_copy(pointer_map* pm = nullptr) const override;
-    void full_size(SizeAccumulator& acc, int count_self = 1) const override;
+    void full_size(vorx::SizeAccumulator& acc, int count_self = 1) const override;
     // 32
     virtual unary_data_law* make_one(law_data* data) const;
 
@@ -96,7 +98,7 @@ class unary_data_law : public law {
 };
 
 class multiple_data_law : public law {
-    LAW_TYPE_DECL(multiple_data_law, law)
+    LAWUTIL_TYPE_DECL(multiple_data_law, law)
     multiple_data_law(law_data** data, int count);
     law_data** fsubs() const { return data_; }
     int fsize() const { return count_; }
@@ -105,7 +107,7 @@ class multiple_data_law : public law {
     int same(const law* a, const law* b) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
     law* deep_copy(pointer_map* pm = nullptr) const override;
-    void full_size(SizeAccumulator& acc, int count_self = 1) const override;
+    void full_size(vorx::SizeAccumulator& acc, int count_self = 1) const override;
     // 32
     virtual multiple_data_law* make_one(law_data** data, int count) const;
 
@@ -131,7 +133,7 @@ class exact_constants_scope {
 };
 
 class constant_law : public law {
-    LAW_TYPE_DECL(constant_law, law)
+    LAWUTIL_TYPE_DECL(constant_law, law)
     explicit constant_law(double value);
     double value() const { return value_; }
 
@@ -152,7 +154,7 @@ class constant_law : public law {
 };
 
 class identity_law : public law {
-    LAW_TYPE_DECL(identity_law, law)
+    LAWUTIL_TYPE_DECL(identity_law, law)
     // `index` is the 0-based input read; `letter` only affects printing.
     explicit identity_law(int index = 0, char letter = 'X');
     int fwhich() const { return index_; }
@@ -176,3 +178,5 @@ class identity_law : public law {
 
 // The text of a number: "%.16g" (0.5 prints "0.5", 3 prints "3").  The caller frees it.
 char* number_string(double value);
+
+}  // namespace lawutil

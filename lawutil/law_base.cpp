@@ -8,6 +8,10 @@
 #include "lawutil/law_data.hpp"
 #include "lawutil/main_law.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 std::atomic<int> law::how_many_laws{0};
 
 namespace {
@@ -378,3 +382,5 @@ void set_pm_get_law_func(pm_get_law_func f) {
 void set_pm_get_law_data_func(pm_get_law_data_func f) {
     get_law_data_hook.store(f);
 }
+
+}  // namespace lawutil

@@ -21,15 +21,20 @@
 #include "base/position.hpp"
 #include "lawutil/main_law_err.hpp"
 
-class law;
-class law_data;
-class law_data_node;
-class law_polynomial;
+namespace vorx {
 class interval;
 class matrix;
 class transf;
 class complex_number;
 class nvector;
+}  // namespace vorx
+
+namespace lawutil {
+
+class law;
+class law_data;
+class law_data_node;
+class law_polynomial;
 class pointer_map;
 
 // Selects a spelling when printing: 0 is the library's own upper-case syntax (the one
@@ -41,8 +46,8 @@ int new_law_id();
 
 // Declares a class's type identity: its static id() (a type number drawn lazily from
 // new_law_id), isa() answering its own id and then its base's, type() and class_name().
-// Pair it with LAW_TYPE_DEF(cls) in the class's source file.  Leaves access public.
-#define LAW_TYPE_DECL(cls, base_cls)               \
+// Pair it with LAWUTIL_TYPE_DEF(cls) in the class's source file.  Leaves access public.
+#define LAWUTIL_TYPE_DECL(cls, base_cls)           \
   public:                                          \
     static int id();                               \
     int isa(int t) const override {                \
@@ -56,17 +61,17 @@ int new_law_id();
     }
 
 // Declares a class's singularities override (the list is documented at law::singularities).
-#define LAW_SINGULARITIES_DECL                                              \
+#define LAWUTIL_SINGULARITIES_DECL                                          \
     int singularities(double** where, int** type, double start, double end, \
                       double** period = nullptr) const override;
 
-#define LAW_TYPE_DEF(cls)                            \
-    int cls::id() {                                  \
-        static const int type_number = new_law_id(); \
-        return type_number;                          \
+#define LAWUTIL_TYPE_DEF(cls)                                   \
+    int cls::id() {                                             \
+        static const int type_number = ::lawutil::new_law_id(); \
+        return type_number;                                     \
     }
 
-class law : public VORX_OBJECT {
+class law : public vorx::VORX_OBJECT {
   public:
     // Count of live laws (registered prototypes are not counted).
     static std::atomic<int> how_many_laws;
@@ -122,8 +127,8 @@ class law : public VORX_OBJECT {
     virtual int precedence() const;
     virtual int same(const law* a, const law* b) const;
     virtual char* string(law_symbol_type type = law_symbol_default,
-                         int& counter = null_out_ref<int>(),
-                         law_data_node*& list = null_out_ref<law_data_node*>()) const;
+                         int& counter = vorx::null_out_ref<int>(),
+                         law_data_node*& list = vorx::null_out_ref<law_data_node*>()) const;
     // 19
     virtual int date() const;
     // 20: a copy with the same sharing as this tree; `pm` null starts a new map.
@@ -132,7 +137,7 @@ class law : public VORX_OBJECT {
     // law_polynomial the caller deletes; null when it is not one (polylaw.hpp).
     virtual law_polynomial* polynomial(law* var) const;
     // 22-26: domains.
-    virtual int term_domain(int which, interval& dom) const;
+    virtual int term_domain(int which, vorx::interval& dom) const;
     virtual int in_domain(const double* x) const;
     // The isolated singular points of a law of one input over [start, end]: two parallel
     // arrays, positions ascending and a kind code each (law_singularity_kind, root.hpp):
@@ -153,16 +158,16 @@ class law : public VORX_OBJECT {
     // part in force at the point.  Every other law reports none.
     virtual int singularities(double** where, int** type, double start, double end,
                               double** period = nullptr) const;
-    virtual law* set_domain(interval* dom, int flag = 0) const;
-    virtual law* set_range(interval* range, int flag = 0) const;
+    virtual law* set_domain(vorx::interval* dom, int flag = 0) const;
+    virtual law* set_range(vorx::interval* range, int flag = 0) const;
     // 27: one simplification step of this class's own rules, or null; `what` names it.
     virtual law* sub_simplify(int level, const char*& what) const;
     // 28, 29
     virtual law* enable_branching() const;
     virtual int branches() const;
     // 30, 31
-    virtual void full_size(SizeAccumulator& acc, int count_self = 1) const;
-    virtual void hasa(int type_id, VOID_LIST& list) const;
+    virtual void full_size(vorx::SizeAccumulator& acc, int count_self = 1) const;
+    virtual void hasa(int type_id, vorx::VOID_LIST& list) const;
 
     // ---- dimensions, read from the caches ----
     // The hot path asks for "one output" through this: a cache read, no virtual call
@@ -188,52 +193,52 @@ class law : public VORX_OBJECT {
     }
     // One output, checked first as evaluateM_R does (LAW_EVALS); then one input: a law
     // that reads more than one cannot be fed (LAW_DIM).
-    double eval(double x, const int& side = null_ref<int>(),
-                const double& guess = null_ref<double>()) const {
+    double eval(double x, const int& side = vorx::null_ref<int>(),
+                const double& guess = vorx::null_ref<double>()) const {
         if (!returns_scalar()) raise_not_scalar();
         if (take_dim_cache > 1 || (take_dim_cache < 0 && take_dim() > 1)) raise_bad_dim();
-        return evaluateM_R(&x, null_ref_ptr(side), null_ref_ptr(guess));
+        return evaluateM_R(&x, vorx::null_ref_ptr(side), vorx::null_ref_ptr(guess));
     }
-    double evaluateC_R(const complex_number& z, const int* side = nullptr,
+    double evaluateC_R(const vorx::complex_number& z, const int* side = nullptr,
                        const double* guess = nullptr) const;
-    double evaluateNV_R(const nvector& x, const int* side = nullptr,
+    double evaluateNV_R(const vorx::nvector& x, const int* side = nullptr,
                         const double* guess = nullptr) const;
-    vector evaluateR_V(double x, const int& side = null_ref<int>(),
-                       const double& guess = null_ref<double>()) const;
-    unit_vector evaluateR_UV(double x, const int& side = null_ref<int>(),
-                             const double& guess = null_ref<double>()) const;
-    vector evaluateM_V(const double* x, const int* side = nullptr,
-                       const double* guess = nullptr) const;
-    position evaluateR_P(double x, const int& side = null_ref<int>(),
-                         const double& guess = null_ref<double>()) const;
-    position evaluateM_P(const double* x, const int* side = nullptr,
-                         const double* guess = nullptr) const;
-    position evaluateP_P(const position& p, const int* side = nullptr,
-                         const double* guess = nullptr) const;
-    position evaluateNV_P(const nvector& x, const int* side = nullptr,
-                          const double* guess = nullptr) const;
-    vector evaluateNV_V(const nvector& x, const int* side = nullptr,
-                        const double* guess = nullptr) const;
-    par_pos evaluateM_PP(const double* x, const int* side = nullptr,
-                         const double* guess = nullptr) const;
-    par_pos evaluateP_PP(const position& p, const int* side = nullptr,
-                         const double* guess = nullptr) const;
-    position evaluatePP_P(const par_pos& uv, const int* side = nullptr,
-                          const double* guess = nullptr) const;
-    vector evaluatePP_V(const par_pos& uv, const int* side = nullptr,
-                        const double* guess = nullptr) const;
-    matrix evaluateM_MAT(const double* x) const;
-    transf evaluateM_T(const double* x) const;
+    vorx::vector evaluateR_V(double x, const int& side = vorx::null_ref<int>(),
+                             const double& guess = vorx::null_ref<double>()) const;
+    vorx::unit_vector evaluateR_UV(double x, const int& side = vorx::null_ref<int>(),
+                                   const double& guess = vorx::null_ref<double>()) const;
+    vorx::vector evaluateM_V(const double* x, const int* side = nullptr,
+                             const double* guess = nullptr) const;
+    vorx::position evaluateR_P(double x, const int& side = vorx::null_ref<int>(),
+                               const double& guess = vorx::null_ref<double>()) const;
+    vorx::position evaluateM_P(const double* x, const int* side = nullptr,
+                               const double* guess = nullptr) const;
+    vorx::position evaluateP_P(const vorx::position& p, const int* side = nullptr,
+                               const double* guess = nullptr) const;
+    vorx::position evaluateNV_P(const vorx::nvector& x, const int* side = nullptr,
+                                const double* guess = nullptr) const;
+    vorx::vector evaluateNV_V(const vorx::nvector& x, const int* side = nullptr,
+                              const double* guess = nullptr) const;
+    vorx::par_pos evaluateM_PP(const double* x, const int* side = nullptr,
+                               const double* guess = nullptr) const;
+    vorx::par_pos evaluateP_PP(const vorx::position& p, const int* side = nullptr,
+                               const double* guess = nullptr) const;
+    vorx::position evaluatePP_P(const vorx::par_pos& uv, const int* side = nullptr,
+                                const double* guess = nullptr) const;
+    vorx::vector evaluatePP_V(const vorx::par_pos& uv, const int* side = nullptr,
+                              const double* guess = nullptr) const;
+    vorx::matrix evaluateM_MAT(const double* x) const;
+    vorx::transf evaluateM_T(const double* x) const;
 
     // Values of derivatives in the first input.
     double evaluateDM_R(const double* x, int n, const int* side = nullptr,
                         const double* guess = nullptr) const;
     void evaluateDM(const double* x, double* y, int n, const int* side = nullptr,
                     const double* guess = nullptr) const;
-    double evaluateDR_R(double t, int n, const int& side = null_ref<int>(),
-                        const double& guess = null_ref<double>()) const;
-    vector evaluateDR_V(double t, int n, const int& side = null_ref<int>(),
-                        const double& guess = null_ref<double>()) const;
+    double evaluateDR_R(double t, int n, const int& side = vorx::null_ref<int>(),
+                        const double& guess = vorx::null_ref<double>()) const;
+    vorx::vector evaluateDR_V(double t, int n, const int& side = vorx::null_ref<int>(),
+                              const double& guess = vorx::null_ref<double>()) const;
 
     // The value at x of a law with one output, without side or guess: what evaluate
     // stores.  Only called on laws whose constructor set leaf_kind to node_direct, which
@@ -471,3 +476,5 @@ class pointer_map_scope {
     pointer_map* pm_;
     bool owned_;
 };
+
+}  // namespace lawutil

@@ -8,6 +8,10 @@
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_data.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 // ---------------------------------------------------------------- derivatives
 
 void law::set_dlaw_cache(int which) const {
@@ -178,3 +182,5 @@ char* law::string_and_data(law_data*** data, int* count, law_symbol_type type) c
     if (count) *count = counter;
     return text;
 }
+
+}  // namespace lawutil

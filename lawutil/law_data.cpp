@@ -5,7 +5,11 @@
 #include <cstring>
 #include <exception>
 
-LAW_TYPE_DEF(law_law_data)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(law_law_data)
 
 int law_data::id() {
     static const int type_number = new_law_id();
@@ -160,3 +164,5 @@ int derivs_data::get(double t, vector& P, vector& D1, vector& D2, vector& D3) co
     if (!is_null_out_ref(D3)) D3 = d3_;
     return 1;
 }
+
+}  // namespace lawutil

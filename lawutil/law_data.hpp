@@ -6,7 +6,9 @@
 #include "base/d3_stream.hpp"
 #include "lawutil/law_base.hpp"
 
-class law_data : public VORX_OBJECT {
+namespace lawutil {
+
+class law_data : public vorx::VORX_OBJECT {
   public:
     law_data();
     law_data(const law_data&) = delete;
@@ -33,16 +35,16 @@ class law_data : public VORX_OBJECT {
     // 3, 4, 5
     virtual const char* symbol(law_symbol_type type) const = 0;
     virtual char* string(law_symbol_type type = law_symbol_default,
-                         int& counter = null_out_ref<int>(),
-                         law_data_node*& list = null_out_ref<law_data_node*>()) const;
+                         int& counter = vorx::null_out_ref<int>(),
+                         law_data_node*& list = vorx::null_out_ref<law_data_node*>()) const;
     virtual int date() const;
     // 6, 7, 8
     virtual law_data* deep_copy(pointer_map* pm = nullptr) const = 0;
-    virtual law_data* set_domain(interval* dom) const;
-    virtual void full_size(SizeAccumulator& acc, int count_self = 1) const;
+    virtual law_data* set_domain(vorx::interval* dom) const;
+    virtual void full_size(vorx::SizeAccumulator& acc, int count_self = 1) const;
     // 9, 10
-    virtual void input(D3_istream& in) = 0;
-    virtual void print(D3_ostream& out) const = 0;
+    virtual void input(vorx::D3_istream& in) = 0;
+    virtual void print(vorx::D3_ostream& out) const = 0;
 
   protected:
     mutable int use_count;
@@ -63,7 +65,7 @@ using law_data_array = counted_array<law_data>;
 
 // A law passed where data is expected.
 class law_law_data : public law_data {
-    LAW_TYPE_DECL(law_law_data, law_data)
+    LAWUTIL_TYPE_DECL(law_law_data, law_data)
     explicit law_law_data(law* l);
     law* data_law() const { return law_; }
 
@@ -73,9 +75,9 @@ class law_law_data : public law_data {
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
     int date() const override;
     law_data* deep_copy(pointer_map* pm = nullptr) const override;
-    void full_size(SizeAccumulator& acc, int count_self = 1) const override;
-    void input(D3_istream&) override {}
-    void print(D3_ostream&) const override {}
+    void full_size(vorx::SizeAccumulator& acc, int count_self = 1) const override;
+    void input(vorx::D3_istream&) override {}
+    void print(vorx::D3_ostream&) const override {}
 
   protected:
     ~law_law_data() noexcept(false) override;
@@ -86,7 +88,7 @@ class law_law_data : public law_data {
 
 // A node of the list of data arguments collected while printing.  Holds a reference on
 // its data; destroying a node destroys the rest of the chain.
-class law_data_node : public VORX_OBJECT {
+class law_data_node : public vorx::VORX_OBJECT {
   public:
     law_data_node(law_data* d, law_data_node* next, int& counter);
     ~law_data_node();
@@ -138,19 +140,25 @@ class derivs_data {
 
     // Stores t; P = L(t), D1 = scale*L'(t), D2 = scale^2*L''(t), D3 = scale^3*L'''(t).
     // An output left as null_out_ref<vector>() is not computed.
-    void eval(const law* L, double t, double scale, vector& P = null_out_ref<vector>(),
-              vector& D1 = null_out_ref<vector>(), vector& D2 = null_out_ref<vector>(),
-              vector& D3 = null_out_ref<vector>());
+    void eval(const law* L, double t, double scale,
+              vorx::vector& P = vorx::null_out_ref<vorx::vector>(),
+              vorx::vector& D1 = vorx::null_out_ref<vorx::vector>(),
+              vorx::vector& D2 = vorx::null_out_ref<vorx::vector>(),
+              vorx::vector& D3 = vorx::null_out_ref<vorx::vector>());
     // eval into the sample's own four vectors.
     void set(const law* L, double t, double scale);
     // -1 when the stored parameter exceeds t by more than resmch (a later sample of an
     // ascending list cannot match either); 0 when it differs from t by resmch or more;
     // 1, with the wanted outputs copied, when it lies within resmch of t.
-    int get(double t, vector& P = null_out_ref<vector>(), vector& D1 = null_out_ref<vector>(),
-            vector& D2 = null_out_ref<vector>(), vector& D3 = null_out_ref<vector>()) const;
+    int get(double t, vorx::vector& P = vorx::null_out_ref<vorx::vector>(),
+            vorx::vector& D1 = vorx::null_out_ref<vorx::vector>(),
+            vorx::vector& D2 = vorx::null_out_ref<vorx::vector>(),
+            vorx::vector& D3 = vorx::null_out_ref<vorx::vector>()) const;
     double param() const { return t_; }
 
   private:
     double t_ = 0.0;
-    vector p_, d1_, d2_, d3_;
+    vorx::vector p_, d1_, d2_, d3_;
 };
+
+}  // namespace lawutil

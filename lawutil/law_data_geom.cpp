@@ -20,14 +20,18 @@
 #include "lawutil/law_base.hpp"
 #include "lawutil/root.hpp"
 
-LAW_TYPE_DEF(path_law_data)
-LAW_TYPE_DEF(base_curve_law_data)
-LAW_TYPE_DEF(base_pcurve_law_data)
-LAW_TYPE_DEF(base_wire_law_data)
-LAW_TYPE_DEF(base_surface_law_data)
-LAW_TYPE_DEF(base_pattern_law_data)
-LAW_TYPE_DEF(base_transform_law_data)
-LAW_TYPE_DEF(base_position_array_law_data)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(path_law_data)
+LAWUTIL_TYPE_DEF(base_curve_law_data)
+LAWUTIL_TYPE_DEF(base_pcurve_law_data)
+LAWUTIL_TYPE_DEF(base_wire_law_data)
+LAWUTIL_TYPE_DEF(base_surface_law_data)
+LAWUTIL_TYPE_DEF(base_pattern_law_data)
+LAWUTIL_TYPE_DEF(base_transform_law_data)
+LAWUTIL_TYPE_DEF(base_position_array_law_data)
 
 // ================================================================ path_law_data
 
@@ -307,3 +311,5 @@ void r3_law_cache::evaluate(double t, vector& P, vector& D1, vector& D2, vector&
     derivs_data fresh;
     fresh.eval(law_, t, scale_, P, D1, D2, D3);
 }
+
+}  // namespace lawutil

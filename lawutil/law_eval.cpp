@@ -12,6 +12,10 @@
 #include "base/transf.hpp"
 #include "lawutil/law_base.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 // Fixed probe of the scalar-zero rule, whatever the caller's input.
@@ -208,3 +212,5 @@ vector law::evaluateDR_V(double t, int n, const int& side, const double& guess) 
     if (d->take_dim() > 1) sys_error(LAW_EVALDV_ONE);
     return d->evaluateM_V(&t, null_ref_ptr(side), null_ref_ptr(guess));
 }
+
+}  // namespace lawutil

@@ -12,25 +12,29 @@
 #include "lawutil/root.hpp"
 #include "lawutil/simplfy.hpp"
 
-LAW_TYPE_DEF(predicate_law)
-LAW_TYPE_DEF(less_than_law)
-LAW_TYPE_DEF(greater_than_law)
-LAW_TYPE_DEF(less_than_or_equal_law)
-LAW_TYPE_DEF(greater_than_or_equal_law)
-LAW_TYPE_DEF(equal_law)
-LAW_TYPE_DEF(not_equal_law)
-LAW_TYPE_DEF(and_law)
-LAW_TYPE_DEF(or_law)
-LAW_TYPE_DEF(mod_law)
-LAW_TYPE_DEF(step_law)
-LAW_TYPE_DEF(piecewise_law)
-LAW_TYPE_DEF(max_law)
-LAW_TYPE_DEF(min_law)
-LAW_TYPE_DEF(log_law)
-LAW_TYPE_DEF(arctan_law)
-LAW_TYPE_DEF(domain_law)
-LAW_TYPE_DEF(permanent_domain_law)
-LAW_TYPE_DEF(derivative_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(predicate_law)
+LAWUTIL_TYPE_DEF(less_than_law)
+LAWUTIL_TYPE_DEF(greater_than_law)
+LAWUTIL_TYPE_DEF(less_than_or_equal_law)
+LAWUTIL_TYPE_DEF(greater_than_or_equal_law)
+LAWUTIL_TYPE_DEF(equal_law)
+LAWUTIL_TYPE_DEF(not_equal_law)
+LAWUTIL_TYPE_DEF(and_law)
+LAWUTIL_TYPE_DEF(or_law)
+LAWUTIL_TYPE_DEF(mod_law)
+LAWUTIL_TYPE_DEF(step_law)
+LAWUTIL_TYPE_DEF(piecewise_law)
+LAWUTIL_TYPE_DEF(max_law)
+LAWUTIL_TYPE_DEF(min_law)
+LAWUTIL_TYPE_DEF(log_law)
+LAWUTIL_TYPE_DEF(arctan_law)
+LAWUTIL_TYPE_DEF(domain_law)
+LAWUTIL_TYPE_DEF(permanent_domain_law)
+LAWUTIL_TYPE_DEF(derivative_law)
 
 namespace {
 
@@ -1082,3 +1086,5 @@ static law_prototype<arctan_law> arctan_law_prototype(nullptr, 0);
 static law_prototype<domain_law> domain_law_prototype(nullptr, 0);
 static law_prototype<permanent_domain_law> permanent_domain_law_prototype(nullptr, 0);
 static law_prototype<derivative_law> derivative_law_prototype(nullptr, 0);
+
+}  // namespace lawutil

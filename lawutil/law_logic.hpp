@@ -9,6 +9,8 @@
 
 #include "lawutil/internal_law.hpp"
 
+namespace lawutil {
+
 // ---------------------------------------------------------------- printing and scratch
 
 // Prints an export template in which "#1" to "#9" stand for the parts' texts, as in
@@ -46,8 +48,8 @@ class law_scratch {
 // The comparisons and connectives share this shape: two scalar operands, one 0/1 value,
 // a derivative of 0 wherever it exists.
 class predicate_law : public binary_law {
-    LAW_TYPE_DECL(predicate_law, binary_law)
-    LAW_SINGULARITIES_DECL
+    LAWUTIL_TYPE_DECL(predicate_law, binary_law)
+    LAWUTIL_SINGULARITIES_DECL
     predicate_law(law* left, law* right);
     int precedence() const override { return 4; }
 
@@ -59,7 +61,7 @@ class predicate_law : public binary_law {
 
 // A < B
 class less_than_law : public predicate_law {
-    LAW_TYPE_DECL(less_than_law, predicate_law)
+    LAWUTIL_TYPE_DECL(less_than_law, predicate_law)
     less_than_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -68,7 +70,7 @@ class less_than_law : public predicate_law {
 
 // A > B
 class greater_than_law : public predicate_law {
-    LAW_TYPE_DECL(greater_than_law, predicate_law)
+    LAWUTIL_TYPE_DECL(greater_than_law, predicate_law)
     greater_than_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -77,7 +79,7 @@ class greater_than_law : public predicate_law {
 
 // A <= B
 class less_than_or_equal_law : public predicate_law {
-    LAW_TYPE_DECL(less_than_or_equal_law, predicate_law)
+    LAWUTIL_TYPE_DECL(less_than_or_equal_law, predicate_law)
     less_than_or_equal_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -86,7 +88,7 @@ class less_than_or_equal_law : public predicate_law {
 
 // A >= B
 class greater_than_or_equal_law : public predicate_law {
-    LAW_TYPE_DECL(greater_than_or_equal_law, predicate_law)
+    LAWUTIL_TYPE_DECL(greater_than_or_equal_law, predicate_law)
     greater_than_or_equal_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -95,7 +97,7 @@ class greater_than_or_equal_law : public predicate_law {
 
 // A = B, exactly: 0.1+0.2=0.3 is 0.
 class equal_law : public predicate_law {
-    LAW_TYPE_DECL(equal_law, predicate_law)
+    LAWUTIL_TYPE_DECL(equal_law, predicate_law)
     equal_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -104,7 +106,7 @@ class equal_law : public predicate_law {
 
 // A != B ("<>" in Maple).
 class not_equal_law : public predicate_law {
-    LAW_TYPE_DECL(not_equal_law, predicate_law)
+    LAWUTIL_TYPE_DECL(not_equal_law, predicate_law)
     not_equal_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -113,7 +115,7 @@ class not_equal_law : public predicate_law {
 
 // A AND B: 1 when both are non-zero.
 class and_law : public predicate_law {
-    LAW_TYPE_DECL(and_law, predicate_law)
+    LAWUTIL_TYPE_DECL(and_law, predicate_law)
     and_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -123,7 +125,7 @@ class and_law : public predicate_law {
 
 // A OR B: 1 when either is non-zero.
 class or_law : public predicate_law {
-    LAW_TYPE_DECL(or_law, predicate_law)
+    LAWUTIL_TYPE_DECL(or_law, predicate_law)
     or_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -139,8 +141,8 @@ class or_law : public predicate_law {
 // ('7MOD3' would read as 7*MOD...).  Maple: 'mod[3]X'.  Its derivative is 0: the jumps are
 // ignored and the slope of A is deliberately not passed on.
 class mod_law : public binary_law {
-    LAW_TYPE_DECL(mod_law, binary_law)
-    LAW_SINGULARITIES_DECL
+    LAWUTIL_TYPE_DECL(mod_law, binary_law)
+    LAWUTIL_SINGULARITIES_DECL
     mod_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -160,8 +162,8 @@ class mod_law : public binary_law {
 // LAW_STEP_NUM (even count), LAW_STEP_ODD (a breakpoint not a constant_law) or
 // LAW_STEP_ORDER (breakpoints decreasing).
 class step_law : public multiple_law {
-    LAW_TYPE_DECL(step_law, multiple_law)
-    LAW_SINGULARITIES_DECL
+    LAWUTIL_TYPE_DECL(step_law, multiple_law)
+    LAWUTIL_SINGULARITIES_DECL
     step_law(law** parts, int n);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -179,8 +181,8 @@ class step_law : public multiple_law {
 // else the final default D.  With an even count there is no default, and the value is 0
 // when no condition holds.
 class piecewise_law : public multiple_law {
-    LAW_TYPE_DECL(piecewise_law, multiple_law)
-    LAW_SINGULARITIES_DECL
+    LAWUTIL_TYPE_DECL(piecewise_law, multiple_law)
+    LAWUTIL_SINGULARITIES_DECL
     piecewise_law(law** parts, int n);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -196,7 +198,7 @@ class piecewise_law : public multiple_law {
 // so ties keep the earlier part.  Its derivative is the slope of the part selected,
 // chosen by SET switches on the differences of the parts.
 class max_law : public multiple_law {
-    LAW_TYPE_DECL(max_law, multiple_law)
+    LAWUTIL_TYPE_DECL(max_law, multiple_law)
     max_law(law** parts, int n);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -210,7 +212,7 @@ class max_law : public multiple_law {
 
 // MIN(A,B,...): as MAX with strictly smaller.
 class min_law : public multiple_law {
-    LAW_TYPE_DECL(min_law, multiple_law)
+    LAWUTIL_TYPE_DECL(min_law, multiple_law)
     min_law(law** parts, int n);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -229,7 +231,7 @@ class min_law : public multiple_law {
 // constant_law or the count is not 1 or 2, LAW_BASE_P when the base is negative (0 is let
 // through).  Maple: 'log[b]A'.
 class log_law : public multiple_law {
-    LAW_TYPE_DECL(log_law, multiple_law)
+    LAWUTIL_TYPE_DECL(log_law, multiple_law)
     log_law(law** parts, int n);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -249,7 +251,7 @@ class log_law : public multiple_law {
 // ARCTAN(V) = atan V; ARCTAN(Y,X) is the two-argument arctangent, which raises
 // LAW_BAD_DOMAN where both are exactly 0 (the angle is undefined there).
 class arctan_law : public multiple_law {
-    LAW_TYPE_DECL(arctan_law, multiple_law)
+    LAWUTIL_TYPE_DECL(arctan_law, multiple_law)
     arctan_law(law** parts, int n);
     void evaluate(const double* x, double* y) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
@@ -279,14 +281,14 @@ class arctan_law : public multiple_law {
 constexpr double law_domain_unbounded = 1e37;
 
 class domain_law : public multiple_law {
-    LAW_TYPE_DECL(domain_law, multiple_law)
+    LAWUTIL_TYPE_DECL(domain_law, multiple_law)
     domain_law(law** parts, int n);
     void evaluate(const double* x, double* y) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     void evaluate_with_guess(const double* x, double* y, const double* guess) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
-    int term_domain(int which, interval& dom) const override;
+    int term_domain(int which, vorx::interval& dom) const override;
     int in_domain(const double* x) const override;
     multiple_law* make_one(law** parts, int n) const override;
     law* sub_simplify(int level, const char*& what) const override;
@@ -300,14 +302,14 @@ class domain_law : public multiple_law {
 };
 
 class permanent_domain_law : public multiple_law {
-    LAW_TYPE_DECL(permanent_domain_law, multiple_law)
+    LAWUTIL_TYPE_DECL(permanent_domain_law, multiple_law)
     permanent_domain_law(law** parts, int n);
     void evaluate(const double* x, double* y) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
     void evaluate_with_guess(const double* x, double* y, const double* guess) const override;
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
-    int term_domain(int which, interval& dom) const override;
+    int term_domain(int which, vorx::interval& dom) const override;
     int in_domain(const double* x) const override;
     multiple_law* make_one(law** parts, int n) const override;
 
@@ -326,7 +328,7 @@ class permanent_domain_law : public multiple_law {
 // raises LAW_DL_NUM.  The index and order are read at the input 1.0 and truncated; an
 // order of 0 or less is F itself, a negative index raises LAW_DIM when evaluated.
 class derivative_law : public multiple_law {
-    LAW_TYPE_DECL(derivative_law, multiple_law)
+    LAWUTIL_TYPE_DECL(derivative_law, multiple_law)
     derivative_law(law** parts, int n);
     void evaluate(const double* x, double* y) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
@@ -339,3 +341,5 @@ class derivative_law : public multiple_law {
     law* deriv(int which) const override;
     int return_size() const override;
 };
+
+}  // namespace lawutil

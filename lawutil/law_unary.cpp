@@ -10,6 +10,10 @@
 #include "lawutil/root.hpp"
 #include "lawutil/simplfy.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 constexpr double pi = 3.141592653589793;
@@ -129,7 +133,7 @@ int unit_term_domain(interval& dom) {
 
 // Type identity, construction, make_one and the two spellings of a member.
 #define LAW_UNARY_FUNCTION_DEF(cls, own_symbol, maple_symbol)          \
-    LAW_TYPE_DEF(cls)                                                  \
+    LAWUTIL_TYPE_DEF(cls)                                              \
     cls::cls(law* sub) : unary_law(sub) {                              \
         leaf_kind = node_direct;                                       \
     }                                                                  \
@@ -896,3 +900,5 @@ static law_prototype<arcsech_law> arcsech_law_prototype(nullptr);
 static law_prototype<arccsch_law> arccsch_law_prototype(nullptr);
 static law_prototype<abs_law> abs_law_prototype(nullptr);
 static law_prototype<sqrt_law> sqrt_law_prototype(nullptr);
+
+}  // namespace lawutil

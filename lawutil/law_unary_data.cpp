@@ -27,28 +27,32 @@
 #include "lawutil/law_vector.hpp"
 #include "lawutil/main_law_arith.hpp"
 
-LAW_TYPE_DEF(curve_law)
-LAW_TYPE_DEF(pcurve_law)
-LAW_TYPE_DEF(wire_law)
-LAW_TYPE_DEF(dcurve_law)
-LAW_TYPE_DEF(dpcurve_law)
-LAW_TYPE_DEF(dwire_law)
-LAW_TYPE_DEF(curvature_law)
-LAW_TYPE_DEF(intersect_lawi)
-LAW_TYPE_DEF(distance_lawi)
-LAW_TYPE_DEF(length_law)
-LAW_TYPE_DEF(length_param_law)
-LAW_TYPE_DEF(map_law)
-LAW_TYPE_DEF(curveperp_law)
-LAW_TYPE_DEF(surface_law)
-LAW_TYPE_DEF(bs3_surface_law)
-LAW_TYPE_DEF(dsurface_law)
-LAW_TYPE_DEF(gaussian_curvature_law)
-LAW_TYPE_DEF(mean_curvature_law)
-LAW_TYPE_DEF(max_curvature_law)
-LAW_TYPE_DEF(min_curvature_law)
-LAW_TYPE_DEF(surfperp_law)
-LAW_TYPE_DEF(patterntrans_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(curve_law)
+LAWUTIL_TYPE_DEF(pcurve_law)
+LAWUTIL_TYPE_DEF(wire_law)
+LAWUTIL_TYPE_DEF(dcurve_law)
+LAWUTIL_TYPE_DEF(dpcurve_law)
+LAWUTIL_TYPE_DEF(dwire_law)
+LAWUTIL_TYPE_DEF(curvature_law)
+LAWUTIL_TYPE_DEF(intersect_lawi)
+LAWUTIL_TYPE_DEF(distance_lawi)
+LAWUTIL_TYPE_DEF(length_law)
+LAWUTIL_TYPE_DEF(length_param_law)
+LAWUTIL_TYPE_DEF(map_law)
+LAWUTIL_TYPE_DEF(curveperp_law)
+LAWUTIL_TYPE_DEF(surface_law)
+LAWUTIL_TYPE_DEF(bs3_surface_law)
+LAWUTIL_TYPE_DEF(dsurface_law)
+LAWUTIL_TYPE_DEF(gaussian_curvature_law)
+LAWUTIL_TYPE_DEF(mean_curvature_law)
+LAWUTIL_TYPE_DEF(max_curvature_law)
+LAWUTIL_TYPE_DEF(min_curvature_law)
+LAWUTIL_TYPE_DEF(surfperp_law)
+LAWUTIL_TYPE_DEF(patterntrans_law)
 
 namespace {
 
@@ -838,3 +842,5 @@ static law_prototype<max_curvature_law> max_curvature_law_prototype;
 static law_prototype<min_curvature_law> min_curvature_law_prototype;
 static law_prototype<surfperp_law> surfperp_law_prototype;
 static law_prototype<patterntrans_law> patterntrans_law_prototype;
+
+}  // namespace lawutil

@@ -5,6 +5,10 @@
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_data.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 law_data* get_law_data(const char* name) {
     law_data* found = nullptr;
     if (!name) return nullptr;
@@ -70,3 +74,5 @@ law* make_list_law(law** list, int n, const binary_law* prototype) {
     for (int i = 2; i < n; ++i) acc.reset(prototype->make_one(acc.get(), list[i]));
     return acc.release();
 }
+
+}  // namespace lawutil

@@ -4,6 +4,8 @@
 
 #include "lawutil/law_base.hpp"
 
+namespace lawutil {
+
 class binary_law;
 
 // The highest variable number a text may use: 'X4096' reads input 4095; a letter followed
@@ -44,3 +46,5 @@ law** get_asso_list(const binary_law* l, int* n);
 // The left-nested chain make_one(make_one(list[0], list[1]), list[2]) ... built with the
 // prototype's make_one.
 law* make_list_law(law** list, int n, const binary_law* prototype);
+
+}  // namespace lawutil

@@ -25,6 +25,10 @@
 #include "lawutil/law_util.hpp"
 #include "lawutil/main_law_err.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 // Deeper nesting than this is refused rather than risking the stack.
@@ -714,3 +718,5 @@ law_read_result read_law(const char* text, law_data** data, int count) {
     }
     return result;
 }
+
+}  // namespace lawutil

@@ -5,9 +5,13 @@
 #include "lawutil/main_law_arith.hpp"
 #include "lawutil/simplfy.hpp"
 
-LAW_TYPE_DEF(vector_law)
-LAW_TYPE_DEF(term_law)
-LAW_TYPE_DEF(dot_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(vector_law)
+LAWUTIL_TYPE_DEF(term_law)
+LAWUTIL_TYPE_DEF(dot_law)
 
 namespace {
 
@@ -287,3 +291,5 @@ bool law_is_zero_vector(const law* l) {
 static law_prototype<vector_law> vector_law_prototype(static_cast<law**>(nullptr), 0);
 static law_prototype<term_law> term_law_prototype(static_cast<law**>(nullptr), 0);
 static law_prototype<dot_law> dot_law_prototype(static_cast<law**>(nullptr), 0);
+
+}  // namespace lawutil

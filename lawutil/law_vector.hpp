@@ -4,15 +4,17 @@
 
 #include "lawutil/internal_law.hpp"
 
+namespace lawutil {
+
 // VEC(A,B,...): one output per component law; each component must be scalar.
 class vector_law : public multiple_law {
-    LAW_TYPE_DECL(vector_law, multiple_law)
+    LAWUTIL_TYPE_DECL(vector_law, multiple_law)
     vector_law(law** parts, int n);
     // Each coordinate becomes a new constant law owned by the vector law.
-    explicit vector_law(const vector& v);
-    explicit vector_law(const position& p);
-    explicit vector_law(const unit_vector& u);
-    explicit vector_law(const par_pos& uv);
+    explicit vector_law(const vorx::vector& v);
+    explicit vector_law(const vorx::position& p);
+    explicit vector_law(const vorx::unit_vector& u);
+    explicit vector_law(const vorx::par_pos& uv);
 
     void evaluate(const double* x, double* y) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
@@ -31,7 +33,7 @@ class vector_law : public multiple_law {
 // checked when the law is built; an index outside the vector raises LAW_DIM when the
 // law is evaluated.
 class term_law : public multiple_law {
-    LAW_TYPE_DECL(term_law, multiple_law)
+    LAWUTIL_TYPE_DECL(term_law, multiple_law)
     term_law(law** parts, int n);
     // Stores `vector` and a new constant law of `index`.
     term_law(law* vector, int index);
@@ -52,7 +54,7 @@ class term_law : public multiple_law {
 // and two scalars give their sum: both are kept deliberately for compatibility of values.
 // make_one (the parser's route) raises LAW_DOT_NUM for a part count other than 2.
 class dot_law : public multiple_law {
-    LAW_TYPE_DECL(dot_law, multiple_law)
+    LAWUTIL_TYPE_DECL(dot_law, multiple_law)
     dot_law(law** parts, int n);
 
     void evaluate(const double* x, double* y) const override;
@@ -65,3 +67,5 @@ class dot_law : public multiple_law {
     law* deriv(int which) const override;
     int return_size() const override { return 1; }
 };
+
+}  // namespace lawutil

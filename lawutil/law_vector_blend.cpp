@@ -9,11 +9,15 @@
 #include "lawutil/law_unary.hpp"
 #include "lawutil/law_vector_build.hpp"
 
-LAW_TYPE_DEF(conic_line_law)
-LAW_TYPE_DEF(conic_trough_line_law)
-LAW_TYPE_DEF(cyclide_law)
-LAW_TYPE_DEF(dcyclide_law)
-LAW_TYPE_DEF(cyclide_perp_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(conic_line_law)
+LAWUTIL_TYPE_DEF(conic_trough_line_law)
+LAWUTIL_TYPE_DEF(cyclide_law)
+LAWUTIL_TYPE_DEF(dcyclide_law)
+LAWUTIL_TYPE_DEF(cyclide_perp_law)
 
 namespace {
 
@@ -383,3 +387,5 @@ static law_prototype<conic_trough_line_law> conic_trough_line_law_prototype(
 static law_prototype<cyclide_law> cyclide_law_prototype(static_cast<law**>(nullptr), 0);
 static law_prototype<dcyclide_law> dcyclide_law_prototype(static_cast<law**>(nullptr), 0);
 static law_prototype<cyclide_perp_law> cyclide_perp_law_prototype(static_cast<law**>(nullptr), 0);
+
+}  // namespace lawutil

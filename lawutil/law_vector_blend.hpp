@@ -13,6 +13,8 @@
 
 #include "lawutil/law_vector_frame.hpp"
 
+namespace lawutil {
+
 // ---------------------------------------------------------------- conic sections
 // CONICLINE(P0,P1,A,RHO,T), P0, P1, A 3-vectors, RHO and T scalars: the rational
 // quadratic from P0 (T = 0) to P1 (T = 1) whose end tangents point at the apex A,
@@ -22,8 +24,8 @@
 // shoulder C(1/2) = M + RHO (A - M), M = (P0+P1)/2.  RHO outside (0,1) raises
 // LAW_BAD_DOMAN; a part count other than 5 LAW_DIM.
 class conic_line_law : public multiple_law {
-    LAW_TYPE_DECL(conic_line_law, multiple_law)
-    LAW_VECTOR3_MEMBERS(conic_line_law)
+    LAWUTIL_TYPE_DECL(conic_line_law, multiple_law)
+    LAWUTIL_VECTOR3_MEMBERS(conic_line_law)
 };
 
 // CONICTROUGH(P0,T0,P1,T1,RHO,T) = CONICLINE(P0,P1,A,RHO,T) with the apex A the
@@ -34,8 +36,8 @@ class conic_line_law : public multiple_law {
 // Parallel (or zero) tangents, a c - b^2 <= 1e-12 a c, raise LAW_BAD_DOMAN; a part
 // count other than 6 LAW_DIM.
 class conic_trough_line_law : public multiple_law {
-    LAW_TYPE_DECL(conic_trough_line_law, multiple_law)
-    LAW_VECTOR3_MEMBERS(conic_trough_line_law)
+    LAWUTIL_TYPE_DECL(conic_trough_line_law, multiple_law)
+    LAWUTIL_VECTOR3_MEMBERS(conic_trough_line_law)
 };
 
 // ---------------------------------------------------------------- Dupin cyclides
@@ -53,8 +55,8 @@ class conic_trough_line_law : public multiple_law {
 
 // CYCLIDE(O,X,Z,A,C,MU,U,V): the point of the placed cyclide at (U,V).
 class cyclide_law : public multiple_law {
-    LAW_TYPE_DECL(cyclide_law, multiple_law)
-    LAW_VECTOR3_MEMBERS(cyclide_law)
+    LAWUTIL_TYPE_DECL(cyclide_law, multiple_law)
+    LAWUTIL_VECTOR3_MEMBERS(cyclide_law)
 };
 
 // DCYCLIDE(O,X,Z,A,C,MU,U,V,I,J) = d^(I+J) CYCLIDE / du^I dv^J at (U,V), the orders I
@@ -62,8 +64,8 @@ class cyclide_law : public multiple_law {
 // CYCLIDE; otherwise the origin O drops out.  The partials come from the symbolic
 // derivatives of the standard cyclide as a law of (a,c,mu,u,v), built once per law.
 class dcyclide_law : public multiple_law {
-    LAW_TYPE_DECL(dcyclide_law, multiple_law)
-    LAW_VECTOR3_MEMBERS(dcyclide_law)
+    LAWUTIL_TYPE_DECL(dcyclide_law, multiple_law)
+    LAWUTIL_VECTOR3_MEMBERS(dcyclide_law)
 
   private:
     // The standard cyclide's partial, one law of the 5 inputs (a,c,mu,u,v) per component.
@@ -77,6 +79,8 @@ class dcyclide_law : public multiple_law {
 // nearer is halved, at most 40 steps) with central-difference partials.  Its
 // derivative is the numerical D.
 class cyclide_perp_law : public multiple_law {
-    LAW_TYPE_DECL(cyclide_perp_law, multiple_law)
-    LAW_VECTOR3_MEMBERS(cyclide_perp_law)
+    LAWUTIL_TYPE_DECL(cyclide_perp_law, multiple_law)
+    LAWUTIL_VECTOR3_MEMBERS(cyclide_perp_law)
 };
+
+}  // namespace lawutil

@@ -9,17 +9,19 @@
 #include "lawutil/law_vector.hpp"
 #include "lawutil/main_law_arith.hpp"
 
+namespace lawutil {
+
 class cross_law;
 
 // The zero vector VEC(0,...,0) of two or more components.
 bool law_is_zero_vector(const law* l);
 
 // The value of a 3-vector law at x; any other dimension raises LAW_DIM.
-inline vector law_vector3_at(const law* l, const double* x) {
-    if (!l || l->return_dim() != 3) sys_error(LAW_DIM);
+inline vorx::vector law_vector3_at(const law* l, const double* x) {
+    if (!l || l->return_dim() != 3) vorx::sys_error(LAW_DIM);
     double v[3];
     l->evaluate(x, v);
-    return vector(v);
+    return vorx::vector(v);
 }
 
 inline double law_length(const double* v, int n) {
@@ -51,7 +53,7 @@ inline law_holder constant(double c) {
     return law_holder(VORX_NEW constant_law(c));
 }
 inline law_holder zero3() {
-    return law_holder(VORX_NEW vector_law(vector(0.0, 0.0, 0.0)));
+    return law_holder(VORX_NEW vector_law(vorx::vector(0.0, 0.0, 0.0)));
 }
 law_holder dot(const law_holder& a, const law_holder& b);
 // The product of two scalars, else DOT (whose two-scalar rule is a sum).
@@ -63,3 +65,5 @@ law_holder sin(const law_holder& a);
 law_holder cos(const law_holder& a);
 
 }  // namespace lb
+
+}  // namespace lawutil

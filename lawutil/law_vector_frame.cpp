@@ -9,9 +9,13 @@
 #include "lawutil/main_law_arith.hpp"
 #include "lawutil/simplfy.hpp"
 
-LAW_TYPE_DEF(cross_law)
-LAW_TYPE_DEF(norm_law)
-LAW_TYPE_DEF(size_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(cross_law)
+LAWUTIL_TYPE_DEF(norm_law)
+LAWUTIL_TYPE_DEF(size_law)
 
 namespace {
 
@@ -236,3 +240,5 @@ law* size_law::sub_simplify(int, const char*& what) const {
 static law_prototype<cross_law> cross_law_prototype(static_cast<law**>(nullptr), 0);
 static law_prototype<norm_law> norm_law_prototype(nullptr);
 static law_prototype<size_law> size_law_prototype(nullptr);
+
+}  // namespace lawutil

@@ -19,11 +19,13 @@
 
 #include "lawutil/internal_law.hpp"
 
+namespace lawutil {
+
 // The members every law of this file with parts and one 3-vector output declares: the
 // constructor over the parts (null for the registered prototypes), evaluation, the
 // symbol in both spellings, make_one (which checks the part count), the symbolic
 // derivative and the output size.  Leaves access public.
-#define LAW_VECTOR3_MEMBERS(cls)                                                  \
+#define LAWUTIL_VECTOR3_MEMBERS(cls)                                              \
     cls(law** parts, int n);                                                      \
     void evaluate(const double* x, double* y) const override;                     \
     const char* symbol(law_symbol_type type = law_symbol_default) const override; \
@@ -41,8 +43,8 @@
 // LAW_CROSS_NUM for a part count other than 2; a part that is not a 3-vector raises
 // LAW_DIM when evaluated.
 class cross_law : public multiple_law {
-    LAW_TYPE_DECL(cross_law, multiple_law)
-    LAW_VECTOR3_MEMBERS(cross_law)
+    LAWUTIL_TYPE_DECL(cross_law, multiple_law)
+    LAWUTIL_VECTOR3_MEMBERS(cross_law)
     cross_law(law* a, law* b);
 
     law* sub_simplify(int level, const char*& what) const override;
@@ -51,7 +53,7 @@ class cross_law : public multiple_law {
 // NORM(A) = A / |A|, of A's dimension (the sign of a scalar).  |A| = 0 raises
 // LAW_BAD_UNIT_VECTOR.
 class norm_law : public unary_law {
-    LAW_TYPE_DECL(norm_law, unary_law)
+    LAWUTIL_TYPE_DECL(norm_law, unary_law)
     explicit norm_law(law* sub);
 
     void evaluate(const double* x, double* y) const override;
@@ -66,7 +68,7 @@ class norm_law : public unary_law {
 
 // SIZE(A) = |A| = sqrt(A.A), the Euclidean length (|a| of a scalar).  Maple: norm(A,2).
 class size_law : public unary_law {
-    LAW_TYPE_DECL(size_law, unary_law)
+    LAWUTIL_TYPE_DECL(size_law, unary_law)
     explicit size_law(law* sub);
 
     void evaluate(const double* x, double* y) const override;
@@ -91,9 +93,9 @@ class size_law : public unary_law {
 // LAW_BAD_UNIT_VECTOR; a selector other than 1, 2, 3 raises LAW_DIM when evaluated,
 // a part count other than 2 when built.
 class frenet_law : public multiple_law {
-    LAW_TYPE_DECL(frenet_law, multiple_law)
+    LAWUTIL_TYPE_DECL(frenet_law, multiple_law)
     // Its derivative is that of the closed form above, built from NORM and CROSS.
-    LAW_VECTOR3_MEMBERS(frenet_law)
+    LAWUTIL_VECTOR3_MEMBERS(frenet_law)
 };
 
 // MINROT(C,R0,T0,T1) = r(t) on [T0,T1], the rotation-minimising unit normal along C:
@@ -114,8 +116,8 @@ class frenet_law : public multiple_law {
 // outside [T0,T1] raises LAW_MR, a zero tangent or R0 along the start tangent
 // LAW_BAD_UNIT_VECTOR.  The derivative is r' above, over a fresh MINROT of the same parts.
 class min_rotation_law : public multiple_law {
-    LAW_TYPE_DECL(min_rotation_law, multiple_law)
-    LAW_VECTOR3_MEMBERS(min_rotation_law)
+    LAWUTIL_TYPE_DECL(min_rotation_law, multiple_law)
+    LAWUTIL_VECTOR3_MEMBERS(min_rotation_law)
     ~min_rotation_law() noexcept(false) override;
     // The frame cache is owned: no copies by value.
     min_rotation_law(const min_rotation_law&) = delete;
@@ -127,7 +129,7 @@ class min_rotation_law : public multiple_law {
     // The number of steps the frame was integrated with (0 before the first evaluation).
     int samples() const { return samples_; }
     // Counts the integrated frame as well.
-    void full_size(SizeAccumulator& acc, int count_self = 1) const override;
+    void full_size(vorx::SizeAccumulator& acc, int count_self = 1) const override;
 
   private:
     void integrate() const;
@@ -142,8 +144,8 @@ class min_rotation_law : public multiple_law {
 // vector law R turned about the tangent of the curve C by the angle law A (Rodrigues).
 // A part count other than 3 raises LAW_TWIST_NUM; a zero tangent LAW_BAD_UNIT_VECTOR.
 class twist_path_law : public multiple_law {
-    LAW_TYPE_DECL(twist_path_law, multiple_law)
-    LAW_VECTOR3_MEMBERS(twist_path_law)
+    LAWUTIL_TYPE_DECL(twist_path_law, multiple_law)
+    LAWUTIL_VECTOR3_MEMBERS(twist_path_law)
 };
 
 // ---------------------------------------------------------------- bending
@@ -163,11 +165,11 @@ class twist_path_law : public multiple_law {
 // What BEND and UNBEND share: the frame read from their parts.  When O, A, D and R take
 // no input (the usual case) the frame is made at the first evaluation and kept.
 class bend_frame_law : public multiple_law {
-    LAW_TYPE_DECL(bend_frame_law, multiple_law)
+    LAWUTIL_TYPE_DECL(bend_frame_law, multiple_law)
     bend_frame_law(law** parts, int n);
 
     struct frame {
-        vector o, a, d, n;
+        vorx::vector o, a, d, n;
         double r;
     };
 
@@ -182,13 +184,15 @@ class bend_frame_law : public multiple_law {
 
 // BEND(P,O,A,D,R) = O + R n + (R - v)(sin(u/R) d - cos(u/R) n) + w a
 class bend_law : public bend_frame_law {
-    LAW_TYPE_DECL(bend_law, bend_frame_law)
-    LAW_VECTOR3_MEMBERS(bend_law)
+    LAWUTIL_TYPE_DECL(bend_law, bend_frame_law)
+    LAWUTIL_VECTOR3_MEMBERS(bend_law)
 };
 
 // UNBEND(P,O,A,D,R) = O + R t d + (R - s r) n + w a, where q = P - O - R n, s = sign R,
 // r = |(q.d, q.n)|, t = atan2(s q.d, -s q.n), w = q.a
 class unbend_law : public bend_frame_law {
-    LAW_TYPE_DECL(unbend_law, bend_frame_law)
-    LAW_VECTOR3_MEMBERS(unbend_law)
+    LAWUTIL_TYPE_DECL(unbend_law, bend_frame_law)
+    LAWUTIL_VECTOR3_MEMBERS(unbend_law)
 };
+
+}  // namespace lawutil

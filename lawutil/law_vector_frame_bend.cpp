@@ -7,9 +7,13 @@
 #include "lawutil/law_vector_build.hpp"
 #include "lawutil/law_vector_frame.hpp"
 
-LAW_TYPE_DEF(bend_frame_law)
-LAW_TYPE_DEF(bend_law)
-LAW_TYPE_DEF(unbend_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(bend_frame_law)
+LAWUTIL_TYPE_DEF(bend_law)
+LAWUTIL_TYPE_DEF(unbend_law)
 
 namespace {
 
@@ -151,3 +155,5 @@ law* unbend_law::deriv(int which) const {
 
 static law_prototype<bend_law> bend_law_prototype(static_cast<law**>(nullptr), 0);
 static law_prototype<unbend_law> unbend_law_prototype(static_cast<law**>(nullptr), 0);
+
+}  // namespace lawutil

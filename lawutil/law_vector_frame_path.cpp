@@ -12,9 +12,13 @@
 #include "lawutil/law_vector_build.hpp"
 #include "lawutil/law_vector_frame.hpp"
 
-LAW_TYPE_DEF(frenet_law)
-LAW_TYPE_DEF(min_rotation_law)
-LAW_TYPE_DEF(twist_path_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(frenet_law)
+LAWUTIL_TYPE_DEF(min_rotation_law)
+LAWUTIL_TYPE_DEF(twist_path_law)
 
 namespace {
 
@@ -291,3 +295,5 @@ law* twist_path_law::deriv(int which) const {
 static law_prototype<frenet_law> frenet_law_prototype(static_cast<law**>(nullptr), 0);
 static law_prototype<min_rotation_law> min_rotation_law_prototype(static_cast<law**>(nullptr), 0);
 static law_prototype<twist_path_law> twist_path_law_prototype(static_cast<law**>(nullptr), 0);
+
+}  // namespace lawutil

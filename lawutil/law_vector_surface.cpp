@@ -9,9 +9,13 @@
 #include "lawutil/main_law_arith.hpp"
 #include "lawutil/root.hpp"
 
-LAW_TYPE_DEF(surfvec_law)
-LAW_TYPE_DEF(multiple_curve_law)
-LAW_TYPE_DEF(multiple_curveperp_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(surfvec_law)
+LAWUTIL_TYPE_DEF(multiple_curve_law)
+LAWUTIL_TYPE_DEF(multiple_curveperp_law)
 
 namespace {
 
@@ -271,3 +275,5 @@ law* multiple_curveperp_law::deriv(int which) const {
 static law_prototype<surfvec_law> surfvec_law_prototype;
 static law_prototype<multiple_curve_law> multiple_curve_law_prototype;
 static law_prototype<multiple_curveperp_law> multiple_curveperp_law_prototype;
+
+}  // namespace lawutil

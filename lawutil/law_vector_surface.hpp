@@ -30,10 +30,12 @@
 
 #include "lawutil/law_unary_data.hpp"
 
+namespace lawutil {
+
 // SURFVEC(S, D) = S(x0, v*),  v* = argmax over v in [v0, v1] of D(x) . S(x0, v).
 class surfvec_law : public multiple_data_law {
-    LAW_TYPE_DECL(surfvec_law, multiple_data_law)
-    LAW_MULTIPLE_DATA_MEMBERS(surfvec_law)
+    LAWUTIL_TYPE_DECL(surfvec_law, multiple_data_law)
+    LAWUTIL_MULTIPLE_DATA_MEMBERS(surfvec_law)
     // The parameter v* at x (the value is S(x0, v*)).
     double best_v(const double* x) const;
 };
@@ -41,12 +43,12 @@ class surfvec_law : public multiple_data_law {
 // MULTICUR(C1..Cn[, k]) = C_i^(k)(s_i + x - o_i) for o_i <= x < o_i + L_i (the last
 // curve takes its end point too); k, the derivative order, is 0 when omitted.
 class multiple_curve_law : public multiple_data_law {
-    LAW_TYPE_DECL(multiple_curve_law, multiple_data_law)
-    LAW_MULTIPLE_DATA_MEMBERS(multiple_curve_law)
+    LAWUTIL_TYPE_DECL(multiple_curve_law, multiple_data_law)
+    LAWUTIL_MULTIPLE_DATA_MEMBERS(multiple_curve_law)
     int curves() const { return curves_; }
     int order() const { return order_; }
     // [0, L_1 + ... + L_n].
-    int term_domain(int which, interval& dom) const override;
+    int term_domain(int which, vorx::interval& dom) const override;
 
   private:
     int curves_ = 0;
@@ -57,6 +59,8 @@ class multiple_curve_law : public multiple_data_law {
 // is nearest (the first at a tie): the parameter of MULTICUR(C1..Cn) at the foot of the
 // perpendicular to the nearest curve, so MULTICUR(MULTICURVEPERP(p)) is that foot.
 class multiple_curveperp_law : public multiple_data_law {
-    LAW_TYPE_DECL(multiple_curveperp_law, multiple_data_law)
-    LAW_MULTIPLE_DATA_MEMBERS(multiple_curveperp_law)
+    LAWUTIL_TYPE_DECL(multiple_curveperp_law, multiple_data_law)
+    LAWUTIL_MULTIPLE_DATA_MEMBERS(multiple_curveperp_law)
 };
+
+}  // namespace lawutil

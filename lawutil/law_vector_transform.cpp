@@ -8,13 +8,17 @@
 #include "lawutil/law_vector_build.hpp"
 #include "lawutil/simplfy.hpp"
 
-LAW_TYPE_DEF(transform_data_law)
-LAW_TYPE_DEF(transform_law)
-LAW_TYPE_DEF(rotate_law)
-LAW_TYPE_DEF(vectrans_law)
-LAW_TYPE_DEF(postrans_law)
-LAW_TYPE_DEF(scaletrans_law)
-LAW_TYPE_DEF(surfnorm_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(transform_data_law)
+LAWUTIL_TYPE_DEF(transform_law)
+LAWUTIL_TYPE_DEF(rotate_law)
+LAWUTIL_TYPE_DEF(vectrans_law)
+LAWUTIL_TYPE_DEF(postrans_law)
+LAWUTIL_TYPE_DEF(scaletrans_law)
+LAWUTIL_TYPE_DEF(surfnorm_law)
 
 namespace {
 
@@ -254,3 +258,5 @@ static law_prototype<vectrans_law> vectrans_law_prototype;
 static law_prototype<postrans_law> postrans_law_prototype;
 static law_prototype<scaletrans_law> scaletrans_law_prototype;
 static law_prototype<surfnorm_law> surfnorm_law_prototype;
+
+}  // namespace lawutil

@@ -25,10 +25,12 @@
 
 #include "lawutil/law_unary_data.hpp"
 
+namespace lawutil {
+
 // What the five transform laws share: data {law, transform}, and equality that compares
 // transforms by value (two data objects holding equal transforms are the same law).
 class transform_data_law : public multiple_data_law {
-    LAW_TYPE_DECL(transform_data_law, multiple_data_law)
+    LAWUTIL_TYPE_DECL(transform_data_law, multiple_data_law)
     transform_data_law(law_data** data, int count);
 
     // The carried law and the transform (null for the registered prototypes).
@@ -46,13 +48,13 @@ class transform_data_law : public multiple_data_law {
     law* carried_deriv(int which, law_data* t, bool as_vectrans) const;
 };
 
-#define LAW_TRANSFORM_MEMBERS(cls)         \
-    LAW_TYPE_DECL(cls, transform_data_law) \
-    LAW_MULTIPLE_DATA_MEMBERS(cls)
+#define LAWUTIL_TRANSFORM_MEMBERS(cls)         \
+    LAWUTIL_TYPE_DECL(cls, transform_data_law) \
+    LAWUTIL_MULTIPLE_DATA_MEMBERS(cls)
 
 // TRANS(P,T) = P A s + t: the position law P carried by T.
 class transform_law : public transform_data_law {
-    LAW_TRANSFORM_MEMBERS(transform_law)
+    LAWUTIL_TRANSFORM_MEMBERS(transform_law)
     // TRANS(VEC(a,b,c),T) -> VEC of the three affine combinations ("trans(vec)=vec").
     law* sub_simplify(int level, const char*& what) const override;
 };
@@ -60,29 +62,31 @@ class transform_law : public transform_data_law {
 // ROTATE(V,T) = V A: the direction law V turned by T's affine part only (a unit vector
 // stays unit when A is a rotation).
 class rotate_law : public transform_data_law {
-    LAW_TRANSFORM_MEMBERS(rotate_law)
+    LAWUTIL_TRANSFORM_MEMBERS(rotate_law)
 };
 
 // VECTRANS(V,T) = V A s: the displacement law V carried by T (no translation).
 class vectrans_law : public transform_data_law {
-    LAW_TRANSFORM_MEMBERS(vectrans_law)
+    LAWUTIL_TRANSFORM_MEMBERS(vectrans_law)
 };
 
 // POSTRANS(P,T) = (P - t) A^-1 / s: the position law P taken back into the frame T
 // places, so POSTRANS(TRANS(P,T),T) = P.
 class postrans_law : public transform_data_law {
-    LAW_TRANSFORM_MEMBERS(postrans_law)
+    LAWUTIL_TRANSFORM_MEMBERS(postrans_law)
 };
 
 // SCALETRANS(F,T) = s F: a length (or any) law scaled as T scales lengths.
 class scaletrans_law : public transform_data_law {
-    LAW_TRANSFORM_MEMBERS(scaletrans_law)
+    LAWUTIL_TRANSFORM_MEMBERS(scaletrans_law)
 };
 
 // SURFNORM(S) = (Su x Sv) / |Su x Sv| at (u, v) = (x0, x1), read from the surface's
 // eval_normal.  A normal that is not a finite unit vector (a degenerate point) raises
 // LAW_BAD_UNIT_VECTOR.  Its derivative is that of NORM(CROSS(DSURF(S,1,0),DSURF(S,0,1))).
 class surfnorm_law : public unary_data_law {
-    LAW_TYPE_DECL(surfnorm_law, unary_data_law)
-    LAW_UNARY_DATA_MEMBERS(surfnorm_law)
+    LAWUTIL_TYPE_DECL(surfnorm_law, unary_data_law)
+    LAWUTIL_UNARY_DATA_MEMBERS(surfnorm_law)
 };
+
+}  // namespace lawutil

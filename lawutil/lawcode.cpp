@@ -40,6 +40,10 @@
 #include "lawutil/law_unary.hpp"
 #include "lawutil/main_law_arith.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 using text_type = std::basic_string<char, std::char_traits<char>, vorx_std_allocator<char>>;
@@ -758,3 +762,5 @@ char* law_to_c_function(const law* l, const char* function_name, int with_gradie
 int law_c_status_error(int status) {
     return status > 0 ? lawutil_main_law_errmod.message_code(status - 1) : 0;
 }
+
+}  // namespace lawutil

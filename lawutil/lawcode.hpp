@@ -31,6 +31,8 @@
 
 #include "lawutil/law_base.hpp"
 
+namespace lawutil {
+
 // The code being written: the text so far and, for each law already written, the number
 // of the variable that holds it.
 class law_code {
@@ -45,13 +47,14 @@ class law_code {
     int count() const { return count_; }
 
   private:
-    using text_type = std::basic_string<char, std::char_traits<char>, vorx_std_allocator<char>>;
+    using text_type =
+        std::basic_string<char, std::char_traits<char>, vorx::vorx_std_allocator<char>>;
     friend int codeline(const law* l, law_code& code);
     friend int pastlawcode(const law* l, const law_code& code);
     text_type text_;
     int count_ = 0;
     std::unordered_map<const law*, int, std::hash<const law*>, std::equal_to<const law*>,
-                       vorx_std_allocator<std::pair<const law* const, int>>>
+                       vorx::vorx_std_allocator<std::pair<const law* const, int>>>
         written_;
 };
 
@@ -101,3 +104,5 @@ char* law_to_c_function(const law* l, const char* function_name, int with_gradie
 
 // The lawutil error code of a non-zero status returned by a generated function, 0 for 0.
 int law_c_status_error(int status);
+
+}  // namespace lawutil

@@ -4,6 +4,10 @@
 
 #include "base/output.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 // The options are made on first use as well as at load, so a law built while the library
@@ -77,3 +81,5 @@ double law_get_time() {
     const lawutil_thread_ctx& c = law_context();
     return (c.law_util.end_time - c.law_util.start_time) / 1000.0;
 }
+
+}  // namespace lawutil

@@ -11,8 +11,10 @@
 #include "base/options.hpp"
 #include "lawutil/law_data.hpp"
 
+namespace lawutil {
+
 // Working state of the library on one thread.
-class lawutil_thread_ctx : public context_callbacks {
+class lawutil_thread_ctx : public vorx::context_callbacks {
   public:
     lawutil_thread_ctx();
     ~lawutil_thread_ctx() override;
@@ -74,3 +76,5 @@ double law_get_time();
 
 // True when the "law_mem_check" option asks for the construction/release trace.
 bool law_mem_check_on();
+
+}  // namespace lawutil

@@ -18,17 +18,21 @@
 #include "lawutil/root.hpp"
 #include "lawutil/simplfy.hpp"
 
-LAW_TYPE_DEF(plus_law)
-LAW_TYPE_DEF(minus_law)
-LAW_TYPE_DEF(times_law)
-LAW_TYPE_DEF(division_law)
-LAW_TYPE_DEF(exponent_law)
-LAW_TYPE_DEF(negate_law)
-LAW_TYPE_DEF(composite_law)
-LAW_TYPE_DEF(pi_law)
-LAW_TYPE_DEF(e_law)
-LAW_TYPE_DEF(true_law)
-LAW_TYPE_DEF(false_law)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(plus_law)
+LAWUTIL_TYPE_DEF(minus_law)
+LAWUTIL_TYPE_DEF(times_law)
+LAWUTIL_TYPE_DEF(division_law)
+LAWUTIL_TYPE_DEF(exponent_law)
+LAWUTIL_TYPE_DEF(negate_law)
+LAWUTIL_TYPE_DEF(composite_law)
+LAWUTIL_TYPE_DEF(pi_law)
+LAWUTIL_TYPE_DEF(e_law)
+LAWUTIL_TYPE_DEF(true_law)
+LAWUTIL_TYPE_DEF(false_law)
 
 namespace {
 
@@ -1145,3 +1149,5 @@ static law_prototype<pi_law> pi_law_prototype;
 static law_prototype<e_law> e_law_prototype;
 static law_prototype<true_law> true_law_prototype;
 static law_prototype<false_law> false_law_prototype;
+
+}  // namespace lawutil

@@ -5,10 +5,12 @@
 
 #include "lawutil/internal_law.hpp"
 
+namespace lawutil {
+
 // A + B.  A scalar added to a vector changes only the vector's first component.
 class plus_law : public binary_law {
-    LAW_TYPE_DECL(plus_law, binary_law)
-    LAW_SINGULARITIES_DECL
+    LAWUTIL_TYPE_DECL(plus_law, binary_law)
+    LAWUTIL_SINGULARITIES_DECL
     plus_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     double scalar_value(const double* x) const override;
@@ -27,8 +29,8 @@ class plus_law : public binary_law {
 
 // A - B, component-wise like plus_law.
 class minus_law : public binary_law {
-    LAW_TYPE_DECL(minus_law, binary_law)
-    LAW_SINGULARITIES_DECL
+    LAWUTIL_TYPE_DECL(minus_law, binary_law)
+    LAWUTIL_SINGULARITIES_DECL
     minus_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     double scalar_value(const double* x) const override;
@@ -45,8 +47,8 @@ class minus_law : public binary_law {
 
 // A * B; at most one side may be a vector (checked when evaluated).
 class times_law : public binary_law {
-    LAW_TYPE_DECL(times_law, binary_law)
-    LAW_SINGULARITIES_DECL
+    LAWUTIL_TYPE_DECL(times_law, binary_law)
+    LAWUTIL_SINGULARITIES_DECL
     times_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     double scalar_value(const double* x) const override;
@@ -66,8 +68,8 @@ class times_law : public binary_law {
 // A / B; B must be scalar (checked when built).  A scalar 0/0 is resolved by one
 // L'Hospital step; a vector numerator divides by a denominator clamped away from zero.
 class division_law : public binary_law {
-    LAW_TYPE_DECL(division_law, binary_law)
-    LAW_SINGULARITIES_DECL
+    LAWUTIL_TYPE_DECL(division_law, binary_law)
+    LAWUTIL_SINGULARITIES_DECL
     division_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     double scalar_value(const double* x) const override;
@@ -85,8 +87,8 @@ class division_law : public binary_law {
 // A ^ B over scalars.  evaluate asks for an exact integer exponent when the base is
 // negative; in_domain is looser there and also rejects results beyond e^100.
 class exponent_law : public binary_law {
-    LAW_TYPE_DECL(exponent_law, binary_law)
-    LAW_SINGULARITIES_DECL
+    LAWUTIL_TYPE_DECL(exponent_law, binary_law)
+    LAWUTIL_SINGULARITIES_DECL
     exponent_law(law* left, law* right);
     void evaluate(const double* x, double* y) const override;
     double scalar_value(const double* x) const override;
@@ -108,8 +110,8 @@ class exponent_law : public binary_law {
 
 // -A, component-wise.
 class negate_law : public unary_law {
-    LAW_TYPE_DECL(negate_law, unary_law)
-    LAW_SINGULARITIES_DECL
+    LAWUTIL_TYPE_DECL(negate_law, unary_law)
+    LAWUTIL_SINGULARITIES_DECL
     explicit negate_law(law* sub);
     void evaluate(const double* x, double* y) const override;
     double scalar_value(const double* x) const override;
@@ -126,7 +128,7 @@ class negate_law : public unary_law {
 
 // f O g: the outer law f (left) applied to the value of the inner law g (right).
 class composite_law : public binary_law {
-    LAW_TYPE_DECL(composite_law, binary_law)
+    LAWUTIL_TYPE_DECL(composite_law, binary_law)
     composite_law(law* outer, law* inner);
     void evaluate(const double* x, double* y) const override;
     void evaluate_with_side(const double* x, double* y, const int* side) const override;
@@ -149,7 +151,7 @@ class composite_law : public binary_law {
 
 // The named constants print by name ("PI", not its digits).  make_one ignores the value.
 class pi_law : public constant_law {
-    LAW_TYPE_DECL(pi_law, constant_law)
+    LAWUTIL_TYPE_DECL(pi_law, constant_law)
     pi_law();
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
@@ -157,7 +159,7 @@ class pi_law : public constant_law {
 };
 
 class e_law : public constant_law {
-    LAW_TYPE_DECL(e_law, constant_law)
+    LAWUTIL_TYPE_DECL(e_law, constant_law)
     e_law();
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
@@ -165,7 +167,7 @@ class e_law : public constant_law {
 };
 
 class true_law : public constant_law {
-    LAW_TYPE_DECL(true_law, constant_law)
+    LAWUTIL_TYPE_DECL(true_law, constant_law)
     true_law();
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
@@ -173,9 +175,11 @@ class true_law : public constant_law {
 };
 
 class false_law : public constant_law {
-    LAW_TYPE_DECL(false_law, constant_law)
+    LAWUTIL_TYPE_DECL(false_law, constant_law)
     false_law();
     const char* symbol(law_symbol_type type = law_symbol_default) const override;
     char* string(law_symbol_type type, int& counter, law_data_node*& list) const override;
     constant_law* make_one(double value) const override;
 };
+
+}  // namespace lawutil

@@ -1,5 +1,9 @@
 #include "lawutil/main_law_err.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 const message_list lawutil_messages[] = {
     {"Law class does not have an evaluate function", "LAW_EVAL"},
@@ -104,3 +108,5 @@ const message_list lawutil_messages[] = {
 }  // namespace
 
 message_module lawutil_main_law_errmod("lawutil", lawutil_messages);
+
+}  // namespace lawutil

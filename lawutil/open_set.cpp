@@ -12,6 +12,10 @@
 #include "base/tolerance.hpp"
 #include "lawutil/main_law.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 double x_tol() {
@@ -187,3 +191,5 @@ void Open_set::print() const {
     for (Open_interval* p = head_; p; p = p->next)
         vorx_fprintf(debug_file_ptr, "%f %f\n", p->start, p->end);
 }
+
+}  // namespace lawutil

@@ -13,7 +13,9 @@
 
 #include "base/memory.hpp"
 
-class Open_interval : public VORX_OBJECT {
+namespace lawutil {
+
+class Open_interval : public vorx::VORX_OBJECT {
   public:
     Open_interval(double start, double end) : start(start), end(end), next(nullptr) {}
     double start;
@@ -21,7 +23,7 @@ class Open_interval : public VORX_OBJECT {
     Open_interval* next;
 };
 
-class Open_set : public VORX_OBJECT {
+class Open_set : public vorx::VORX_OBJECT {
   public:
     Open_set(double min, double max, int periodic = 0);
     ~Open_set();
@@ -69,3 +71,5 @@ class Open_set : public VORX_OBJECT {
     double min_;
     Open_interval* head_;
 };
+
+}  // namespace lawutil

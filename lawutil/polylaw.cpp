@@ -43,6 +43,10 @@
 #include "lawutil/law_util.hpp"
 #include "lawutil/main_law_arith.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 // Beyond this many terms a power of a law is not expanded (see the design note): the
@@ -581,3 +585,5 @@ law_polynomial* polynomial_of_power(const law* base, const law* power, law* var)
     }
     return valid_copy(*a ^ (int)n);
 }
+
+}  // namespace lawutil

@@ -15,11 +15,13 @@
 
 #include "lawutil/law_base.hpp"
 
+namespace lawutil {
+
 // Terms are kept sorted by ascending exponent, with distinct exponents and no exactly zero
 // coefficient; the degree is the highest exponent (0 for the zero polynomial).  A degree
 // of -1 marks an invalid result (arithmetic over two different variables, a negative
 // power, a result too large to form); such a polynomial has no terms and no variable.
-class law_polynomial : public VORX_OBJECT {
+class law_polynomial : public vorx::VORX_OBJECT {
   public:
     law_polynomial();
     // `count` terms in any order; equal exponents are summed, zero coefficients dropped.
@@ -121,3 +123,5 @@ law_polynomial* polynomial_of_sum(const law* sum, law* var);
 law_polynomial* polynomial_of_product(const law* left, const law* right, law* var);
 law_polynomial* polynomial_of_negate(const law* sub, law* var);
 law_polynomial* polynomial_of_power(const law* base, const law* power, law* var);
+
+}  // namespace lawutil

@@ -73,6 +73,10 @@
 #include "lawutil/main_law_arith.hpp"
 #include "lawutil/open_set.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 void set_root_tol_default() {
     auto& r = law_context().root;
     r.root_x_tol = 1e-14;
@@ -533,7 +537,7 @@ void probe(const law* f, double a, double b, Open_set& roots) {
             stats.probe_bound_hit = 1;
             break;
         }
-        if (vorx_interrupted()) sys_error(BASE_INTERRUPTED);
+        if (vorx_interrupted()) sys_error(VORX_INTERRUPTED);
         previous = h;
         ++stats.probes;
         int parts_before = explored.parts();
@@ -744,3 +748,5 @@ double Nmin(law* f, double a, double b) {
     law_holder negated(VORX_NEW negate_law(f));
     return Nmax(negated.get(), a, b);
 }
+
+}  // namespace lawutil

@@ -13,6 +13,8 @@
 // (LAW_DIM), a NaN or infinite end (LAW_BAD_BOUNDS).
 #pragma once
 
+namespace lawutil {
+
 class law;
 
 // Writes the default root-search tolerances into the calling thread's context (the
@@ -131,3 +133,5 @@ class singularity_list {
 // inputs reports none.
 int operand_singularities(const law* self, const law* a, const law* b, double** where, int** kind,
                           double lo, double hi, double** period);
+
+}  // namespace lawutil

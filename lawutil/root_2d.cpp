@@ -39,6 +39,10 @@
 #include "lawutil/root.hpp"
 #include "lawutil/root_min.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 // Points within this many resabs merge when the magnitude does not rise between them.
@@ -251,3 +255,5 @@ complex_number* Nroot2D(law* f, law* g, law* admissible, rec2d R, int* n, comple
     }
     return collect_zeros(f, admissible, nullptr, R, minima, n);
 }
+
+}  // namespace lawutil

@@ -45,6 +45,8 @@
 #include "base/complex_number.hpp"
 #include "base/memory.hpp"
 
+namespace lawutil {
+
 class law;
 
 // An axis-parallel rectangle.  The four-number and the two-corner constructors order
@@ -52,7 +54,7 @@ class law;
 class rec2d {
   public:
     rec2d() : x0_(0), y0_(0), x1_(0), y1_(0), empty_(true) {}
-    rec2d(const complex_number& a, const complex_number& b);
+    rec2d(const vorx::complex_number& a, const vorx::complex_number& b);
     rec2d(double low_x, double low_y, double high_x, double high_y);
 
     double low_x() const { return x0_; }
@@ -63,15 +65,15 @@ class rec2d {
     // All four numbers are finite.
     bool finite() const;
 
-    complex_number center() const;
-    complex_number down_left() const { return complex_number(x0_, y0_); }
-    complex_number down_right() const { return complex_number(x1_, y0_); }
-    complex_number up_right() const { return complex_number(x1_, y1_); }
-    complex_number up_left() const { return complex_number(x0_, y1_); }
+    vorx::complex_number center() const;
+    vorx::complex_number down_left() const { return vorx::complex_number(x0_, y0_); }
+    vorx::complex_number down_right() const { return vorx::complex_number(x1_, y0_); }
+    vorx::complex_number up_right() const { return vorx::complex_number(x1_, y1_); }
+    vorx::complex_number up_left() const { return vorx::complex_number(x0_, y1_); }
     // 0 for the empty rectangle.
     double diagonal() const;
     // x0 <= x <= x1 and y0 <= y <= y1: the edges belong to the rectangle.
-    bool inside(const complex_number& z) const;
+    bool inside(const vorx::complex_number& z) const;
 
   private:
     double x0_, y0_, x1_, y1_;
@@ -79,11 +81,11 @@ class rec2d {
 };
 
 // One zero found: the point, the magnitude there and the final step of its search.
-class Root_2D : public VORX_OBJECT {
+class Root_2D : public vorx::VORX_OBJECT {
   public:
-    Root_2D(complex_number point, double value, double step, Root_2D* next)
+    Root_2D(vorx::complex_number point, double value, double step, Root_2D* next)
         : point(point), value(value), step(step), next(next) {}
-    complex_number point;
+    vorx::complex_number point;
     double value;
     double step;
     Root_2D* next;
@@ -99,7 +101,7 @@ class Root_2D_set {
 
     // 1: a new node; 0: merged into a zero already held.  f (may be null: distance rule
     // only) is the magnitude law, evaluated at most once per nearby node.
-    int add(law* f, complex_number point, double value, double step);
+    int add(law* f, vorx::complex_number point, double value, double step);
     int size() const;
     Root_2D* head() const { return head_; }
 
@@ -108,7 +110,7 @@ class Root_2D_set {
 };
 
 // One cell of the search tree; it owns its children.
-class Quad_tree : public VORX_OBJECT {
+class Quad_tree : public vorx::VORX_OBJECT {
   public:
     // States of a cell.
     enum { not_searched = -3, not_admissible = -2, left_cell = -4, found = 0 };
@@ -135,7 +137,7 @@ class Quad_tree : public VORX_OBJECT {
     int depth() const { return depth_; }
     int state() const { return state_; }
     int result() const { return result_; }
-    complex_number point() const { return point_; }
+    vorx::complex_number point() const { return point_; }
     double value() const { return value_; }
     double step() const { return step_; }
     // Child i (0 down left, 1 down right, 2 up right, 3 up left) or null.
@@ -146,7 +148,7 @@ class Quad_tree : public VORX_OBJECT {
   private:
     rec2d cell_;
     int depth_;
-    complex_number point_;
+    vorx::complex_number point_;
     double value_ = 0.0;
     double step_ = 0.0;
     int state_ = not_searched;
@@ -157,9 +159,11 @@ class Quad_tree : public VORX_OBJECT {
 // Zeros of the magnitude law f in R, searched by Nmin2D from each start point (first
 // step root_search_tol, largest distance R's diagonal).  Returns a new array (tracked
 // memory, owned by the caller, never null) of *n points.
-complex_number* Nroot2D(law* f, law* admissible, rec2d R, int* n, complex_number* starts,
-                        int n_starts, law* stop);
+vorx::complex_number* Nroot2D(law* f, law* admissible, rec2d R, int* n,
+                              vorx::complex_number* starts, int n_starts, law* stop);
 // Zeros of the magnitude law f in R from a quadtree pruned by the reach law g, and from
 // the start points.  Restores the default tolerances first.
-complex_number* Nroot2D(law* f, law* g, law* admissible, rec2d R, int* n, complex_number* starts,
-                        int n_starts);
+vorx::complex_number* Nroot2D(law* f, law* g, law* admissible, rec2d R, int* n,
+                              vorx::complex_number* starts, int n_starts);
+
+}  // namespace lawutil

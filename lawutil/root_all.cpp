@@ -92,6 +92,10 @@
 #include "lawutil/law_base.hpp"
 #include "lawutil/main_law_err.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 constexpr int finest = 128;     // largest degree of one interpolant
@@ -1296,3 +1300,5 @@ classified_root* Nroot_classified(law* f, double a, double b, int* n, root_searc
     if (n) *n = count;
     return result;
 }
+
+}  // namespace lawutil

@@ -15,6 +15,8 @@
 // a root when |f| there is at most 1e-11 of the piece's largest value.
 #pragma once
 
+namespace lawutil {
+
 class law;
 
 // What a reported point is.
@@ -61,3 +63,5 @@ struct root_search_info {
 // map one input to one output, LAW_BAD_BOUNDS for an end that is NaN or infinite.
 classified_root* Nroot_classified(law* f, double a, double b, int* n,
                                   root_search_info* info = nullptr, int max_evaluations = 20000);
+
+}  // namespace lawutil

@@ -41,6 +41,10 @@
 #include "lawutil/main_law.hpp"
 #include "lawutil/main_law_arith.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 constexpr double step_floor = 1e-14;
@@ -293,3 +297,5 @@ double Nmax_quick(law* f, double a, double b, int n, double step, double tol) {
     law_holder negated(VORX_NEW negate_law(f));
     return Nmin_quick(negated.get(), a, b, n, step, tol);
 }
+
+}  // namespace lawutil

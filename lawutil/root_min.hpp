@@ -23,6 +23,8 @@
 #include "base/complex_number.hpp"
 #include "base/nvector.hpp"
 
+namespace lawutil {
+
 class law;
 
 // The position of a local minimum of f (one input) near the best of n samples of
@@ -38,8 +40,9 @@ double Nmax_quick(law* f, double a, double b, int n, double step, double tol);
 // stops it).  Without a stop law it ends when the step is at most root_x_tol; with one,
 // when the stop law at the current point is at most root_f_tol; always when the step
 // falls below 1e-14 or the evaluation bound is passed.  Output pointers may be null.
-complex_number Nmin2D(law* f, law* admissible, complex_number start, double h, double max_distance,
-                      double* value, double* last_step, int* status, law* stop);
+vorx::complex_number Nmin2D(law* f, law* admissible, vorx::complex_number start, double h,
+                            double max_distance, double* value, double* last_step, int* status,
+                            law* stop);
 
 // The same search over n = start.size() coordinates, each with its own step (all > 0).
 // Trial points are start +- step[i] along each axis and one point along the estimated
@@ -47,9 +50,11 @@ complex_number Nmin2D(law* f, law* admissible, complex_number start, double h, d
 // Without a stop law it ends when the largest step is at most `tol` (tol <= 0: only at
 // the 1e-14 floor); with one, when the stop law is at most root_f_tol.  `value` gets the
 // best value and `last_step` (when not null) twice the final step vector.
-nvector NminND(law* f, law* admissible, nvector& start, nvector& step, double* value,
-               nvector* last_step, double tol, law* stop);
+vorx::nvector NminND(law* f, law* admissible, vorx::nvector& start, vorx::nvector& step,
+                     double* value, vorx::nvector* last_step, double tol, law* stop);
 
 // Raises LAW_DIM unless `l` reads at most `inputs` inputs and returns one value; a null
 // law passes unless `required`.  The argument check of the searches, shared with Nroot2D.
 void check_search_law(const law* l, int inputs, bool required);
+
+}  // namespace lawutil

@@ -37,6 +37,10 @@
 #include "lawutil/law_vector.hpp"
 #include "lawutil/main_law_arith.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 // The list heads are constant-initialised, so they are valid (empty) before any rule of
@@ -912,3 +916,5 @@ law* law_chain::rebuild(int i, law* with, int drop) const {
     if (k > 1 && !op_) return nullptr;
     return make_list_law(list.get(), k, op_);
 }
+
+}  // namespace lawutil

@@ -18,6 +18,8 @@
 
 #include "lawutil/law_base.hpp"
 
+namespace lawutil {
+
 class binary_law;
 
 // A new law holding one use, equivalent to `in` (which keeps its uses and is not
@@ -125,3 +127,5 @@ class law_chain {
     law** items_;
     int n_;
 };
+
+}  // namespace lawutil

@@ -1,5 +1,7 @@
 #include "lawutil/sw_common.hpp"
 
+namespace lawutil {
+
 void sw_basis(const double* U, int p, int k, double t, double* N) {
     double left[sw_max_degree + 1], right[sw_max_degree + 1];
     N[0] = 1.0;
@@ -69,3 +71,5 @@ bool sw_band_solve(double* A, int F, int p, double* R, int cols) {
     }
     return true;
 }
+
+}  // namespace lawutil

@@ -5,6 +5,8 @@
 
 #include <cmath>
 
+namespace lawutil {
+
 // The highest degree the approximations build.
 constexpr int sw_max_degree = 7;
 
@@ -70,3 +72,5 @@ double sw_brent_max(G g, double lo, double hi, double x0, double g0) {
     }
     return -fx;
 }
+
+}  // namespace lawutil

@@ -49,6 +49,10 @@
 #include "lawutil/main_law_err.hpp"
 #include "lawutil/sw_curve_util.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 // Parameters closer than this are the same parameter.
@@ -506,3 +510,5 @@ void sw_curve::debug() const {
                          knot);
     }
 }
+
+}  // namespace lawutil

@@ -18,9 +18,13 @@
 #include "base/memory.hpp"
 #include "base/position.hpp"
 
+namespace vorx {
 class SizeAccumulator;
+}  // namespace vorx
 
-class sw_curve : public VORX_OBJECT {
+namespace lawutil {
+
+class sw_curve : public vorx::VORX_OBJECT {
   public:
     // Takes a packed block whole (get_data_size() doubles are copied).
     sw_curve(int n, int p, int planar, int closed, int polynomial, int periodic,
@@ -44,7 +48,7 @@ class sw_curve : public VORX_OBJECT {
     // A new copy (the caller owns it: delete it).
     sw_curve* copy_curve() const;
     // Adds the object (when `count_self` is set) and its block.
-    void full_size(SizeAccumulator& acc, int count_self) const;
+    void full_size(vorx::SizeAccumulator& acc, int count_self) const;
 
     int get_num_control_points() const { return num_ctrlpts_; }
     int get_degree() const { return degree_; }
@@ -75,14 +79,15 @@ class sw_curve : public VORX_OBJECT {
     // within 1e-10 of an end is that end; further outside the range the curve is
     // extended linearly along its end tangent (D2 = 0).  In a knot gap the outputs are
     // left as they were.
-    void eval(double t, position* P, vector* D1 = nullptr, vector* D2 = nullptr) const;
+    void eval(double t, vorx::position* P, vorx::vector* D1 = nullptr,
+              vorx::vector* D2 = nullptr) const;
 
     // Not implemented: each raises its NO_SW_* error.
-    vector eval_curvature(double t) const;
+    vorx::vector eval_curvature(double t) const;
     double length(double from, double to) const;
     double length_param(double base, double length) const;
-    double point_perp(const position& p, double guess) const;
-    double point_perp(const position& p) const;
+    double point_perp(const vorx::position& p, double guess) const;
+    double point_perp(const vorx::position& p) const;
 
     // Prints degree, counts, kind and the knot and control point table to the debug
     // stream.
@@ -103,7 +108,7 @@ class sw_curve : public VORX_OBJECT {
     void adopt_block(double* block);
     void clamp_and_check_range();
     int find_span(double t) const;
-    void eval_in_range(double t, position* P, vector* D1, vector* D2) const;
+    void eval_in_range(double t, vorx::position* P, vorx::vector* D1, vorx::vector* D2) const;
 
     int num_ctrlpts_;
     int degree_;
@@ -135,3 +140,5 @@ class sw_curve : public VORX_OBJECT {
     // the working room of the span conversion.
     mutable double* scratch_ = nullptr;
 };
+
+}  // namespace lawutil

@@ -62,6 +62,10 @@
 #include "lawutil/sw_common.hpp"
 #include "lawutil/sw_curve.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 using dvec = std::vector<double, vorx_std_allocator<double>>;
@@ -503,3 +507,5 @@ double sw_curve_max_deviation(law* L, const sw_curve* C) {
     }
     return worst;
 }
+
+}  // namespace lawutil

@@ -29,7 +29,12 @@
 // error the law raises while it is evaluated passes through unchanged.  Nothing leaks.
 #pragma once
 
+namespace vorx {
 class interval;
+}  // namespace vorx
+
+namespace lawutil {
+
 class law;
 class sw_curve;
 
@@ -73,7 +78,7 @@ sw_curve* law_to_sw_curve(law* L, double start, double end, double tolerance,
                           sw_curve_approx_report* report = nullptr);
 
 // The same over a range given as an interval (LAW_BAD_BOUNDS unless it is finite).
-sw_curve* law_to_sw_curve(law* L, const interval& range, double tolerance,
+sw_curve* law_to_sw_curve(law* L, const vorx::interval& range, double tolerance,
                           const sw_curve_approx_options& options = sw_curve_approx_options(),
                           sw_curve_approx_report* report = nullptr);
 
@@ -81,3 +86,5 @@ sw_curve* law_to_sw_curve(law* L, const interval& range, double tolerance,
 // one to three outputs) over the curve's range, by the same per-span maximisation that
 // law_to_sw_curve checks its result with.  LAW_DIM for a null or misshapen argument.
 double sw_curve_max_deviation(law* L, const sw_curve* C);
+
+}  // namespace lawutil

@@ -3,7 +3,11 @@
 #include "base/lists.hpp"
 #include "lawutil/law_unary_data.hpp"
 
-LAW_TYPE_DEF(sw_curve_law_data)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(sw_curve_law_data)
 
 sw_curve_law_data::sw_curve_law_data(const sw_curve& c, double start, double end)
     : base_curve_law_data(start, end), curve_(c.copy_curve()) {}
@@ -62,3 +66,5 @@ law* sw_curve_to_law(const sw_curve& c) {
 
 // The parser reads "SWEDGEn" as the n-th data argument.
 static law_data_prototype<sw_curve_law_data> sw_curve_law_data_prototype;
+
+}  // namespace lawutil

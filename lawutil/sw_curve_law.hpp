@@ -6,8 +6,10 @@
 #include "lawutil/law_data_geom.hpp"
 #include "lawutil/sw_curve.hpp"
 
+namespace lawutil {
+
 class sw_curve_law_data : public base_curve_law_data {
-    LAW_TYPE_DECL(sw_curve_law_data, base_curve_law_data)
+    LAWUTIL_TYPE_DECL(sw_curve_law_data, base_curve_law_data)
     // Keeps a copy of `c`.
     sw_curve_law_data(const sw_curve& c, double start, double end);
 
@@ -21,16 +23,16 @@ class sw_curve_law_data : public base_curve_law_data {
     law_data* deep_copy(pointer_map* pm = nullptr) const override;
     // A new sw_curve_law_data over a copy of the curve with r's ends; this one is
     // untouched.
-    law_data* set_domain(interval* r) const override;
-    void full_size(SizeAccumulator& acc, int count_self = 1) const override;
+    law_data* set_domain(vorx::interval* r) const override;
+    void full_size(vorx::SizeAccumulator& acc, int count_self = 1) const override;
 
     // nderiv 0, 1 or 2; more raise LAW_DATA_CURVE.  The side is not used.
-    vector eval(double t, int nderiv = 0, int side = 0) const override;
+    vorx::vector eval(double t, int nderiv = 0, int side = 0) const override;
     double curvature(double t) const override;
     double length_param(double base, double length) const override;
     double length(double from, double to) const override;
-    double point_perp(const position& p, double guess) const override;
-    double point_perp(const position& p) const override;
+    double point_perp(const vorx::position& p, double guess) const override;
+    double point_perp(const vorx::position& p) const override;
 
   protected:
     ~sw_curve_law_data() noexcept(false) override;
@@ -42,3 +44,5 @@ class sw_curve_law_data : public base_curve_law_data {
 // The curve over its whole range as a law CUR over a copy of it: one input, three
 // outputs.  The caller owns the returned law.
 law* sw_curve_to_law(const sw_curve& c);
+
+}  // namespace lawutil

@@ -7,6 +7,10 @@
 #include "lawutil/main_law_err.hpp"
 #include "lawutil/sw_curve.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 double sw_curve_accuracy(law* L, sw_curve* C) {
     if (!L || !C || L->take_dim() != 1 || L->return_dim() != 3) sys_error(LAW_DIM);
     const int m = 2 * C->get_num_control_points() + 2;
@@ -23,3 +27,5 @@ double sw_curve_accuracy(law* L, sw_curve* C) {
     }
     return std::sqrt(worst);
 }
+
+}  // namespace lawutil

@@ -5,6 +5,8 @@
 #include "base/position.hpp"
 #include "base/tolerance.hpp"
 
+namespace lawutil {
+
 class law;
 class sw_curve;
 
@@ -14,12 +16,12 @@ class sw_curve;
 // Inline: the curve evaluator maps every parameter through it.
 inline void sw_ratio(double a, double t, double b, double va, double& out, double vb) {
     double h = b - a;
-    out = h >= resmch ? va + (vb - va) * ((t - a) / h) : va;
+    out = h >= vorx::resmch ? va + (vb - va) * ((t - a) / h) : va;
 }
-inline void sw_ratio(double a, double t, double b, const vector& va, vector& out,
-                     const vector& vb) {
+inline void sw_ratio(double a, double t, double b, const vorx::vector& va, vorx::vector& out,
+                     const vorx::vector& vb) {
     double h = b - a;
-    out = h >= resmch ? va + (vb - va) * ((t - a) / h) : va;
+    out = h >= vorx::resmch ? va + (vb - va) * ((t - a) / h) : va;
 }
 
 // The greatest distance between `C` and the position-valued law `L` of one input over
@@ -27,3 +29,5 @@ inline void sw_ratio(double a, double t, double b, const vector& va, vector& out
 // included.  `L` must take one input and return three (LAW_DIM otherwise, also for a null
 // law or curve).
 double sw_curve_accuracy(law* L, sw_curve* C);
+
+}  // namespace lawutil

@@ -13,6 +13,10 @@
 #include "lawutil/main_law_err.hpp"
 #include "lawutil/sw_common.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 double binomial(int n, int k) {
@@ -194,3 +198,5 @@ void sw_surface::eval(double u, double v, position* P, vector* Su, vector* Sv, v
     for (int o = 1; o < 6; ++o)
         if (vs[o]) *vs[o] = vector(out[o][0], out[o][1], out[o][2]);
 }
+
+}  // namespace lawutil

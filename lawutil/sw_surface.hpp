@@ -16,9 +16,13 @@
 #include "base/memory.hpp"
 #include "base/position.hpp"
 
+namespace vorx {
 class SizeAccumulator;
+}  // namespace vorx
 
-class sw_surface : public VORX_OBJECT {
+namespace lawutil {
+
+class sw_surface : public vorx::VORX_OBJECT {
   public:
     // Bad input raises SW_BAD_ORDER (a degree outside 1..7, or fewer control points than
     // degree + 1 in a direction), LAW_BAD_DOMAN (null or decreasing knots, no parameter
@@ -32,7 +36,7 @@ class sw_surface : public VORX_OBJECT {
     // A new surface over the same knots and points (the caller owns it).
     sw_surface* copy_surface() const;
     // The object, its block and the patch caches once filled.
-    void full_size(SizeAccumulator& acc, int count_self) const;
+    void full_size(vorx::SizeAccumulator& acc, int count_self) const;
 
     int get_num_control_points_u() const { return nu_; }
     int get_num_control_points_v() const { return nv_; }
@@ -58,8 +62,9 @@ class sw_surface : public VORX_OBJECT {
 
     // Point and first and second partials at (u, v); any output may be null.  A parameter
     // within 1e-10 of the range is clamped to it; further outside raises SW_SURFACE_EVAL.
-    void eval(double u, double v, position* P, vector* Su = nullptr, vector* Sv = nullptr,
-              vector* Suu = nullptr, vector* Suv = nullptr, vector* Svv = nullptr) const;
+    void eval(double u, double v, vorx::position* P, vorx::vector* Su = nullptr,
+              vorx::vector* Sv = nullptr, vorx::vector* Suu = nullptr, vorx::vector* Suv = nullptr,
+              vorx::vector* Svv = nullptr) const;
 
   private:
     void fill_caches() const;
@@ -75,3 +80,5 @@ class sw_surface : public VORX_OBJECT {
     mutable double* bezier_ = nullptr;
     mutable double* power_ = nullptr;
 };
+
+}  // namespace lawutil

@@ -6,7 +6,11 @@
 #include "base/lists.hpp"
 #include "lawutil/law_unary_data.hpp"
 
-LAW_TYPE_DEF(sw_surface_law_data)
+using namespace vorx;
+
+namespace lawutil {
+
+LAWUTIL_TYPE_DEF(sw_surface_law_data)
 
 sw_surface_law_data::sw_surface_law_data(const sw_surface& s) : surface_(s.copy_surface()) {}
 
@@ -112,3 +116,5 @@ law* sw_surface_to_law(const sw_surface& s) {
 
 // The parser reads "SWSURFn" as the n-th data argument.
 static law_data_prototype<sw_surface_law_data> sw_surface_law_data_prototype;
+
+}  // namespace lawutil

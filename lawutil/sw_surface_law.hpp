@@ -17,8 +17,10 @@
 #include "lawutil/law_data_geom.hpp"
 #include "lawutil/sw_surface.hpp"
 
+namespace lawutil {
+
 class sw_surface_law_data : public base_surface_law_data {
-    LAW_TYPE_DECL(sw_surface_law_data, base_surface_law_data)
+    LAWUTIL_TYPE_DECL(sw_surface_law_data, base_surface_law_data)
     // Keeps a copy of `s`.
     explicit sw_surface_law_data(const sw_surface& s);
 
@@ -30,18 +32,19 @@ class sw_surface_law_data : public base_surface_law_data {
     const char* symbol(law_symbol_type) const override { return "SWSURF"; }
     int date() const override { return 60100; }
     law_data* deep_copy(pointer_map* pm = nullptr) const override;
-    void full_size(SizeAccumulator& acc, int count_self = 1) const override;
+    void full_size(vorx::SizeAccumulator& acc, int count_self = 1) const override;
 
-    position eval_position(const par_pos& uv) const override;
-    void eval(const par_pos& uv, position& P, vector* first, vector* second) const override;
-    unit_vector eval_normal(const par_pos& uv) const override;
-    double gaussian_curvature(const par_pos& uv) const override;
-    double mean_curvature(const par_pos& uv) const override;
-    double max_curvature(const par_pos& uv) const override;
-    double min_curvature(const par_pos& uv) const override;
+    vorx::position eval_position(const vorx::par_pos& uv) const override;
+    void eval(const vorx::par_pos& uv, vorx::position& P, vorx::vector* first,
+              vorx::vector* second) const override;
+    vorx::unit_vector eval_normal(const vorx::par_pos& uv) const override;
+    double gaussian_curvature(const vorx::par_pos& uv) const override;
+    double mean_curvature(const vorx::par_pos& uv) const override;
+    double max_curvature(const vorx::par_pos& uv) const override;
+    double min_curvature(const vorx::par_pos& uv) const override;
     // The surface is its own spline approximation: the exact point.
-    position approx_position(const par_pos& uv) const override;
-    bool param_range(interval& u, interval& v) const override;
+    vorx::position approx_position(const vorx::par_pos& uv) const override;
+    bool param_range(vorx::interval& u, vorx::interval& v) const override;
 
   protected:
     ~sw_surface_law_data() noexcept(false) override;
@@ -49,10 +52,12 @@ class sw_surface_law_data : public base_surface_law_data {
   private:
     const sw_surface& checked() const;
     // Gaussian and mean curvature at uv.
-    void curvatures(const par_pos& uv, double& K, double& H) const;
+    void curvatures(const vorx::par_pos& uv, double& K, double& H) const;
     sw_surface* surface_;
 };
 
 // The surface as a law SURF over a copy of it: two inputs (u, v), three outputs.  The
 // caller owns the returned law.
 law* sw_surface_to_law(const sw_surface& s);
+
+}  // namespace lawutil

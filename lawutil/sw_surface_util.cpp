@@ -12,6 +12,10 @@
 #include "lawutil/sw_common.hpp"
 #include "lawutil/sw_surface.hpp"
 
+using namespace vorx;
+
+namespace lawutil {
+
 namespace {
 
 using dvec = std::vector<double, vorx_std_allocator<double>>;
@@ -323,3 +327,5 @@ void surface_evaluator::eval(double u, double v, position* P, vector* Su, vector
         *Sv = vector(y[0], y[1], y[2]);
     }
 }
+
+}  // namespace lawutil

@@ -28,6 +28,8 @@
 #include "base/position.hpp"
 #include "lawutil/law_base.hpp"
 
+namespace lawutil {
+
 class sw_surface;
 
 struct sw_surface_approx_options {
@@ -66,9 +68,12 @@ class surface_evaluator {
   public:
     explicit surface_evaluator(law* L);  // LAW_DIM unless two inputs and three outputs
     explicit surface_evaluator(const sw_surface* S);
-    void eval(double u, double v, position* P, vector* Su = nullptr, vector* Sv = nullptr) const;
+    void eval(double u, double v, vorx::position* P, vorx::vector* Su = nullptr,
+              vorx::vector* Sv = nullptr) const;
 
   private:
     law_holder law_, du_, dv_;
     const sw_surface* surface_ = nullptr;
 };
+
+}  // namespace lawutil

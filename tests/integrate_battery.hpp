@@ -7,6 +7,7 @@
 
 #include <cmath>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/integrate.hpp"
 
 struct battery_case {

@@ -64,7 +64,7 @@ H vec_of(int n, const H& part) {
 // y = a*x + b, invertible unless told otherwise; records the guess it is handed.  With
 // `branching` set it has a branching form of that many branches.
 class affine_law : public law {
-    LAW_TYPE_DECL(affine_law, law)
+    LAWUTIL_TYPE_DECL(affine_law, law)
     affine_law(double a, double b, bool invertible = true, int branching = 0)
         : a_(a), b_(b), invertible_(invertible), branching_(branching) {}
     void evaluate(const double* x, double* y) const override { *y = a_ * x[0] + b_; }
@@ -89,7 +89,7 @@ class affine_law : public law {
     bool invertible_;
     int branching_;
 };
-LAW_TYPE_DEF(affine_law)
+LAWUTIL_TYPE_DEF(affine_law)
 
 H affine(double a, double b, bool invertible = true, int branching = 0) {
     return H(VORX_NEW affine_law(a, b, invertible, branching));
@@ -100,7 +100,7 @@ double guess_seen(const H& l) {
 
 // Answers the first entry of the side it is given, 0 without one.
 class side_probe : public law {
-    LAW_TYPE_DECL(side_probe, law)
+    LAWUTIL_TYPE_DECL(side_probe, law)
     side_probe() = default;
     void evaluate(const double*, double* y) const override { *y = 0.0; }
     void evaluate_with_side(const double*, double* y, const int* side) const override {
@@ -108,7 +108,7 @@ class side_probe : public law {
     }
     const char* symbol(law_symbol_type) const override { return "SIDE"; }
 };
-LAW_TYPE_DEF(side_probe)
+LAWUTIL_TYPE_DEF(side_probe)
 
 // Exposes deriv, so a derivative is read as built, before simplification.
 template <class L>

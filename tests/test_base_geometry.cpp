@@ -13,6 +13,7 @@
 #include "base/errors.hpp"
 #include "base/geometry.hpp"
 #include "base/memory.hpp"
+#include "lawutil/global_names.hpp"
 
 namespace {
 

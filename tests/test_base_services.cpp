@@ -11,6 +11,7 @@
 #include "base/null_ref.hpp"
 #include "base/options.hpp"
 #include "base/output.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/main_law_err.hpp"
 
 TEST(Memory, LiveCountsArePerSourceTag) {
@@ -68,9 +69,9 @@ TEST(Messages, ModulesGetDisjointRangesAndBadIndicesStayClear) {
     EXPECT_NE(base0, law0);
     EXPECT_EQ(find_message_module(law0), &lawutil_main_law_errmod);
     // Out-of-range indices map to the base library's "bad index" code, not a crash.
-    EXPECT_EQ(lawutil_main_law_errmod.message_code(93), BASE_BAD_MESSAGE_INDEX);
-    EXPECT_EQ(lawutil_main_law_errmod.message_code(-1), BASE_BAD_MESSAGE_INDEX);
-    EXPECT_STREQ(find_message(BASE_BAD_MESSAGE_INDEX), "Message index out of range");
+    EXPECT_EQ(lawutil_main_law_errmod.message_code(93), VORX_BAD_MESSAGE_INDEX);
+    EXPECT_EQ(lawutil_main_law_errmod.message_code(-1), VORX_BAD_MESSAGE_INDEX);
+    EXPECT_STREQ(find_message(VORX_BAD_MESSAGE_INDEX), "Message index out of range");
     EXPECT_STREQ(find_message(-5), "Unknown error");
     EXPECT_STREQ(find_message_name(-5), "UNKNOWN_ERROR");
 }

@@ -27,16 +27,16 @@ class tamper_law : public constant_law {
 
 // Two-argument test operators: one plain, one associative and commutative.
 class pair_law : public binary_law {
-    LAW_TYPE_DECL(pair_law, binary_law)
+    LAWUTIL_TYPE_DECL(pair_law, binary_law)
     pair_law(law* a, law* b) : binary_law(a, b) {}
     const char* symbol(law_symbol_type) const override { return "#"; }
     int precedence() const override { return 6; }
     binary_law* make_one(law* a, law* b) const override { return VORX_NEW pair_law(a, b); }
 };
-LAW_TYPE_DEF(pair_law)
+LAWUTIL_TYPE_DEF(pair_law)
 
 class ac_law : public binary_law {
-    LAW_TYPE_DECL(ac_law, binary_law)
+    LAWUTIL_TYPE_DECL(ac_law, binary_law)
     ac_law(law* a, law* b) : binary_law(a, b) {}
     const char* symbol(law_symbol_type) const override { return "&"; }
     int precedence() const override { return 5; }
@@ -44,18 +44,18 @@ class ac_law : public binary_law {
     int commutative() const override { return 1; }
     binary_law* make_one(law* a, law* b) const override { return VORX_NEW ac_law(a, b); }
 };
-LAW_TYPE_DEF(ac_law)
+LAWUTIL_TYPE_DEF(ac_law)
 
 class wrap_law : public unary_law {
-    LAW_TYPE_DECL(wrap_law, unary_law)
+    LAWUTIL_TYPE_DECL(wrap_law, unary_law)
     explicit wrap_law(law* a) : unary_law(a) {}
     const char* symbol(law_symbol_type t) const override { return t ? "w" : "W"; }
     unary_law* make_one(law* a) const override { return VORX_NEW wrap_law(a); }
 };
-LAW_TYPE_DEF(wrap_law)
+LAWUTIL_TYPE_DEF(wrap_law)
 
 class list_law : public multiple_law {
-    LAW_TYPE_DECL(list_law, multiple_law)
+    LAWUTIL_TYPE_DECL(list_law, multiple_law)
     list_law(law** s, int n, int comm = 0) : multiple_law(s, n), comm_(comm) {}
     const char* symbol(law_symbol_type t) const override { return t ? "[#a]" : "L"; }
     int commutative() const override { return comm_; }
@@ -64,11 +64,11 @@ class list_law : public multiple_law {
   private:
     int comm_;
 };
-LAW_TYPE_DEF(list_law)
+LAWUTIL_TYPE_DEF(list_law)
 
 // A data kind for the printing and copying tests.
 class tag_data : public law_data {
-    LAW_TYPE_DECL(tag_data, law_data)
+    LAWUTIL_TYPE_DECL(tag_data, law_data)
     explicit tag_data(int v) : value(v) {}
     void save(int&) const override {}
     const char* symbol(law_symbol_type) const override { return "TAG"; }
@@ -77,17 +77,17 @@ class tag_data : public law_data {
     void print(D3_ostream&) const override {}
     int value;
 };
-LAW_TYPE_DEF(tag_data)
+LAWUTIL_TYPE_DEF(tag_data)
 
 class data_pair_law : public multiple_data_law {
-    LAW_TYPE_DECL(data_pair_law, multiple_data_law)
+    LAWUTIL_TYPE_DECL(data_pair_law, multiple_data_law)
     data_pair_law(law_data** d, int n) : multiple_data_law(d, n) {}
     const char* symbol(law_symbol_type) const override { return "DP"; }
     multiple_data_law* make_one(law_data** d, int n) const override {
         return VORX_NEW data_pair_law(d, n);
     }
 };
-LAW_TYPE_DEF(data_pair_law)
+LAWUTIL_TYPE_DEF(data_pair_law)
 
 // Builds small trees of the test operators over X, Y and Z, and owns every node.
 struct trees {

@@ -8,6 +8,7 @@
 #include "base/matrix.hpp"
 #include "base/nvector.hpp"
 #include "base/transf.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "base/output.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 TEST(Lifecycle, StartsAndStopsAreCounted) {

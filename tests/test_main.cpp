@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/memory.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "lawutil/diff.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 namespace {

@@ -241,9 +241,9 @@ TEST(Nroot, LeavesTheDefaultTolerancesAfterASearch) {
 TEST(Nroot, RestoresTolerancesAndReleasesLawsWhenAnErrorEndsTheCall) {
     for (int limit : {12, 20, 40, 80, 160}) {
         write_tolerances(odd);
-        law_holder f(VORX_NEW raising_law(limit, BASE_INTERRUPTED));
+        law_holder f(VORX_NEW raising_law(limit, VORX_INTERRUPTED));
         int n = 7;
-        EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(f.get(), -1, 1, &n)); }), "BASE_INTERRUPTED");
+        EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(f.get(), -1, 1, &n)); }), "VORX_INTERRUPTED");
         EXPECT_TRUE(read_tolerances() == odd) << limit;
         law_holder g(VORX_NEW raising_law(limit, LAW_SQRT));
         EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(g.get(), -1, 1, &n)); }), "") << limit;
@@ -252,7 +252,7 @@ TEST(Nroot, RestoresTolerancesAndReleasesLawsWhenAnErrorEndsTheCall) {
     set_vorx_interrupted(true);
     law_holder f = read("X^2-0.25");
     int n;
-    EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(f.get(), -1, 1, &n)); }), "BASE_INTERRUPTED");
+    EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(f.get(), -1, 1, &n)); }), "VORX_INTERRUPTED");
     set_vorx_interrupted(false);
     EXPECT_TRUE(read_tolerances() == odd);
     set_root_tol_default();

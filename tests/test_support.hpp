@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 // The law's text in the given spelling.

@@ -335,7 +335,7 @@ TEST(UnaryLawDomain, ArgumentComesFirstInDomainAndErrors) {
 
 // a*X + b, with its inverse, to give the term domains something to invert.
 class line_law : public law {
-    LAW_TYPE_DECL(line_law, law)
+    LAWUTIL_TYPE_DECL(line_law, law)
     line_law(double a, double b) : a_(a), b_(b) {}
     void evaluate(const double* x, double* y) const override { *y = a_ * x[0] + b_; }
     const char* symbol(law_symbol_type) const override { return "LINE"; }
@@ -348,7 +348,7 @@ class line_law : public law {
   private:
     double a_, b_;
 };
-LAW_TYPE_DEF(line_law)
+LAWUTIL_TYPE_DEF(line_law)
 
 struct term_domain_row {
     const char* text;

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 int main(int argc, char** argv) {

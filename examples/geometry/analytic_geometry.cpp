@@ -7,11 +7,11 @@
 #include "lawutil/law_util.hpp"
 #include "lawutil/root.hpp"
 
-LAW_TYPE_DEF(helix_curve_data)
-LAW_TYPE_DEF(pcircle_data)
-LAW_TYPE_DEF(arc_wire_data)
-LAW_TYPE_DEF(torus_surface_data)
-LAW_TYPE_DEF(ring_pattern_data)
+LAWUTIL_TYPE_DEF(helix_curve_data)
+LAWUTIL_TYPE_DEF(pcircle_data)
+LAWUTIL_TYPE_DEF(arc_wire_data)
+LAWUTIL_TYPE_DEF(torus_surface_data)
+LAWUTIL_TYPE_DEF(ring_pattern_data)
 
 namespace {
 constexpr double half_pi = 1.5707963267948966;

@@ -15,9 +15,10 @@
 #pragma once
 
 #include "lawutil/law_data_geom.hpp"
+#include "lawutil/global_names.hpp"
 
 class helix_curve_data : public base_curve_law_data {
-    LAW_TYPE_DECL(helix_curve_data, base_curve_law_data)
+    LAWUTIL_TYPE_DECL(helix_curve_data, base_curve_law_data)
     helix_curve_data(double radius = 1.0, double pitch = 0.0, double start = 0.0,
                      double end = 6.283185307179586);
     const char* symbol(law_symbol_type) const override { return "HELIX"; }
@@ -36,7 +37,7 @@ class helix_curve_data : public base_curve_law_data {
 };
 
 class pcircle_data : public base_pcurve_law_data {
-    LAW_TYPE_DECL(pcircle_data, base_pcurve_law_data)
+    LAWUTIL_TYPE_DECL(pcircle_data, base_pcurve_law_data)
     pcircle_data(double u0 = 0.0, double v0 = 0.0, double radius = 1.0);
     const char* symbol(law_symbol_type) const override { return "PCIRCLE"; }
     law_data* deep_copy(pointer_map* pm = nullptr) const override;
@@ -48,7 +49,7 @@ class pcircle_data : public base_pcurve_law_data {
 };
 
 class arc_wire_data : public base_wire_law_data {
-    LAW_TYPE_DECL(arc_wire_data, base_wire_law_data)
+    LAWUTIL_TYPE_DECL(arc_wire_data, base_wire_law_data)
     arc_wire_data();
     const char* symbol(law_symbol_type) const override { return "ARCWIRE"; }
     law_data* deep_copy(pointer_map* pm = nullptr) const override;
@@ -60,7 +61,7 @@ class arc_wire_data : public base_wire_law_data {
 };
 
 class torus_surface_data : public base_surface_law_data {
-    LAW_TYPE_DECL(torus_surface_data, base_surface_law_data)
+    LAWUTIL_TYPE_DECL(torus_surface_data, base_surface_law_data)
     torus_surface_data(double major = 2.0, double minor = 1.0);
     const char* symbol(law_symbol_type) const override { return "TORUS"; }
     law_data* deep_copy(pointer_map* pm = nullptr) const override;
@@ -81,7 +82,7 @@ class torus_surface_data : public base_surface_law_data {
 };
 
 class ring_pattern_data : public base_pattern_law_data {
-    LAW_TYPE_DECL(ring_pattern_data, base_pattern_law_data)
+    LAWUTIL_TYPE_DECL(ring_pattern_data, base_pattern_law_data)
     ring_pattern_data(int count = 4, double angle = 1.5707963267948966);
     const char* symbol(law_symbol_type) const override { return "RING"; }
     law_data* deep_copy(pointer_map* pm = nullptr) const override;

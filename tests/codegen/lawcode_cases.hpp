@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 // Appends the cases to `out`; each element is one reference the caller releases.

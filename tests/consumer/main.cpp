@@ -1,6 +1,7 @@
 // Built against the installed package only: proves the exported headers, libraries and
 // link flags are enough to construct and evaluate a law, and that the umbrella header
 // alone brings every value type the evaluators take or return.
+#include "lawutil/global_names.hpp"
 #include "lawutil/lawutil.hpp"
 
 int main() {

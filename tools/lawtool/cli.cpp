@@ -6,6 +6,7 @@
 
 #include "base/errors.hpp"
 #include "base/output.hpp"
+#include "lawutil/global_names.hpp"
 #include "tools/lawtool/commands.hpp"
 #include "tools/lawtool/law_text.hpp"
 #include "tools/lawtool/lawtool.hpp"

@@ -8,6 +8,7 @@
 
 #include "base/errors.hpp"
 #include "base/output.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/simplfy.hpp"
 #include "tools/lawtool/law_text.hpp"

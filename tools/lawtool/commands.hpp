@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "lawutil/global_names.hpp"
 #include "tools/lawtool/lawtool.hpp"
 
 struct eval_options {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/law_base.hpp"
 #include "tools/lawtool/lawtool.hpp"
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/errors.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/internal_law.hpp"
 #include "lawutil/main_law_err.hpp"
 #include "tools/lawtool/commands.hpp"

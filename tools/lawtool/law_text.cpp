@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/output.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_data.hpp"
 #include "lawutil/law_util.hpp"

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/law_base.hpp"
 
 // The law that `text` describes, with one reference for the caller.  What the reader

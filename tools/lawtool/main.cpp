@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/memory.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/main_law.hpp"
 #include "tools/lawtool/lawtool.hpp"

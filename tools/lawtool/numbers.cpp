@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/output.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/law_util.hpp"
 #include "tools/lawtool/lawtool.hpp"

@@ -9,6 +9,7 @@
 
 #include "base/errors.hpp"
 #include "base/memory.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/integrate.hpp"
 #include "lawutil/root.hpp"
 #include "lawutil/root_all.hpp"

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/law_base.hpp"
 
 // A law of one input (or none) and one output, with one reference for the caller; any

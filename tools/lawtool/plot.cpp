@@ -23,6 +23,7 @@
 
 #include "base/errors.hpp"
 #include "base/memory.hpp"
+#include "lawutil/global_names.hpp"
 #include "lawutil/root_all.hpp"
 #include "tools/lawtool/commands.hpp"
 #include "tools/lawtool/law_text.hpp"

@@ -1,5 +1,6 @@
 #include "tools/lawtool/tree.hpp"
 
+#include "lawutil/global_names.hpp"
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_data.hpp"
 #include "tools/lawtool/law_text.hpp"

@@ -4,7 +4,10 @@
 #include <string>
 #include <vector>
 
+namespace lawutil {
 class law;
+}  // namespace lawutil
+using lawutil::law;
 
 // The tree of `l`, one node a line, children indented under their parent with ASCII
 // branches ("|-- ", "`-- ").  A node shows its class name and, in parentheses, its symbol,
