@@ -34,6 +34,10 @@ if(CONFIG)
     set(config_args --config "${CONFIG}")
 endif()
 run("${CMAKE_COMMAND}" --install "${LAWUTIL_BINARY_DIR}" --prefix "${prefix}" ${config_args})
+# The base headers live under the library's own directory, never as a top-level base/.
+if(EXISTS "${prefix}/include/base" OR NOT EXISTS "${prefix}/include/lawutil/base/memory.hpp")
+    message(FATAL_ERROR "consumer test: base headers not installed under include/lawutil/base")
+endif()
 
 # --- find_package ------------------------------------------------------------------
 set(configure_args
@@ -76,7 +80,8 @@ if(NOT rc EQUAL 0)
 endif()
 separate_arguments(pc_flags UNIX_COMMAND "${pc_flags}")
 set(pc_exe "${CONSUMER_WORK_DIR}/consumer_pkgconfig")
-run("${CXX_COMPILER}" -std=c++17 "${CONSUMER_SOURCE_DIR}/main.cpp" -o "${pc_exe}"
+run("${CXX_COMPILER}" -std=c++17 "${CONSUMER_SOURCE_DIR}/main.cpp"
+    "${CONSUMER_SOURCE_DIR}/std_names.cpp" -o "${pc_exe}"
     ${pc_flags} "-Wl,-rpath,${prefix}/${LIBDIR}")
 run("${pc_exe}")
 message(STATUS "consumer test: pkg-config consumer ran")
