@@ -15,12 +15,13 @@ namespace lawutil {
 // The members every function law of this family declares: construction over its
 // argument (null is accepted, for the registered prototypes), the scalar evaluation, the
 // symbol in both spellings, and make_one.
-#define LAWUTIL_UNARY_FUNCTION_MEMBERS(cls)                                       \
-    explicit cls(law* sub);                                                       \
-    void evaluate(const double* x, double* y) const override;                     \
-    double scalar_value(const double* x) const override;                          \
-    const char* symbol(law_symbol_type type = law_symbol_default) const override; \
-    unary_law* make_one(law* sub) const override;
+#define LAWUTIL_UNARY_FUNCTION_MEMBERS(cls)                                             \
+    explicit cls(::lawutil::law* sub);                                                  \
+    void evaluate(const double* x, double* y) const override;                           \
+    double scalar_value(const double* x) const override;                                \
+    const char* symbol(::lawutil::law_symbol_type type = ::lawutil::law_symbol_default) \
+        const override;                                                                 \
+    ::lawutil::unary_law* make_one(::lawutil::law* sub) const override;
 
 // ---- predicates (no derivative) ----
 

@@ -20,32 +20,34 @@ namespace lawutil {
 
 // Members every law of this file declares: its prototype and checked constructors, its
 // keyword ("no_maple" in other spellings), make_one, evaluation and dimensions.
-#define LAWUTIL_UNARY_DATA_MEMBERS(cls)                                           \
-    cls();                                                                        \
-    explicit cls(law_data* data);                                                 \
-    const char* symbol(law_symbol_type type = law_symbol_default) const override; \
-    unary_data_law* make_one(law_data* data) const override;                      \
-    void evaluate(const double* x, double* y) const override;                     \
-                                                                                  \
-  protected:                                                                      \
-    law* deriv(int which) const override;                                         \
-    int take_size() const override;                                               \
-    int return_size() const override;                                             \
-                                                                                  \
+#define LAWUTIL_UNARY_DATA_MEMBERS(cls)                                                 \
+    cls();                                                                              \
+    explicit cls(::lawutil::law_data* data);                                            \
+    const char* symbol(::lawutil::law_symbol_type type = ::lawutil::law_symbol_default) \
+        const override;                                                                 \
+    ::lawutil::unary_data_law* make_one(::lawutil::law_data* data) const override;      \
+    void evaluate(const double* x, double* y) const override;                           \
+                                                                                        \
+  protected:                                                                            \
+    ::lawutil::law* deriv(int which) const override;                                    \
+    int take_size() const override;                                                     \
+    int return_size() const override;                                                   \
+                                                                                        \
   public:
 
-#define LAWUTIL_MULTIPLE_DATA_MEMBERS(cls)                                        \
-    cls();                                                                        \
-    cls(law_data** data, int count);                                              \
-    const char* symbol(law_symbol_type type = law_symbol_default) const override; \
-    multiple_data_law* make_one(law_data** data, int count) const override;       \
-    void evaluate(const double* x, double* y) const override;                     \
-                                                                                  \
-  protected:                                                                      \
-    law* deriv(int which) const override;                                         \
-    int take_size() const override;                                               \
-    int return_size() const override;                                             \
-                                                                                  \
+#define LAWUTIL_MULTIPLE_DATA_MEMBERS(cls)                                                        \
+    cls();                                                                                        \
+    cls(::lawutil::law_data** data, int count);                                                   \
+    const char* symbol(::lawutil::law_symbol_type type = ::lawutil::law_symbol_default)           \
+        const override;                                                                           \
+    ::lawutil::multiple_data_law* make_one(::lawutil::law_data** data, int count) const override; \
+    void evaluate(const double* x, double* y) const override;                                     \
+                                                                                                  \
+  protected:                                                                                      \
+    ::lawutil::law* deriv(int which) const override;                                              \
+    int take_size() const override;                                                               \
+    int return_size() const override;                                                             \
+                                                                                                  \
   public:
 
 // D(F, which, 1) over F, whose reference it adopts: the derivative of a data law that has
@@ -96,9 +98,9 @@ class wire_law : public unary_data_law {
 
 // The members of a law of one derivative order over a path.
 #define LAWUTIL_ORDER_MEMBERS(cls)                                                       \
-    LAWUTIL_TYPE_DECL(cls, multiple_data_law)                                            \
+    LAWUTIL_TYPE_DECL(cls, ::lawutil::multiple_data_law)                                 \
     LAWUTIL_MULTIPLE_DATA_MEMBERS(cls)                                                   \
-    cls(law_data* path, int order);                                                      \
+    cls(::lawutil::law_data* path, int order);                                           \
     int order() const {                                                                  \
         return order_;                                                                   \
     }                                                                                    \

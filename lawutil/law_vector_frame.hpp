@@ -25,18 +25,19 @@ namespace lawutil {
 // constructor over the parts (null for the registered prototypes), evaluation, the
 // symbol in both spellings, make_one (which checks the part count), the symbolic
 // derivative and the output size.  Leaves access public.
-#define LAWUTIL_VECTOR3_MEMBERS(cls)                                              \
-    cls(law** parts, int n);                                                      \
-    void evaluate(const double* x, double* y) const override;                     \
-    const char* symbol(law_symbol_type type = law_symbol_default) const override; \
-    multiple_law* make_one(law** parts, int n) const override;                    \
-                                                                                  \
-  protected:                                                                      \
-    law* deriv(int which) const override;                                         \
-    int return_size() const override {                                            \
-        return 3;                                                                 \
-    }                                                                             \
-                                                                                  \
+#define LAWUTIL_VECTOR3_MEMBERS(cls)                                                    \
+    cls(::lawutil::law** parts, int n);                                                 \
+    void evaluate(const double* x, double* y) const override;                           \
+    const char* symbol(::lawutil::law_symbol_type type = ::lawutil::law_symbol_default) \
+        const override;                                                                 \
+    ::lawutil::multiple_law* make_one(::lawutil::law** parts, int n) const override;    \
+                                                                                        \
+  protected:                                                                            \
+    ::lawutil::law* deriv(int which) const override;                                    \
+    int return_size() const override {                                                  \
+        return 3;                                                                       \
+    }                                                                                   \
+                                                                                        \
   public:
 
 // CROSS(A,B) = A x B for two 3-vector laws.  make_one (the parser's route) raises

@@ -48,8 +48,8 @@ class transform_data_law : public multiple_data_law {
     law* carried_deriv(int which, law_data* t, bool as_vectrans) const;
 };
 
-#define LAWUTIL_TRANSFORM_MEMBERS(cls)         \
-    LAWUTIL_TYPE_DECL(cls, transform_data_law) \
+#define LAWUTIL_TRANSFORM_MEMBERS(cls)                    \
+    LAWUTIL_TYPE_DECL(cls, ::lawutil::transform_data_law) \
     LAWUTIL_MULTIPLE_DATA_MEMBERS(cls)
 
 // TRANS(P,T) = P A s + t: the position law P carried by T.
