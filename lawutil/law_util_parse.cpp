@@ -337,8 +337,11 @@ void note_fault(int code, const char* reason, std::string_view tail) {
     size_t at = top.size() >= tail.size() && top.substr(top.size() - tail.size()) == tail
                     ? top.size() - tail.size()
                     : top.rfind(tail);
+    // A fault at the end of the text is shown just after its last character, not after
+    // the white space that may follow it.
     size_t byte = at == std::string_view::npos ? 0
                   : at < f->top_size           ? f->origin[at]
+                  : f->top_size                ? f->origin[f->top_size - 1] + 1
                                                : std::strlen(f->user);
     // One column per character: UTF-8 continuation bytes take none.
     int column = 1;
