@@ -63,6 +63,8 @@ std::string caret_message(const std::string& headline, const std::string& text, 
     return headline + "\n  " + window + "\n  " + std::string(column, ' ') + "^";
 }
 
+namespace {
+
 // The byte of `text` at which character `column` (from 1) starts, or the text's end.
 size_t byte_of_column(const std::string& text, int column) {
     size_t at = 0;
@@ -85,6 +87,8 @@ long reference_number(const std::string& text, size_t at) {
         n = std::min(n * 10 + (ref[i] - '0'), 1000000000L);
     return n;
 }
+
+}  // namespace
 
 law* read_law_text(const std::string& text) {
     if (!lenient) check_law_text(text);
