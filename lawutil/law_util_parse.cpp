@@ -1,9 +1,10 @@
 // str_to_law: the reader of the law text form.
 //
-// A recursive splitter, not a grammar: at each level the whole text is scanned once,
-// token by token, the token at which to split is picked (the shallowest, then the lowest
-// precedence), the law it names is built and the pieces of text around it are read
-// recursively.  The names it knows are the symbols of the registered prototypes.
+// A recursive splitter, not a grammar: the token at which to split a text is picked (the
+// shallowest, then the lowest precedence), the law it names is built and the pieces of
+// text around it are read recursively, each as if it were given alone.  The names it
+// knows are the symbols of the registered prototypes.  The text is scanned once and the
+// pieces are read in place, so reading takes O(n log n) time (see "One scan per text").
 //
 // Two front doors share this one splitter.  str_to_law prints what went wrong and returns
 // null.  read_law prints nothing: while it runs, a per-thread fault record collects the
@@ -12,9 +13,11 @@
 // where they came from in the caller's text, and so becomes a column there.
 #include <locale.h>
 
+#include <algorithm>
 #include <cctype>
 #include <clocale>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -157,6 +160,7 @@ struct prototype_index {
     struct group {
         int count = 0;
         law* protos[per_group];
+        const char* symbols[per_group];
         unsigned char lengths[per_group];
     };
     const law_list* head = nullptr;
@@ -178,6 +182,7 @@ const prototype_index& prototypes_by_first_char() {
         prototype_index::group& g = index.by_first[prototype_index::group_of(sym[0])];
         if (g.count == prototype_index::per_group) continue;  // far beyond any real registry
         g.protos[g.count] = proto;
+        g.symbols[g.count] = sym;
         g.lengths[g.count] = (unsigned char)k;
         ++g.count;
     }
@@ -231,11 +236,16 @@ token next_token(const char* s, bool operand_expected) {
             if (s[n] == 'E' && s[n + 1]) ++n;
             ++n;
         }
-        piece run(s, 0, n);
+        char small[64];
+        char* copy = n < sizeof small ? small : VORX_ALLOC_ARRAY(char, n + 1);
+        std::memcpy(copy, s, n);
+        copy[n] = '\0';
         char* end = nullptr;
-        double v = strtod_l(run.get(), &end, c_locale());
+        double v = strtod_l(copy, &end, c_locale());
+        bool read = end != copy;
+        if (copy != small) VORX_FREE(copy);
         // A number beyond the doubles would print as "inf", which reads as no law.
-        if (end != run.get() && std::isfinite(v)) {
+        if (read && std::isfinite(v)) {
             t.kind = tok_number;
             t.length = n;
             t.value = v;
@@ -266,7 +276,8 @@ token next_token(const char* s, bool operand_expected) {
     for (int i = 0; i < g.count; ++i) {
         law* proto = g.protos[i];
         size_t k = g.lengths[i];
-        if (k > t.length && std::strncmp(s, proto->symbol(law_symbol_default), k) == 0 &&
+        const char* sym = g.symbols[i];
+        if (k > t.length && (k == 1 || s[1] == sym[1]) && std::strncmp(s, sym, k) == 0 &&
             accepts(proto, operand_expected)) {
             t.kind = tok_prototype;
             t.length = k;
@@ -285,10 +296,12 @@ void normalise(const char* in, text_buf& out, size_t* origin = nullptr) {
     size_t in_size = std::strlen(in);
     text_buf raw(in_size);
     size_t* raw_origin = origin ? VORX_ALLOC_ARRAY(size_t, in_size + 1) : nullptr;
+    char upper[256];  // the locale's upper case, looked up once per text
+    for (int c = 0; c < 256; ++c) upper[c] = (char)std::toupper(c);
     for (const char* p = in; *p; ++p)
         if (*p != ' ' && *p != '\n' && *p != '\t') {
             if (raw_origin) raw_origin[raw.size()] = (size_t)(p - in);
-            raw.push((char)std::toupper((unsigned char)*p));
+            raw.push(upper[(unsigned char)*p]);
         }
     const char* s = raw.get();
     size_t n = raw.size();
@@ -316,21 +329,23 @@ void normalise(const char* in, text_buf& out, size_t* origin = nullptr) {
     }
     if (raw_origin) VORX_FREE(raw_origin);
 }
-
 // Notes the first fault of a read_law call: its code, its reason and the column where
 // `rest` (a tail of some piece of the text) starts in the user's text.
-void note_fault(int code, const char* reason, const char* rest) {
+void note_fault(int code, const char* reason, std::string_view tail) {
     fault_record* f = faults;
     if (!f || f->code) return;
     f->code = code;
     f->reason = reason;
-    std::string_view top(f->top, f->top_size), tail(rest);
+    std::string_view top(f->top, f->top_size);
     // Usually a tail of the whole text; otherwise its last occurrence.
     size_t at = top.size() >= tail.size() && top.substr(top.size() - tail.size()) == tail
                     ? top.size() - tail.size()
                     : top.rfind(tail);
+    // A fault at the end of the text is shown just after its last character, not after
+    // the white space that may follow it.
     size_t byte = at == std::string_view::npos ? 0
                   : at < f->top_size           ? f->origin[at]
+                  : f->top_size                ? f->origin[f->top_size - 1] + 1
                                                : std::strlen(f->user);
     // One column per character: UTF-8 continuation bytes take none.
     int column = 1;
@@ -339,29 +354,20 @@ void note_fault(int code, const char* reason, const char* rest) {
     f->column = column;
 }
 
-law* bad_syntax(const char* rest, const char* reason = "bad syntax") {
+law* bad_syntax(std::string_view rest, const char* reason = "bad syntax") {
     if (faults)
         note_fault(LAW_SYNTAX, reason, rest);
     else
-        vorx_printf("Error bad syntax at %s\n", rest);
+        vorx_printf("Error bad syntax at %.*s\n", (int)rest.size(), rest.data());
     return nullptr;
 }
 
-law* law_not_given(int n, const char* rest) {
+law* law_not_given(int n, std::string_view rest) {
     if (faults)
         note_fault(LAW_DATA_UNKNOWN, "a LAW reference beyond the data given", rest);
     else
         vorx_printf("Error law %d was not given\n", n);
     return nullptr;
-}
-
-bool balanced(const char* s, size_t n) {
-    int depth = 0;
-    for (size_t i = 0; i < n; ++i) {
-        if (s[i] == '(') ++depth;
-        if (s[i] == ')') --depth;
-    }
-    return depth == 0;
 }
 
 // Index of the ')' matching the '(' at `open`, or npos.
@@ -398,45 +404,6 @@ bool for_each_argument(const char* s, size_t open, F take) {
     return true;
 }
 
-law* build_unary(const char* s, size_t at, const token& t, law_data** data, int count) {
-    size_t from = at + t.length;
-    size_t to;
-    if (s[from] == '(') {
-        to = matching_close(s, from);
-        if (to == (size_t)-1) return bad_syntax(s + from);
-        ++from;
-    } else {
-        int depth = 0;
-        for (to = from; s[to]; ++to) {
-            if (s[to] == '(') ++depth;
-            if (s[to] == ')' && --depth < 0) break;
-        }
-    }
-    piece arg(s, from, to);
-    law_holder a(read_text(arg.get(), data, count));
-    if (!a) return nullptr;
-    return static_cast<unary_law*>(t.proto)->make_one(a.get());
-}
-
-law* build_multiple(const char* s, size_t at, const token& t, law_data** data, int count) {
-    size_t open = at + t.length;
-    if (s[open] != '(') return bad_syntax(s + open);
-    int n = 0;
-    for_each_argument(s, open, [&](const char*) { return ++n, true; });
-    law_array args(n);
-    int k = 0;
-    bool ok = true;
-    if (!for_each_argument(s, open, [&](const char* a) {
-            law* l = *a ? read_text(a, data, count) : VORX_NEW constant_law(0.0);
-            if (!l) return ok = false;
-            args.set(k++, l);
-            return true;
-        }))
-        return bad_syntax(s + open);
-    if (!ok) return nullptr;
-    return static_cast<multiple_law*>(t.proto)->make_one(args.get(), n);
-}
-
 // A data argument named by LAWn or a data-prototype symbol and number, or null.
 law_data* data_argument(const token& d, law_data** data, int count, const char* at) {
     if (d.index < 0 || d.index >= count || !data) {
@@ -446,6 +413,7 @@ law_data* data_argument(const token& d, law_data** data, int count, const char* 
     return data[d.index];
 }
 
+// The data laws read from a copy of their own text `s`, the law's symbol at `at`.
 law* build_unary_data(const char* s, size_t at, const token& t, law_data** data, int count) {
     size_t open = at + t.length;
     if (s[open] != '(') return bad_syntax(s + open);
@@ -482,131 +450,422 @@ law* build_multiple_data(const char* s, size_t at, const token& t, law_data** da
     return static_cast<multiple_data_law*>(t.proto)->make_one(args.get(), n);
 }
 
-// The tokens of one normalised text and, for every prefix that ends at a token boundary,
-// the split token that a scan of that prefix alone would pick.  The left text of a binary
-// split is such a prefix whenever its parentheses balance, so a left-nested chain
-// (X+X+...+X) is scanned once, not once per level.
-struct text_scan {
-    char* s = nullptr;
-    size_t count = 0;      // tokens
-    size_t* at = nullptr;  // start of token j; at[count] is the text's length
-    token* tokens = nullptr;
-    int* depth = nullptr;   // nesting depth before token j
-    int* parens = nullptr;  // '(' less ')' characters before token j (a number such as
-                            // '4E)' can hold a parenthesis)
-    long* best = nullptr;   // split token of the prefix of j tokens, or -1
-    ~text_scan() {
-        VORX_FREE(at);
-        VORX_FREE(tokens);
-        VORX_FREE(depth);
-        VORX_FREE(parens);
-        VORX_FREE(best);
-    }
+// ---- One scan per text
+//
+// The reader's rule is "read each piece as if it were given alone": a piece is normalised
+// and scanned afresh, and its split token is the shallowest, then loosest, of its own
+// tokens.  Done literally, every level of the law rescans all the text below it, which is
+// quadratic for deep texts.  Instead the text is normalised and scanned once, and a piece
+// is a range of that scan's tokens (a view) whenever reading it alone would give exactly
+// those tokens; only then is it read in place:
+//   - normalising the piece changes nothing: the scanned text is already normal, and a
+//     piece's end can only matter within its last three characters ('2E' cut from '2E-3',
+//     '2AN' cut from '2AND'), which are checked;
+//   - its first token is the one a fresh scan would take where an operand is expected,
+//     and its last token the one a scan that ends there would take (a data reference
+//     needs the digits after it): both are scanned again and compared;
+//   - the tokens between follow from the first, as the scan is left to right.
+// A piece that fails a check (an argument split inside a number such as '4E,', a
+// parenthesis that is part of a token) is copied and read afresh, as before.
+//
+// Within a view the split token is found by a range query over a segment tree of the
+// tokens' (depth, rank) keys; the first and last tokens' ranks, which look at the
+// neighbours a fresh scan would see, are worked out again.  Matching parentheses, the
+// end of an unparenthesised argument and the top-level commas of a call come from tables
+// over the characters, made in the same scan.  So a text of n characters reads in
+// O(n log n), whatever its shape.
+
+// What a range of tokens offers as a split: the smallest (depth, rank), the first token
+// with it, and the last one with it that stands after an operand (or -1).  The scan's rule
+// "shallowest, then loosest; equal ranks go to the last one standing after an operand,
+// else to the first" is the fold of these over the range, left to right.
+struct split_pick {
+    int depth = 0;
+    int rank = 0;
+    long first = -1;
+    long last_after_operand = -1;
+    long winner() const { return last_after_operand >= 0 ? last_after_operand : first; }
 };
 
-// Scans `s` (normalised); false, after the message, on a token of length 0.
+split_pick combine(const split_pick& l, const split_pick& r) {
+    if (l.first < 0) return r;
+    if (r.first < 0) return l;
+    if (l.depth != r.depth) return l.depth < r.depth ? l : r;
+    if (l.rank != r.rank) return l.rank < r.rank ? l : r;
+    split_pick both = l;
+    if (r.last_after_operand >= 0) both.last_after_operand = r.last_after_operand;
+    return both;
+}
+
+// A token that closes the operand before it, so that the next one stands after an
+// operator ('+', 'MOD', and the prefix '-').
+bool is_after_operator(const token& t) {
+    return t.kind == tok_prototype && (t.proto->isa(binary_law::id()) ||
+                                       std::strcmp(t.proto->symbol(law_symbol_default), "-") == 0);
+}
+
+// A token's rank as a split: its precedence (9 for operands).
+int split_rank(const token& t, bool after_operator, char next) {
+    int rank = t.kind == tok_prototype ? t.proto->precedence() : 9;
+    // A prefix operator that binds loosely (NOT) takes in the rest of the text only where
+    // it starts an operand and is not called like a function: 'NOT X=1' is NOT(X=1), while
+    // 'NOT(X)=1' is (NOT(X))=1 and '1+NOT X' is 1+NOT(X); the text around the call is
+    // never dropped.
+    if (rank < 8 && t.kind == tok_prototype && !t.proto->isa(binary_law::id()) &&
+        (after_operator || next == '('))
+        rank = 8;
+    return rank;
+}
+
+bool same_token(const token& a, const token& b) {
+    return a.kind == b.kind && a.length == b.length && a.index == b.index && a.letter == b.letter &&
+           a.proto == b.proto && std::memcmp(&a.value, &b.value, sizeof a.value) == 0;
+}
+
+// Tracked array of n elements, freed on scope exit.
+template <class T>
+struct tracked_array {
+    T* p = nullptr;
+    void allocate(size_t n) { p = VORX_ALLOC_ARRAY(T, n); }
+    ~tracked_array() {
+        if (p) VORX_FREE(p);
+    }
+    T& operator[](size_t i) const { return p[i]; }
+};
+
+// A normalised text, its tokens and the tables that let any range of them be read in place.
+struct text_scan {
+    char* s = nullptr;
+    size_t n = 0;              // characters
+    size_t count = 0;          // tokens
+    tracked_array<size_t> at;  // start of token j; at[count] == n
+    tracked_array<token> tokens;
+    tracked_array<int> depth;              // '(' less ')' tokens before token j
+    tracked_array<unsigned char> expects;  // an operand expected at token j
+    tracked_array<int> opens;              // '(' less ')' characters before character i (i <= n; a
+                                           // number such as '4E)' can hold a parenthesis)
+    // Character positions in 32 bits, to keep the tables small.
+    tracked_array<uint32_t> drop;            // first i' > i with opens[i'] < opens[i], or n + 1
+    tracked_array<uint32_t> next_separator;  // for '(' or ',': the next ',' or ')' at its level
+    tracked_array<uint32_t> token_at;        // the token starting at character i, or none
+    static constexpr uint32_t none = 0xFFFFFFFF;
+    tracked_array<split_pick> tree;  // segment tree over the tokens, leaves at count + j
+};
+
+split_pick leaf(const text_scan& sc, size_t j, bool after_operator, char next, bool expected) {
+    split_pick p;
+    const token& t = sc.tokens[j];
+    if (t.kind == tok_open || t.kind == tok_close) return p;
+    p.depth = sc.depth[j];
+    p.rank = split_rank(t, after_operator, next);
+    p.first = (long)j;
+    if (!expected) p.last_after_operand = (long)j;
+    return p;
+}
+
+// Scans `s` (normalised, n characters); false, after the message, on a token of length 0.
 bool scan_text(char* s, size_t n, text_scan& sc) {
     sc.s = s;
-    sc.at = VORX_ALLOC_ARRAY(size_t, n + 1);
-    sc.tokens = VORX_ALLOC_ARRAY(token, n + 1);
-    sc.depth = VORX_ALLOC_ARRAY(int, n + 1);
-    sc.parens = VORX_ALLOC_ARRAY(int, n + 1);
-    int parens = 0;
-    sc.best = VORX_ALLOC_ARRAY(long, n + 1);
-    // Pick the split token: shallowest, then lowest rank; equal ranks go to the last one
-    // standing after an operand (operators associate to the left) and to the first one
-    // standing where an operand is expected.
+    sc.n = n;
+    if (n >= text_scan::none - 1) {  // 4 G characters: beyond the tables
+        bad_syntax(s, "text too long");
+        return false;
+    }
+    size_t cap = n / 4 + 16;
+    sc.at.allocate(cap + 1);
+    sc.tokens.allocate(cap + 1);
     bool operand_expected = true;
-    int depth = 0;
-    long best = -1;
-    int best_depth = 0, best_rank = 0;
-    bool after_operator = false;
     size_t j = 0;
-    sc.best[0] = -1;
     for (size_t at = 0; s[at]; ++j) {
         token t = next_token(s + at, operand_expected);
         if (t.length == 0) {
             bad_syntax(s + at);
             return false;
         }
+        if (j == cap) {  // grow both arrays
+            tracked_array<size_t> at2;
+            tracked_array<token> tokens2;
+            at2.allocate(2 * cap + 1);
+            tokens2.allocate(2 * cap + 1);
+            std::memcpy(at2.p, sc.at.p, cap * sizeof(size_t));
+            std::memcpy((void*)tokens2.p, (const void*)sc.tokens.p, cap * sizeof(token));
+            std::swap(at2.p, sc.at.p);
+            std::swap(tokens2.p, sc.tokens.p);
+            cap *= 2;
+        }
         sc.at[j] = at;
         sc.tokens[j] = t;
-        sc.depth[j] = depth;
-        sc.parens[j] = parens;
-        for (size_t i = at; i < at + t.length; ++i) parens += (s[i] == '(') - (s[i] == ')');
-        if (t.kind != tok_open && t.kind != tok_close) {
-            int rank = t.kind == tok_prototype ? t.proto->precedence() : 9;
-            // A prefix operator that binds loosely (NOT) takes in the rest of the text only
-            // where it starts an operand and is not called like a function: 'NOT X=1' is
-            // NOT(X=1), while 'NOT(X)=1' is (NOT(X))=1 and '1+NOT X' is 1+NOT(X); the
-            // text around the call is never dropped.
-            if (rank < 8 && t.kind == tok_prototype && !t.proto->isa(binary_law::id()) &&
-                (after_operator || s[at + t.length] == '('))
-                rank = 8;
-            bool better = best == -1 || depth < best_depth ||
-                          (depth == best_depth &&
-                           (rank < best_rank || (rank == best_rank && !operand_expected)));
-            if (better) {
-                best = (long)j;
-                best_depth = depth;
-                best_rank = rank;
-            }
-        }
-        sc.best[j + 1] = best;
-        if (t.kind == tok_open) ++depth;
-        if (t.kind == tok_close) --depth;
-        after_operator =
-            t.kind == tok_prototype && (t.proto->isa(binary_law::id()) ||
-                                        std::strcmp(t.proto->symbol(law_symbol_default), "-") == 0);
-        operand_expected = t.kind == tok_open || t.kind == tok_comma || after_operator;
+        operand_expected = t.kind == tok_open || t.kind == tok_comma || is_after_operator(t);
         at += t.length;
     }
-    sc.count = j;
-    sc.at[j] = n;
-    sc.depth[j] = depth;
-    sc.parens[j] = parens;
+    size_t count = sc.count = j;
+    sc.at[count] = n;
+    sc.depth.allocate(count + 1);
+    sc.expects.allocate(count + 1);
+    sc.tree.allocate(2 * count + 1);
+    int depth = 0;
+    bool after_operator = false;
+    operand_expected = true;
+    for (j = 0; j < count; ++j) {
+        const token& t = sc.tokens[j];
+        sc.depth[j] = depth;
+        sc.expects[j] = operand_expected;
+        sc.tree[count + j] = leaf(sc, j, after_operator, s[sc.at[j] + t.length], operand_expected);
+        if (t.kind == tok_open) ++depth;
+        if (t.kind == tok_close) --depth;
+        after_operator = is_after_operator(t);
+        operand_expected = t.kind == tok_open || t.kind == tok_comma || after_operator;
+    }
+    for (size_t i = count; i-- > 1;) sc.tree[i] = combine(sc.tree[2 * i], sc.tree[2 * i + 1]);
+
+    // The character tables: depth in parentheses, where it first drops (next smaller
+    // element, by a stack), and the separators of every call.
+    sc.opens.allocate(n + 1);
+    sc.drop.allocate(n + 1);
+    sc.next_separator.allocate(n + 1);
+    sc.token_at.allocate(n + 1);
+    for (size_t i = 0; i <= n; ++i) sc.token_at[i] = text_scan::none;
+    for (j = 0; j <= count; ++j) sc.token_at[sc.at[j]] = (uint32_t)j;
+    tracked_array<uint32_t> stack;
+    stack.allocate(n + 2);
+    size_t top = 0;
+    int opens = 0;
+    for (size_t i = 0; i < n; ++i) {
+        sc.opens[i] = opens;
+        if (s[i] == '(') {
+            ++opens;
+            stack[top++] = (uint32_t)i;
+        } else if (s[i] == ',' && top) {
+            sc.next_separator[stack[top - 1]] = (uint32_t)i;
+            stack[top - 1] = (uint32_t)i;
+        } else if (s[i] == ')') {
+            --opens;
+            if (top) sc.next_separator[stack[--top]] = (uint32_t)i;
+        }
+    }
+    sc.opens[n] = opens;
+    top = 0;
+    for (size_t i = n + 1; i-- > 0;) {
+        while (top && sc.opens[stack[top - 1]] >= sc.opens[i]) --top;
+        sc.drop[i] = top ? stack[top - 1] : (uint32_t)(n + 1);
+        stack[top++] = (uint32_t)i;
+    }
     return true;
 }
 
-law* build_prefix(text_scan& sc, size_t k, law_data** data, int count);
+// A range [a, b) of a scan's tokens, read as the text it spans.  A piece read afresh
+// (`fresh_end`) has nothing after its last token; a prefix of a piece, whose split the
+// old scan of the whole piece decided, still sees the character after it.
+struct view {
+    text_scan* sc;
+    size_t a, b;
+    bool fresh_end;
+    size_t begin() const { return sc->at[a]; }
+    size_t end() const { return sc->at[b]; }
+    std::string_view text() const { return {sc->s + begin(), end() - begin()}; }
+    std::string_view from(size_t i) const { return {sc->s + i, end() - i}; }
+};
 
-// The law of the first k tokens, read as if that prefix had been given alone: it is
-// ended in place for the while.
-law* read_prefix(text_scan& sc, size_t k, law_data** data, int count) {
-    struct end_here {
-        char* p;
-        char kept;
-        explicit end_here(char* q) : p(q), kept(*q) { *q = '\0'; }
-        ~end_here() { *p = kept; }
-    } end(sc.s + sc.at[k]);
-    nesting_guard guard;
-    if (nesting > max_nesting) return bad_syntax(sc.s, "nested too deeply (limit 2,500)");
-    if (std::strcmp(sc.s, "NULL") == 0) return nullptr;
-    if (k == 0) return VORX_NEW constant_law(0.0);
-    return build_prefix(sc, k, data, count);
+// The split token of a view: the fold of the leaves, with the first and last tokens'
+// ranks worked out as a scan of the view alone would.
+long split_of(const view& v) {
+    const text_scan& sc = *v.sc;
+    auto edge = [&](size_t j) {
+        const token& t = sc.tokens[j];
+        bool last = j + 1 == v.b && v.fresh_end;
+        char next = last ? '\0' : sc.s[sc.at[j] + t.length];
+        bool after_operator = j > v.a && is_after_operator(sc.tokens[j - 1]);
+        return leaf(sc, j, after_operator, next, j == v.a ? true : sc.expects[j] != 0);
+    };
+    split_pick left = edge(v.a), right;
+    if (v.b - v.a > 1) {
+        right = edge(v.b - 1);
+        split_pick mid_l, mid_r;
+        for (size_t l = v.a + 1 + sc.count, r = v.b - 1 + sc.count; l < r; l >>= 1, r >>= 1) {
+            if (l & 1) mid_l = combine(mid_l, sc.tree[l++]);
+            if (r & 1) mid_r = combine(sc.tree[--r], mid_r);
+        }
+        left = combine(left, combine(mid_l, mid_r));
+    }
+    return combine(left, right).winner();
 }
 
-law* build_binary(text_scan& sc, size_t k, size_t split, law_data** data, int count) {
+// Whether tokens [a, b) are what a fresh reading of their text would give (see above).
+bool reads_alone(text_scan& sc, size_t a, size_t b) {
+    if (a == b) return true;
     const char* s = sc.s;
+    size_t begin = sc.at[a], end = sc.at[b];
+    // Normalising: an inserted '*' or a dropped one near the end.
+    for (size_t i = std::max(begin + 1, end >= 3 ? end - 3 : 0); i < end; ++i) {
+        if (!std::isdigit((unsigned char)s[i - 1])) continue;
+        char c = s[i], next = i + 1 < end ? s[i + 1] : '\0';
+        if (c == 'E' && (next == '+' || next == '-')) continue;
+        if (std::isupper((unsigned char)c) && c != 'O') {
+            std::string_view rest(s + i, end - i);
+            if (rest.substr(0, 3) != "AND" && rest.substr(0, 2) != "OR") return false;
+        }
+    }
+    // The first and the last token, scanned again with the piece ended.
+    char kept = sc.s[end];
+    sc.s[end] = '\0';
+    bool same = same_token(next_token(s + begin, true), sc.tokens[a]) &&
+                (b - a == 1 || same_token(next_token(s + sc.at[b - 1], sc.expects[b - 1] != 0),
+                                          sc.tokens[b - 1]));
+    sc.s[end] = kept;
+    return same;
+}
+
+law* read_view(const view& v, law_data** data, int count);
+
+// Reads a copy of characters [begin, end) of the scanned text, the first or last blanked.
+law* read_copy(const text_scan& sc, size_t begin, size_t end, bool blank_first, bool blank_last,
+               law_data** data, int count) {
+    piece p(sc.s, begin, end);
+    if (blank_first && p.size()) p.get()[0] = ' ';
+    if (blank_last && p.size()) p.get()[p.size() - 1] = ' ';
+    return read_text(p.get(), data, count);
+}
+
+// Reads characters [begin, end) of the scanned text as a text of its own (str_to_law on a
+// copy), with the first or last character blanked when asked: in place when the piece is
+// a range of tokens that reads alone, else from a copy.
+law* read_piece(text_scan& sc, size_t begin, size_t end, bool blank_first, bool blank_last,
+                law_data** data, int count) {
+    size_t from = begin + blank_first, to = end - blank_last;
+    if (end - begin < (size_t)(blank_first + blank_last)) from = to = begin;
+    uint32_t a = sc.token_at[from], b = sc.token_at[to];
+    // Too deep: the copy's reading says so, naming the text as it would be copied.
+    if (a == text_scan::none || b == text_scan::none || nesting + 1 > max_nesting ||
+        !reads_alone(sc, a, b))
+        return read_copy(sc, begin, end, blank_first, blank_last, data, count);
+    nesting_guard guard;
+    view v{&sc, a, b, true};
+    if (v.text() == "NULL") return nullptr;
+    if (v.a == v.b) return VORX_NEW constant_law(0.0);
+    return read_view(v, data, count);
+}
+
+// The law of the first k tokens of a view, read with the split the view's own scan gives.
+law* read_prefix(const view& v, size_t k, law_data** data, int count) {
+    view p{v.sc, v.a, v.a + k, false};
+    nesting_guard guard;
+    if (nesting > max_nesting) return bad_syntax(p.text(), "nested too deeply (limit 2,500)");
+    if (p.text() == "NULL") return nullptr;
+    if (k == 0) return VORX_NEW constant_law(0.0);
+    return read_view(p, data, count);
+}
+
+law* build_binary(const view& v, size_t split, law_data** data, int count) {
+    text_scan& sc = *v.sc;
     const token& t = sc.tokens[split];
     size_t at = sc.at[split];
-    piece right(s, at + t.length, sc.at[k]);
-    if (!balanced(right.get(), right.size()) && right.size()) right.get()[right.size() - 1] = ' ';
+    size_t right_begin = sc.at[split + 1], end = v.end();
+    bool right_open = sc.opens[end] != sc.opens[right_begin] && end > right_begin;
     law_holder l;
     // A left text that balances is the prefix before the split token, whose split the
     // scan knows; one that does not loses its first character and is read afresh.  (A
     // prefix ending before a '(' would see its last token's neighbour change: read afresh.)
-    if (sc.parens[split] == 0 && s[at] != '(') {
-        l.reset(read_prefix(sc, split, data, count));
+    if (sc.opens[at] == sc.opens[v.begin()] && sc.s[at] != '(') {
+        l.reset(read_prefix(v, split - v.a, data, count));
     } else {
-        piece left(s, 0, at);
-        if (!balanced(left.get(), left.size()) && left.size()) left.get()[0] = ' ';
-        l.reset(read_text(left.get(), data, count));
+        bool left_open = sc.opens[at] != sc.opens[v.begin()] && at > v.begin();
+        l.reset(read_piece(sc, v.begin(), at, left_open, false, data, count));
     }
     if (!l) return nullptr;
-    law_holder r(read_text(right.get(), data, count));
+    law_holder r(read_piece(sc, right_begin, end, false, right_open, data, count));
     if (!r) return nullptr;
     return static_cast<binary_law*>(t.proto)->make_one(l.get(), r.get());
+}
+
+// The ')' matching the '(' at `open` within the view, or npos.
+size_t close_of(const view& v, size_t open) {
+    size_t close = v.sc->drop[open + 1] - 1;
+    return close < v.end() ? close : (size_t)-1;
+}
+
+law* build_unary(const view& v, size_t split, law_data** data, int count) {
+    text_scan& sc = *v.sc;
+    size_t from = sc.at[split + 1], end = v.end();
+    size_t to;
+    if (from < end && sc.s[from] == '(') {
+        to = close_of(v, from);
+        if (to == (size_t)-1) return bad_syntax(v.from(from));
+        ++from;
+    } else {
+        // Up to the ')' that closes a group opened before the argument, or the end.
+        to = std::min<size_t>(sc.drop[from] - 1, end);
+    }
+    law_holder a(read_piece(sc, from, to, false, false, data, count));
+    if (!a) return nullptr;
+    return static_cast<unary_law*>(sc.tokens[split].proto)->make_one(a.get());
+}
+
+law* build_multiple(const view& v, size_t split, law_data** data, int count) {
+    text_scan& sc = *v.sc;
+    size_t open = sc.at[split + 1];
+    if (open >= v.end() || sc.s[open] != '(') return bad_syntax(v.from(open));
+    size_t close = close_of(v, open);
+    if (close == (size_t)-1) return bad_syntax(v.from(open));
+    int n = 1;
+    for (size_t p = open; (p = sc.next_separator[p]) != close;) ++n;
+    law_array args(n);
+    size_t start = open + 1;
+    for (int k = 0; k < n; ++k) {
+        size_t stop = sc.next_separator[start - 1];
+        law* l = stop > start ? read_piece(sc, start, stop, false, false, data, count)
+                              : VORX_NEW constant_law(0.0);
+        if (!l) return nullptr;
+        args.set(k, l);
+        start = stop + 1;
+    }
+    return static_cast<multiple_law*>(sc.tokens[split].proto)->make_one(args.get(), n);
+}
+
+// The law of a view.
+law* read_view(const view& v, law_data** data, int count) {
+    long split = split_of(v);
+    if (split < 0) return bad_syntax(v.text());
+    text_scan& sc = *v.sc;
+    const token& t = sc.tokens[split];
+    std::string_view rest = v.from(sc.at[split]);
+    switch (t.kind) {
+        case tok_variable:
+            return VORX_NEW identity_law(t.index, t.letter);
+        case tok_number:
+            return VORX_NEW constant_law(t.value);
+        case tok_law_ref: {
+            if (count < t.index + 1 || t.index < 0 || !data)
+                return law_not_given(t.index + 1, rest);
+            law_data* d = data[t.index];
+            if (!d || !d->isa(law_law_data::id())) return bad_syntax(rest);
+            law* l = static_cast<law_law_data*>(d)->data_law();
+            law_add(l);
+            return l;
+        }
+        case tok_prototype: {
+            law* p = t.proto;
+            if (p->isa(binary_law::id())) return build_binary(v, (size_t)split, data, count);
+            if (p->isa(unary_law::id())) return build_unary(v, (size_t)split, data, count);
+            if (p->isa(multiple_law::id())) return build_multiple(v, (size_t)split, data, count);
+            if (p->isa(unary_data_law::id()) || p->isa(multiple_data_law::id())) {
+                // Data laws are rare and shallow: read from a copy of the view's text.
+                piece own(sc.s, v.begin(), v.end());
+                size_t at = sc.at[split] - v.begin();
+                if (p->isa(unary_data_law::id()))
+                    return build_unary_data(own.get(), at, t, data, count);
+                return build_multiple_data(own.get(), at, t, data, count);
+            }
+            if (p->isa(constant_law::id())) {
+                double zero = 0.0, value = 0.0;
+                p->evaluate(&zero, &value);
+                return static_cast<constant_law*>(p)->make_one(value);
+            }
+            return nullptr;
+        }
+        default:
+            // A ',' or a data reference standing alone.
+            return bad_syntax(rest);
+    }
 }
 
 law* read_text(const char* in, law_data** data, int count) {
@@ -620,49 +879,7 @@ law* read_text(const char* in, law_data** data, int count) {
     if (*s == '\0') return VORX_NEW constant_law(0.0);
     text_scan sc;
     if (!scan_text(s, text.size(), sc)) return nullptr;
-    return build_prefix(sc, sc.count, data, count);
-}
-
-// The law of the first k tokens of the scanned text, ended after them.
-law* build_prefix(text_scan& sc, size_t k, law_data** data, int count) {
-    const char* s = sc.s;
-    long split = sc.best[k];
-    if (split < 0) return bad_syntax(s);
-    size_t best_at = sc.at[split];
-    const token& t = sc.tokens[split];
-    switch (t.kind) {
-        case tok_variable:
-            return VORX_NEW identity_law(t.index, t.letter);
-        case tok_number:
-            return VORX_NEW constant_law(t.value);
-        case tok_law_ref: {
-            if (count < t.index + 1 || t.index < 0 || !data)
-                return law_not_given(t.index + 1, s + best_at);
-            law_data* d = data[t.index];
-            if (!d || !d->isa(law_law_data::id())) return bad_syntax(s + best_at);
-            law* l = static_cast<law_law_data*>(d)->data_law();
-            law_add(l);
-            return l;
-        }
-        case tok_prototype: {
-            law* p = t.proto;
-            if (p->isa(binary_law::id())) return build_binary(sc, k, (size_t)split, data, count);
-            if (p->isa(unary_law::id())) return build_unary(s, best_at, t, data, count);
-            if (p->isa(multiple_law::id())) return build_multiple(s, best_at, t, data, count);
-            if (p->isa(unary_data_law::id())) return build_unary_data(s, best_at, t, data, count);
-            if (p->isa(multiple_data_law::id()))
-                return build_multiple_data(s, best_at, t, data, count);
-            if (p->isa(constant_law::id())) {
-                double zero = 0.0, v = 0.0;
-                p->evaluate(&zero, &v);
-                return static_cast<constant_law*>(p)->make_one(v);
-            }
-            return nullptr;
-        }
-        default:
-            // A ',' or a data reference standing alone.
-            return bad_syntax(s + best_at);
-    }
+    return read_view(view{&sc, 0, sc.count, true}, data, count);
 }
 
 }  // namespace

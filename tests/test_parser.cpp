@@ -252,6 +252,7 @@ TEST(ReadLaw, FaultsComeBackWithCodeColumnAndReason) {
                 {" x  + $", LAW_SYNTAX, 7, "bad syntax"},
                 {"1E99999", LAW_SYNTAX, 2, "bad syntax"},
                 {"X4097", LAW_SYNTAX, 1, "bad syntax"},
+                {"MAX  ", LAW_SYNTAX, 4, "bad syntax"},  // the end, not the spaces after it
                 {"X+LAW2", LAW_DATA_UNKNOWN, 3, "a LAW reference beyond the data given"},
                 {"X+NULL", LAW_SYNTAX, 3, "bad syntax"},
                 {nested, LAW_SYNTAX, 10001, "nested too deeply (limit 2,500)"},
@@ -266,6 +267,41 @@ TEST(ReadLaw, FaultsComeBackWithCodeColumnAndReason) {
         EXPECT_EQ(got.column, r.column) << r.text.substr(0, 20);
         if (r.reason) {
             EXPECT_STREQ(got.reason, r.reason) << r.text.substr(0, 20);
+        }
+    }
+}
+
+// Texts of every shape, thousands of levels or arguments, read whole (pieces are read in
+// place) and say where they fail.
+TEST(ReadLaw, LongTextsOfEveryShape) {
+    auto times = [](const char* s, int n) {
+        std::string out;
+        for (int k = 0; k < n; ++k) out += s;
+        return out;
+    };
+    std::string balanced = "X";
+    for (int k = 0; k < 12; ++k) balanced = "(" + balanced + "+" + balanced + ")";
+    struct {
+        std::string text;
+        double value;  // at X = 0.5; or the column of the fault
+        const char* reason;
+    } rows[] = {
+        {times("(", 2000) + "X" + times("+1)", 2000), 2000.5, nullptr},
+        {times("SIN(MAX(X,", 1000) + "X" + times("))", 1000), std::sin(0.5), nullptr},
+        {"MAX(" + times("1,", 9000) + "X)", 1.0, nullptr},
+        {balanced, 2048.0, nullptr},
+        {times("(", 2000) + "X+$" + times(")", 2000), 2003, "bad syntax"},
+        {times("ABS(", 2600) + "X" + times(")", 2600), 10001, "nested too deeply (limit 2,500)"},
+    };
+    for (auto& r : rows) {
+        law_read_result got = read_law(r.text.c_str());
+        law_holder l(got.value);
+        if (r.reason) {
+            EXPECT_EQ(got.column, (int)r.value) << r.text.substr(0, 20);
+            EXPECT_STREQ(got.reason, r.reason) << r.text.substr(0, 20);
+        } else {
+            ASSERT_TRUE(l) << r.text.substr(0, 20);
+            EXPECT_DOUBLE_EQ(l->eval(0.5), r.value) << r.text.substr(0, 20);
         }
     }
 }

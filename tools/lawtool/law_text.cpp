@@ -4,24 +4,19 @@
 #include <cctype>
 #include <cstring>
 
+#include "base/errors.hpp"
 #include "base/output.hpp"
 #include "lawutil/global_names.hpp"
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_data.hpp"
 #include "lawutil/law_util.hpp"
+#include "lawutil/main_law_err.hpp"
 #include "tools/lawtool/lawtool.hpp"
 
 namespace {
 
-bool starts_with(const std::string& s, size_t at, const char* prefix) {
-    return s.compare(at, std::strlen(prefix), prefix) == 0;
-}
-
 bool is_digit(char c) {
     return std::isdigit((unsigned char)c) != 0;
-}
-bool is_upper(char c) {
-    return std::isupper((unsigned char)c) != 0;
 }
 
 // Index just past the last character the reader keeps (0 for a blank text).
@@ -33,74 +28,10 @@ size_t text_end(const std::string& text) {
 
 bool lenient = false;
 
-// The reader refuses a text nested deeper than 2,500 levels (each operator and each
-// function call is a level) with the same "bad syntax" as a real fault.  A refusal was the
-// limit when the text has that many levels at all and the piece the reader stopped at
-// reads on its own, away from the depth.
-bool too_deep(const std::string& text, const std::string& rest) {
-    const size_t limit = 2500;
-    size_t levels = (size_t)std::count_if(text.begin(), text.end(), [](char c) {
-        return std::strchr("+-*/^(<>=", c) != nullptr && c != '\0';
-    });
-    if (levels < limit || rest.empty()) return false;
-    law_holder alone;
-    {
-        output_capture quiet;
-        alone.reset(str_to_law(rest.c_str()));
-    }
-    return (bool)alone;
-}
-
 }  // namespace
 
 void set_lenient_reading(bool on) {
     lenient = on;
-}
-
-normal_text normalise_law_text(const std::string& text) {
-    // The reader's steps, kept in step with it: upper-case and drop white space, then
-    // make implied products explicit.
-    std::string raw;
-    std::vector<size_t> raw_origin;
-    for (size_t i = 0; i < text.size(); ++i) {
-        char c = text[i];
-        if (c == ' ' || c == '\n' || c == '\t') continue;
-        raw += (char)std::toupper((unsigned char)c);
-        raw_origin.push_back(i);
-    }
-    normal_text out;
-    for (size_t i = 0; i < raw.size(); ++i) {
-        char c = raw[i];
-        if (i > 0 && is_digit(raw[i - 1])) {
-            char next = i + 1 < raw.size() ? raw[i + 1] : '\0';
-            // 2E-3: an exponent.
-            bool exponent = c == 'E' && (next == '+' || next == '-');
-            // 2*E-3 is read as the number 2E-3.
-            if (!exponent && c == '*' && next == 'E' && i + 3 < raw.size() &&
-                (raw[i + 2] == '+' || raw[i + 2] == '-') && is_digit(raw[i + 3]))
-                continue;
-            // 2X is 2*X, but 2OR, 2AND and 2O... are left alone.
-            if (!exponent && is_upper(c) && c != 'O' && !starts_with(raw, i, "AND") &&
-                !starts_with(raw, i, "OR")) {
-                out.text += '*';
-                out.origin.push_back(raw_origin[i]);
-            }
-        }
-        out.text += c;
-        out.origin.push_back(raw_origin[i]);
-    }
-    return out;
-}
-
-size_t locate_failure(const std::string& text, const std::string& rest) {
-    if (rest.empty()) return text_end(text);
-    normal_text n = normalise_law_text(text);
-    // The reader reports the rest of the piece it was reading; an error found while
-    // scanning the whole text is a suffix of it, and a piece is read after every piece
-    // to its left has been, so the last occurrence is the best guess.
-    size_t at = n.text.rfind(rest);
-    if (at == std::string::npos) return text_end(text);
-    return n.origin[at];
 }
 
 size_t display_column(const std::string& text, size_t at) {
@@ -133,49 +64,50 @@ std::string caret_message(const std::string& headline, const std::string& text, 
     return headline + "\n  " + window + "\n  " + std::string(column, ' ') + "^";
 }
 
+namespace {
+
+// The byte of `text` at which character `column` (from 1) starts, or the text's end.
+size_t byte_of_column(const std::string& text, int column) {
+    size_t at = 0;
+    for (int c = 1; at < text.size(); ++at)
+        if (((unsigned char)text[at] & 0xC0) != 0x80 && c++ == column) return at;
+    return text.size();
+}
+
+// The number n of a reference LAWn (or a data symbol and n) that starts at byte `at`, as
+// the reader takes it: white space dropped, digits after the letters, none meaning 1.
+long reference_number(const std::string& text, size_t at) {
+    std::string ref;
+    for (size_t i = at; i < text.size(); ++i)
+        if (!std::strchr(" \n\t", text[i])) ref += text[i];
+    size_t i = 0;
+    while (i < ref.size() && std::isalpha((unsigned char)ref[i])) ++i;
+    if (i == ref.size() || !is_digit(ref[i])) return 1;  // LAW alone is LAW1
+    long n = 0;
+    for (; i < ref.size() && is_digit(ref[i]); ++i)
+        n = std::min(n * 10 + (ref[i] - '0'), 1000000000L);
+    return n;
+}
+
+}  // namespace
+
 law* read_law_text(const std::string& text) {
     if (!lenient) check_law_text(text);
-    law_holder l;
-    std::string said;
-    {
-        output_capture capture;
-        l.reset(str_to_law(text.c_str()));
-        said = capture.text();
-    }
-    if (l) {
-        // Whatever else the reader printed goes on to the caller's capture, which shows
-        // it as a note.
-        if (!said.empty()) vorx_printf("%s", said.c_str());
-        return l.release();
-    }
-
-    static const char bad_syntax[] = "Error bad syntax at ";
-    static const char not_given[] = "Error law ";
-    size_t at = said.find(bad_syntax);
-    if (at != std::string::npos) {
-        size_t from = at + sizeof bad_syntax - 1;
-        std::string rest = said.substr(from, said.find('\n', from) - from);
-        size_t where = locate_failure(text, rest);
-        size_t column = display_column(text, where) + 1;
-        if (too_deep(text, rest))
-            throw read_error(caret_message(
-                "lawtool: nested too deeply (limit 2,500) at column " + std::to_string(column),
-                text, where));
-        throw read_error(
-            caret_message("lawtool: bad syntax at column " + std::to_string(column), text, where));
-    }
-    at = said.find(not_given);
-    if (at != std::string::npos) {
-        int n = std::atoi(said.c_str() + at + sizeof not_given - 1);
-        normal_text norm = normalise_law_text(text);
-        size_t ref = norm.text.find("LAW");
-        size_t where = ref == std::string::npos ? 0 : norm.origin[ref];
-        throw read_error(caret_message("lawtool: LAW" + std::to_string(n) +
+    law_read_result r = read_law(text.c_str());
+    if (r.ok() && r.value) return r.value;
+    if (r.ok() || std::strcmp(r.reason, "a part of the text names no law") == 0)
+        throw read_error("lawtool: '" + text + "' reads as no law");
+    // A law that refused its arguments (STEP(X,1)) is reported by its own code.
+    if (r.column == 0) sys_error(r.code);
+    size_t where = byte_of_column(text, r.column);
+    std::string at = " at column " + std::to_string(r.column);
+    if (r.code == LAW_DATA_UNKNOWN)
+        throw read_error(caret_message("lawtool: LAW" +
+                                           std::to_string(reference_number(text, where)) +
                                            " was not given: the command line passes no data "
                                            "arguments",
                                        text, where));
-    }
-    throw read_error("lawtool: '" + text + "' reads as no law");
+    throw read_error(caret_message("lawtool: " + std::string(r.reason) + at, text, where));
 }
 
 std::string law_text(const law* l, law_symbol_type type) {

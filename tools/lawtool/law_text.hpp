@@ -8,24 +8,10 @@
 #include "lawutil/global_names.hpp"
 #include "lawutil/law_base.hpp"
 
-// The law that `text` describes, with one reference for the caller.  What the reader
-// prints about a text that does not read is captured and turned into a read_error whose
-// message shows the text with a caret under the place where reading failed.
+// The law that `text` describes, with one reference for the caller.  A text that does not
+// read gives a read_error whose message says why (read_law's reason) and shows the text
+// with a caret under the column read_law gives back.
 law* read_law_text(const std::string& text);
-
-// The reader's normal form of `text` (upper case, no white space, implied products made
-// explicit), with, for each of its characters, the index in `text` it came from.  An
-// inserted '*' maps to the character it stands before.
-struct normal_text {
-    std::string text;
-    std::vector<size_t> origin;
-};
-normal_text normalise_law_text(const std::string& text);
-
-// Where in `text` reading failed, given the rest of the normal text that the reader
-// reported: the index of the first character of that rest, or the end of the text when
-// the rest is empty or cannot be found.
-size_t locate_failure(const std::string& text, const std::string& rest);
 
 // The column (from 0) at which the character at byte `at` of `text` is shown: a UTF-8
 // character of several bytes takes one column.
