@@ -14,12 +14,6 @@
 
 namespace {
 
-law_holder parse(const char* text) {
-    law_holder l(str_to_law(text));
-    if (!l) ADD_FAILURE() << "does not read: " << text;
-    return l;
-}
-
 std::vector<double> values_at(const law* l, std::vector<double> x) {
     x.resize(8, 0.0);
     std::vector<double> y(l->return_dim());
@@ -29,32 +23,8 @@ std::vector<double> values_at(const law* l, std::vector<double> x) {
 
 // ---------------------------------------------------------------- values
 
-struct value_row {
-    const char* text;
-    std::vector<double> x;
-    std::vector<double> expect;  // empty when an error is expected
-    const char* error;
-};
-
-void PrintTo(const value_row& r, std::ostream* os) {
-    *os << r.text;
-}
-
-class VectorValues : public testing::TestWithParam<value_row> {};
-
-TEST_P(VectorValues, GivesTheValueOrTheError) {
-    const value_row& r = GetParam();
-    law_holder l = parse(r.text);
-    ASSERT_TRUE(l);
-    std::vector<double> got;
-    EXPECT_EQ(error_of([&] { got = values_at(l.get(), r.x); }), r.error);
-    if (!*r.error) {
-        EXPECT_EQ(got, r.expect);
-    }
-}
-
 // clang-format off
-const value_row value_rows[] = {
+const law_row value_rows[] = {
     {"VEC(X,2*X,3)", {1}, {1, 2, 3}, ""},
     {"VEC(VEC(X,Y),X)", {1, 2}, {}, "LAW_EVALS"},
     // TERM counts from 1 and truncates index-1 toward zero.
@@ -76,7 +46,9 @@ const value_row value_rows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(VectorTable, VectorValues, testing::ValuesIn(value_rows));
+TEST(VectorLaws, ValuesAndErrors) {
+    check_law_rows(parse, value_rows, 0.0);
+}
 
 TEST(VectorLaws, TermOfANanIndexRaises) {
     law_holder v = parse("VEC(X,Y)");
@@ -155,27 +127,6 @@ TEST(VectorLaws, DotMakeOneChecksThePartCountBeforeBuilding) {
 
 // ---------------------------------------------------------------- text
 
-struct text_row {
-    const char* own;
-    const char* maple;
-};
-
-void PrintTo(const text_row& r, std::ostream* os) {
-    *os << r.own;
-}
-
-class VectorText : public testing::TestWithParam<text_row> {};
-
-TEST_P(VectorText, PrintsReadsBackAndCopies) {
-    const text_row& r = GetParam();
-    law_holder l = parse(r.own);
-    ASSERT_TRUE(l);
-    EXPECT_EQ(text_of(l.get()), r.own);
-    EXPECT_EQ(text_of(l.get(), law_symbol_maple), r.maple);
-    law_holder copy(l->deep_copy());
-    EXPECT_TRUE(*copy == *l);
-}
-
 // clang-format off
 const text_row text_rows[] = {
     {"VEC(X,Y,Z)", "[X,Y,Z]"},
@@ -185,6 +136,8 @@ const text_row text_rows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(VectorTable, VectorText, testing::ValuesIn(text_rows));
+TEST(VectorLaws, PrintsInBothSpellingsAndCopies) {
+    check_text_rows(text_rows);
+}
 
 }  // namespace
