@@ -398,23 +398,6 @@ TEST(ArithEquality, SumsAndProductsCompareInAnyOrder) {
     for (const row& r : rows) EXPECT_EQ(*r.a == *r.b, r.equal) << text_of(r.a);
 }
 
-TEST(ArithEquality, DeepCopyIsEqualAndKeepsSharing) {
-    H x = X();
-    H l = ((x + x) * H(VORX_NEW pi_law)) / (H(VORX_NEW e_law) ^ -Y());
-    H copy(l->deep_copy());
-    EXPECT_TRUE(*copy == *l);
-    EXPECT_EQ(text_of(copy), "((X+X)*PI)/E^-Y");
-    auto product = static_cast<const binary_law*>(static_cast<binary_law*>(copy.get())->fleft());
-    auto sum = static_cast<const binary_law*>(product->fleft());
-    EXPECT_EQ(sum->fleft(), sum->fright());
-    EXPECT_NE(sum->fleft(), x.get());
-    EXPECT_TRUE(product->fright()->isa(pi_law::id()));
-    // The named constants' make_one ignores the value.
-    H other(static_cast<const constant_law*>(product->fright())->make_one(2.0));
-    EXPECT_EQ(other->type(), pi_law::id());
-    EXPECT_EQ(other->eval(0.0), 3.141592653589793);
-}
-
 TEST(ArithComposite, SizesComeFromInnerAndOuter) {
     H a = compose(X() + Y(), X() ^ c(2)), b = compose(vec({X(), X()}), Y() + Z());
     EXPECT_EQ(a->take_dim(), 1);

@@ -176,14 +176,6 @@ TEST(BaseTransf, CoordinateTransfMapsLocalAxes) {
     expect_near(position(1, 0, 0) * tilted, origin + vector(1, 0, 0));
 }
 
-TEST(BaseTransf, HeapObjectsAreTracked) {
-    long before = vorx_live_allocations();
-    transf* t = new transf(rotate_transf(1.0, vector(1, 0, 0)));
-    EXPECT_EQ(vorx_live_allocations(), before + 1);
-    delete t;
-    EXPECT_EQ(vorx_live_allocations(), before);
-}
-
 // ---------------------------------------------------------------------------------------
 // intervals and boxes
 

@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "base/output.hpp"
-#include "lawutil/law_logic.hpp"
 #include "lawutil/law_unary.hpp"
 #include "lawutil/law_vector.hpp"
 #include "lawutil/lawutil.hpp"
@@ -702,43 +701,6 @@ TEST(SimplifyProperty, SimplifiedDerivativesAgreeWithDifferences) {
         }
     }
     EXPECT_GT(compared, 2000);
-}
-
-// Every law prints and reads back to an equal law, also with NOT (precedence 3) and the
-// comparisons around random parts, where the parenthesis rule is put to work.
-TEST(SimplifyProperty, RandomLawsPrintAndReadBackEqual) {
-    law_generator gen(9001u);
-    for (int n = 0; n < 1000 && !HasFailure(); ++n) {
-        law_holder a = gen.make(1 + n % 4), b = gen.make(n % 3);
-        law_holder not_a(VORX_NEW not_law(a.get()));
-        law_holder forms[] = {
-            a,
-            not_a,
-            law_holder(VORX_NEW equal_law(not_a.get(), b.get())),
-            law_holder(VORX_NEW plus_law(b.get(), not_a.get())),
-            law_holder(VORX_NEW negate_law(not_a.get())),
-            law_holder(VORX_NEW and_law(not_a.get(), b.get())),
-            law_holder(VORX_NEW exponent_law(b.get(), not_a.get())),
-        };
-        // A negative constant reads back as the negation of a positive one: the law read
-        // back is compared with the law read from its own text, and by value.
-        for (const law_holder& f : forms) {
-            std::string printed = text_of(f.get());
-            law_holder back(str_to_law(printed.c_str()));
-            ASSERT_TRUE(back) << printed;
-            std::string again = text_of(back.get());
-            law_holder twice(str_to_law(again.c_str()));
-            EXPECT_EQ(again, printed);
-            EXPECT_TRUE(*twice == *back) << printed;
-            const double at[2] = {0.7, -1.3};
-            double v = 0, w = 0;
-            int code = error_code_of([&] { v = f->evaluateM_R(at); });
-            EXPECT_EQ(error_code_of([&] { w = back->evaluateM_R(at); }), code) << printed;
-            if (!code && std::isfinite(v)) {
-                EXPECT_NEAR(w, v, 1e-12 * (1 + std::fabs(v))) << printed;
-            }
-        }
-    }
 }
 
 // Laws of several outputs: the same comparison, output by output, with the size kept.
