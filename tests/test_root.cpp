@@ -22,32 +22,25 @@ struct singular_case {
 
 const int P = law_singular_pole, J = law_singular_jump, B = law_singular_break;
 
+// clang-format off
 const singular_case singular_cases[] = {
-    {"1/X", -1, 1, {0}, {P}},
-    {"2/(2*X-1)", -1, 1, {0.5}, {P}},
-    {"(X-1)/(X-1)", 0, 2, {}, {}},
-    {"-1/X+X^2", -1, 1, {0}, {P}},
-    {"(X-1)^(-2)", 0, 2, {1}, {P}},
+    {"1/X", -1, 1, {0}, {P}}, {"2/(2*X-1)", -1, 1, {0.5}, {P}}, {"(X-1)/(X-1)", 0, 2, {}, {}},
+    {"-1/X+X^2", -1, 1, {0}, {P}}, {"(X-1)^(-2)", 0, 2, {1}, {P}},
     {"TAN(X)", -2, 4, {-pi / 2, pi / 2, pi}, {P, P, P}},  // reduced by pi/2 steps
     {"SEC(2*X)", 0, 2.5, {pi / 4, pi / 2, 3 * pi / 4}, {P, P, P}},
-    {"COT(X)", -1, 4, {0, pi}, {P, P}},
-    {"CSC(X)", 0.5, 7, {pi, 2 * pi}, {P, P}},
-    {"COTH(X-2)", 0, 3, {2}, {P}},
-    {"CSCH(3*X)", -1, 1, {0}, {P}},
+    {"COT(X)", -1, 4, {0, pi}, {P, P}}, {"CSC(X)", 0.5, 7, {pi, 2 * pi}, {P, P}},
+    {"COTH(X-2)", 0, 3, {2}, {P}}, {"CSCH(3*X)", -1, 1, {0}, {P}},
     {"FLOOR(2*X)", 0, 1.2, {0, 0.5, 1}, {J, J, J}},
-    {"CEIL(X)+TAN(X)", 1, 3, {1, pi / 2, 2, 3}, {J, P, J, J}},
-    {"ABS(X-0.25)", 0, 1, {0.25}, {B}},
-    {"(X)MOD(2)", -1, 3, {0, 2}, {J, J}},
-    {"X<0.3", 0, 1, {0.3}, {J}},
-    {"STEP(0,1,1)", 0, 2, {1}, {J}},
-    {"STEP(X,1,2-X)", 0, 2, {1}, {B}},
+    {"CEIL(X)+TAN(X)", 1, 3, {1, pi / 2, 2, 3}, {J, P, J, J}}, {"ABS(X-0.25)", 0, 1, {0.25}, {B}},
+    {"(X)MOD(2)", -1, 3, {0, 2}, {J, J}}, {"X<0.3", 0, 1, {0.3}, {J}},
+    {"STEP(0,1,1)", 0, 2, {1}, {J}}, {"STEP(X,1,2-X)", 0, 2, {1}, {B}},
     {"PIECEWISE(X<0.5,X,1-X)", 0, 1, {0.5}, {B}},
     {"PIECEWISE(X<0.5,0,1/(X-2))", 0, 3, {0.5, 2}, {J, P}},
     {"PIECEWISE(X<0.5,1/(X-0.2),X)", 0, 1, {0.2, 0.5}, {P, J}},
-    {"PIECEWISE(X<0.5,X,1/(X-0.2))", 0, 1, {0.5}, {J}},
-    {"SIN(X)*EXP(X)", -5, 5, {}, {}},
+    {"PIECEWISE(X<0.5,X,1/(X-0.2))", 0, 1, {0.5}, {J}}, {"SIN(X)*EXP(X)", -5, 5, {}, {}},
     {"TAN(X+Y)", -5, 5, {}, {}},
 };
+// clang-format on
 
 TEST(Singularities, EachLawReportsItsPointsAndKinds) {
     for (const auto& c : singular_cases) {
@@ -238,15 +231,15 @@ struct extremum_case {
     double a, b, max_at;
 };
 
+// clang-format off
 const extremum_case extremum_cases[] = {
-    {"X*(1-X)", 0, 1, 0.5},
-    {"SIN(X)", 0, 3, pi / 2},
-    {"X", 0, 1, 1},
+    {"X*(1-X)", 0, 1, 0.5}, {"SIN(X)", 0, 3, pi / 2}, {"X", 0, 1, 1},
     {"3", 0, 1, 0},              // ties keep a
     {"1/X", -1, 1, 0},           // the pole wins
     {"1/(X-2)", 0, 1, 2},        // even beyond [a, b], deliberately
     {"-ABS(X-0.3)", 1, 0, 0.3},  // a kink reported by the law
 };
+// clang-format on
 
 TEST(Nmax, FindsThePositionOfTheLargestValue) {
     for (const auto& c : extremum_cases) {

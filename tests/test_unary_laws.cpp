@@ -48,35 +48,26 @@ struct value_row {
 };
 
 // Expected values agree to 1e-12 relative; an expected 0 must come out exactly 0.
+// clang-format off
 const value_row value_rows[] = {
-    {"NOT(0)", make<not_law>, 0, 1},
-    {"NOT(0.5)", make<not_law>, 0.5, 0},
-    {"EVEN?(4)", make<even_law>, 4, 1},
-    {"EVEN?(4.5)", make<even_law>, 4.5, 0},
-    {"ODD?(-3)", make<odd_law>, -3, 1},
-    {"ODD?(2.5)", make<odd_law>, 2.5, 0},
-    {"INT?(3)", make<int_law>, 3, 1},
-    {"INT?(3.5)", make<int_law>, 3.5, 0},
+    {"NOT(0)", make<not_law>, 0, 1}, {"NOT(0.5)", make<not_law>, 0.5, 0},
+    {"EVEN?(4)", make<even_law>, 4, 1}, {"EVEN?(4.5)", make<even_law>, 4.5, 0},
+    {"ODD?(-3)", make<odd_law>, -3, 1}, {"ODD?(2.5)", make<odd_law>, 2.5, 0},
+    {"INT?(3)", make<int_law>, 3, 1}, {"INT?(3.5)", make<int_law>, 3.5, 0},
     // 1 and 3 count as prime and 2 does not: kept for compatibility of values.
-    {"PRIME?(1)", make<prime_law>, 1, 1},
-    {"PRIME?(2)", make<prime_law>, 2, 0},
+    {"PRIME?(1)", make<prime_law>, 1, 1}, {"PRIME?(2)", make<prime_law>, 2, 0},
     {"PRIME?(3)", make<prime_law>, 3, 1},
     {"PRIME?(121) divisor equal to the root bound", make<prime_law>, 121, 0},
-    {"PRIME?(97)", make<prime_law>, 97, 1},
-    {"PRIME?(10001 = 73*137)", make<prime_law>, 10001, 0},
-    {"PRIME?(2.5)", make<prime_law>, 2.5, 0},
-    {"PRIME?(-7)", make<prime_law>, -7, 0},
-    {"SET(0.1)", make<set_law>, 0.1, 1},
-    {"SET(0)", make<set_law>, 0, 0},
+    {"PRIME?(97)", make<prime_law>, 97, 1}, {"PRIME?(10001 = 73*137)", make<prime_law>, 10001, 0},
+    {"PRIME?(2.5)", make<prime_law>, 2.5, 0}, {"PRIME?(-7)", make<prime_law>, -7, 0},
+    {"SET(0.1)", make<set_law>, 0.1, 1}, {"SET(0)", make<set_law>, 0, 0},
     {"LN(e)", make<natural_log_law>, std::exp(1.0), 1},
     {"EXP(1)", make<exp_law>, 1, 2.718281828459045},
     {"EXP(150) evaluates beyond the in_domain limit", make<exp_law>, 150, std::exp(150.0)},
-    {"FLOOR(-1.5)", make<floor_law>, -1.5, -2},
-    {"CEIL(-1.5)", make<ceil_law>, -1.5, -1},
+    {"FLOOR(-1.5)", make<floor_law>, -1.5, -2}, {"CEIL(-1.5)", make<ceil_law>, -1.5, -1},
     {"RAND(0): 100*cos 0 is whole", make<rand_law>, 0, 0},
     {"RAND(2)", make<rand_law>, 2, 100 * std::cos(2.0) + 42},
-    {"SIN(pi/6)", make<sin_law>, pi / 6, 0.5},
-    {"COS(pi/3)", make<cos_law>, pi / 3, 0.5},
+    {"SIN(pi/6)", make<sin_law>, pi / 6, 0.5}, {"COS(pi/3)", make<cos_law>, pi / 3, 0.5},
     {"TAN(pi/4)", make<tan_law>, pi / 4, 1},
     // The argument is reduced by pi/2 steps: TAN(2) is tan(2 - pi/2).
     {"TAN(2)", make<tan_law>, 2, 0.45765755436028577},
@@ -85,39 +76,29 @@ const value_row value_rows[] = {
     {"TAN(-pi/2): one step lands on 0", make<tan_law>, -half_pi, 0},
     {"SEC(pi/3)", make<sec_law>, pi / 3, 2},
     {"SEC(2) is 1/cos(2 - pi/2)", make<sec_law>, 2, 1.0997501702946164},
-    {"COT(pi/4)", make<cot_law>, pi / 4, 1},
-    {"CSC(pi/6)", make<csc_law>, pi / 6, 2},
-    {"ARCSIN(0.5)", make<arcsin_law>, 0.5, pi / 6},
-    {"ARCSIN(1)", make<arcsin_law>, 1, half_pi},
-    {"ARCCOS(0.5)", make<arccos_law>, 0.5, pi / 3},
-    {"ARCCOS(-1)", make<arccos_law>, -1, pi},
+    {"COT(pi/4)", make<cot_law>, pi / 4, 1}, {"CSC(pi/6)", make<csc_law>, pi / 6, 2},
+    {"ARCSIN(0.5)", make<arcsin_law>, 0.5, pi / 6}, {"ARCSIN(1)", make<arcsin_law>, 1, half_pi},
+    {"ARCCOS(0.5)", make<arccos_law>, 0.5, pi / 3}, {"ARCCOS(-1)", make<arccos_law>, -1, pi},
     {"ARCCOT(1)", make<arccot_law>, 1, 5 * pi / 4},
-    {"ARCCOT(-1)", make<arccot_law>, -1, 3 * pi / 4},
-    {"ARCCOT(0)", make<arccot_law>, 0, half_pi},
-    {"ARCSEC(2)", make<arcsec_law>, 2, -pi / 3},
-    {"ARCSEC(-2)", make<arcsec_law>, -2, -2 * pi / 3},
-    {"ARCSEC(-1)", make<arcsec_law>, -1, -pi},
-    {"ARCCSC(2)", make<arccsc_law>, 2, -7 * pi / 6},
+    {"ARCCOT(-1)", make<arccot_law>, -1, 3 * pi / 4}, {"ARCCOT(0)", make<arccot_law>, 0, half_pi},
+    {"ARCSEC(2)", make<arcsec_law>, 2, -pi / 3}, {"ARCSEC(-2)", make<arcsec_law>, -2, -2 * pi / 3},
+    {"ARCSEC(-1)", make<arcsec_law>, -1, -pi}, {"ARCCSC(2)", make<arccsc_law>, 2, -7 * pi / 6},
     {"ARCCSC(-2)", make<arccsc_law>, -2, -5 * pi / 6},
     {"ARCCSC(1)", make<arccsc_law>, 1, -3 * half_pi},
-    {"SINH(1)", make<sinh_law>, 1, std::sinh(1.0)},
-    {"COSH(1)", make<cosh_law>, 1, std::cosh(1.0)},
+    {"SINH(1)", make<sinh_law>, 1, std::sinh(1.0)}, {"COSH(1)", make<cosh_law>, 1, std::cosh(1.0)},
     {"TANH(1)", make<tanh_law>, 1, std::tanh(1.0)},
     {"COTH(1)", make<coth_law>, 1, 1 / std::tanh(1.0)},
     {"SECH(1)", make<sech_law>, 1, 1 / std::cosh(1.0)},
     {"SECH(200) is below the cut-off", make<sech_law>, 200, 1 / std::cosh(200.0)},
-    {"SECH(250)", make<sech_law>, 250, 0},
-    {"CSCH(1)", make<csch_law>, 1, 1 / std::sinh(1.0)},
-    {"CSCH(250)", make<csch_law>, 250, 0},
-    {"ARCCOSH(1)", make<arccosh_law>, 1, 0},
+    {"SECH(250)", make<sech_law>, 250, 0}, {"CSCH(1)", make<csch_law>, 1, 1 / std::sinh(1.0)},
+    {"CSCH(250)", make<csch_law>, 250, 0}, {"ARCCOSH(1)", make<arccosh_law>, 1, 0},
     {"ARCSECH(1) = ln 1 / 1", make<arcsech_law>, 1, 0},
     // The division follows the logarithm (not ln((1 + sqrt(1 - v*v)) / v)).
     {"ARCSECH(0.5)", make<arcsech_law>, 0.5, std::log(1 + std::sqrt(0.75)) / 0.5},
-    {"ARCCSCH(0.5)", make<arccsch_law>, 0.5, std::asinh(2.0)},
-    {"ABS(-2)", make<abs_law>, -2, 2},
-    {"SQRT(0)", make<sqrt_law>, 0, 0},
-    {"SQRT(4)", make<sqrt_law>, 4, 2},
+    {"ARCCSCH(0.5)", make<arccsch_law>, 0.5, std::asinh(2.0)}, {"ABS(-2)", make<abs_law>, -2, 2},
+    {"SQRT(0)", make<sqrt_law>, 0, 0}, {"SQRT(4)", make<sqrt_law>, 4, 2},
 };
+// clang-format on
 
 TEST(UnaryLawValues, Table) {
     for (const value_row& r : value_rows) {
@@ -209,6 +190,7 @@ struct error_row {
 
 #define CODE(c) [] { return c; }
 
+// clang-format off
 const error_row error_rows[] = {
     {"LN(0)", make<natural_log_law>, 0, CODE(LAW_LN), 2},
     {"SQRT(-1e-300)", make<sqrt_law>, -1e-300, CODE(LAW_SQRT), 2},
@@ -235,6 +217,7 @@ const error_row error_rows[] = {
     {"ARCSECH(1.0001)", make<arcsech_law>, 1.0001, CODE(LAW_ARCSECH), 0.5},
     {"ARCCSCH(1e-11)", make<arccsch_law>, 1e-11, CODE(LAW_ARCCSCH), 1},
 };
+// clang-format on
 
 TEST(UnaryLawErrors, Table) {
     for (const error_row& r : error_rows) {
@@ -258,44 +241,31 @@ struct domain_row {
     int inside;
 };
 
+// clang-format off
 const domain_row domain_rows[] = {
-    {"LN at 0", make<natural_log_law>, 0, 0},
-    {"EXP at 100", make<exp_law>, 100, 0},
+    {"LN at 0", make<natural_log_law>, 0, 0}, {"EXP at 100", make<exp_law>, 100, 0},
     {"EXP at 150, which evaluates", make<exp_law>, 150, 0},
-    {"SINH at -200", make<sinh_law>, -200, 0},
-    {"COSH at 200", make<cosh_law>, 200, 0},
-    {"TAN at 2", make<tan_law>, 2, 1},
-    {"TAN at pi", make<tan_law>, pi, 1},
-    {"TAN at pi/2", make<tan_law>, half_pi, 0},
-    {"TAN at -pi/2", make<tan_law>, -half_pi, 0},
+    {"SINH at -200", make<sinh_law>, -200, 0}, {"COSH at 200", make<cosh_law>, 200, 0},
+    {"TAN at 2", make<tan_law>, 2, 1}, {"TAN at pi", make<tan_law>, pi, 1},
+    {"TAN at pi/2", make<tan_law>, half_pi, 0}, {"TAN at -pi/2", make<tan_law>, -half_pi, 0},
     {"TAN at -5*pi/2", make<tan_law>, -5 * half_pi, 0},
-    {"SEC at 3*pi/2", make<sec_law>, 3 * pi / 2, 0},
-    {"COT at 0", make<cot_law>, 0, 0},
-    {"COT at pi", make<cot_law>, pi, 0},
-    {"COT at -3*pi", make<cot_law>, -3 * pi, 0},
-    {"COT at pi/2", make<cot_law>, half_pi, 1},
-    {"CSC at 2*pi", make<csc_law>, 2 * pi, 0},
-    {"ARCSIN at -1.01", make<arcsin_law>, -1.01, 0},
-    {"ARCCOS at 1.01", make<arccos_law>, 1.01, 0},
-    {"ARCSEC at 1", make<arcsec_law>, 1, 1},
-    {"ARCSEC at 0.5", make<arcsec_law>, 0.5, 0},
-    {"ARCCSC at -1", make<arccsc_law>, -1, 1},
-    {"ARCCSC at -0.5", make<arccsc_law>, -0.5, 0},
+    {"SEC at 3*pi/2", make<sec_law>, 3 * pi / 2, 0}, {"COT at 0", make<cot_law>, 0, 0},
+    {"COT at pi", make<cot_law>, pi, 0}, {"COT at -3*pi", make<cot_law>, -3 * pi, 0},
+    {"COT at pi/2", make<cot_law>, half_pi, 1}, {"CSC at 2*pi", make<csc_law>, 2 * pi, 0},
+    {"ARCSIN at -1.01", make<arcsin_law>, -1.01, 0}, {"ARCCOS at 1.01", make<arccos_law>, 1.01, 0},
+    {"ARCSEC at 1", make<arcsec_law>, 1, 1}, {"ARCSEC at 0.5", make<arcsec_law>, 0.5, 0},
+    {"ARCCSC at -1", make<arccsc_law>, -1, 1}, {"ARCCSC at -0.5", make<arccsc_law>, -0.5, 0},
     {"COTH at 1e-7 within is_equal", make<coth_law>, 1e-7, 0},
-    {"COTH at 0.1", make<coth_law>, 0.1, 1},
-    {"CSCH at -1e-7", make<csch_law>, -1e-7, 0},
-    {"ARCCSCH at 0", make<arccsch_law>, 0, 0},
-    {"ARCTANH at 1", make<arctanh_law>, 1, 0},
-    {"ARCCOTH at 1", make<arccoth_law>, 1, 0},
-    {"ARCCOTH at -1.01", make<arccoth_law>, -1.01, 1},
-    {"ARCSECH at 0", make<arcsech_law>, 0, 0},
-    {"ARCSECH at 1.01", make<arcsech_law>, 1.01, 0},
-    {"SQRT at 0", make<sqrt_law>, 0, 1},
-    {"SQRT at -1e-9", make<sqrt_law>, -1e-9, 0},
+    {"COTH at 0.1", make<coth_law>, 0.1, 1}, {"CSCH at -1e-7", make<csch_law>, -1e-7, 0},
+    {"ARCCSCH at 0", make<arccsch_law>, 0, 0}, {"ARCTANH at 1", make<arctanh_law>, 1, 0},
+    {"ARCCOTH at 1", make<arccoth_law>, 1, 0}, {"ARCCOTH at -1.01", make<arccoth_law>, -1.01, 1},
+    {"ARCSECH at 0", make<arcsech_law>, 0, 0}, {"ARCSECH at 1.01", make<arcsech_law>, 1.01, 0},
+    {"SQRT at 0", make<sqrt_law>, 0, 1}, {"SQRT at -1e-9", make<sqrt_law>, -1e-9, 0},
     // Members without a rule of their own inherit the argument's.
     {"SIN at 1e6", make<sin_law>, 1e6, 1},
     {"ARCCOSH at 0, tested only when evaluated", make<arccosh_law>, 0, 1},
 };
+// clang-format on
 
 TEST(UnaryLawDomain, InDomainTable) {
     for (const domain_row& r : domain_rows) {

@@ -25,24 +25,18 @@ std::vector<double> values_at(const law* l, std::vector<double> x) {
 
 // clang-format off
 const law_row value_rows[] = {
-    {"VEC(X,2*X,3)", {1}, {1, 2, 3}, ""},
-    {"VEC(VEC(X,Y),X)", {1, 2}, {}, "LAW_EVALS"},
+    {"VEC(X,2*X,3)", {1}, {1, 2, 3}, ""}, {"VEC(VEC(X,Y),X)", {1, 2}, {}, "LAW_EVALS"},
     // TERM counts from 1 and truncates index-1 toward zero.
-    {"TERM(VEC(X,Y,Z),2)", {4, 5, 6}, {5}, ""},
-    {"TERM(VEC(X,Y,Z),2.9)", {4, 5, 6}, {5}, ""},
-    {"TERM(VEC(X,Y,Z),0.5)", {4, 5, 6}, {4}, ""},
-    {"TERM(VEC(X,Y,Z),3)", {4, 5, 6}, {6}, ""},
+    {"TERM(VEC(X,Y,Z),2)", {4, 5, 6}, {5}, ""}, {"TERM(VEC(X,Y,Z),2.9)", {4, 5, 6}, {5}, ""},
+    {"TERM(VEC(X,Y,Z),0.5)", {4, 5, 6}, {4}, ""}, {"TERM(VEC(X,Y,Z),3)", {4, 5, 6}, {6}, ""},
     // Not checked when built; caught when evaluated instead of reading out of bounds.
     {"TERM(VEC(X,Y,Z),4)", {4, 5, 6}, {}, "LAW_DIM"},
     {"TERM(VEC(X,Y,Z),0)", {4, 5, 6}, {}, "LAW_DIM"},
     {"TERM(VEC(1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20),18)", {0}, {18}, ""},
     // DOT: the documented sum of two scalars and first-component products are deliberate.
-    {"DOT(VEC(1,2,3),VEC(4,5,6))", {0}, {32}, ""},
-    {"DOT(VEC(1,2,3),VEC(4,5))", {0}, {14}, ""},
-    {"DOT(2,3)", {0}, {5}, ""},
-    {"DOT(2,VEC(4,5,6))", {0}, {8}, ""},
-    {"DOT(VEC(X,5,6),3)", {7}, {21}, ""},
-    {"DOT(VEC(1,1,1,1,1,1),VEC(1,2,3,4,5,X))", {6}, {21}, ""},
+    {"DOT(VEC(1,2,3),VEC(4,5,6))", {0}, {32}, ""}, {"DOT(VEC(1,2,3),VEC(4,5))", {0}, {14}, ""},
+    {"DOT(2,3)", {0}, {5}, ""}, {"DOT(2,VEC(4,5,6))", {0}, {8}, ""},
+    {"DOT(VEC(X,5,6),3)", {7}, {21}, ""}, {"DOT(VEC(1,1,1,1,1,1),VEC(1,2,3,4,5,X))", {6}, {21}, ""},
 };
 // clang-format on
 
