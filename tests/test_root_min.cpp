@@ -17,6 +17,7 @@ struct bowl_case {
     bool converges;      // false: the evaluation bound ends the search first
 };
 
+// clang-format off
 const bowl_case bowls[] = {
     {"(X-1)^2+2*(Y+0.5)^2", nullptr, 0, 0, 0.1, 1, -0.5, 1e-7, true},
     {"(X+Y-1)^2+10*(X-Y)^2", nullptr, 3, -2, 1, 0.5, 0.5, 1e-6, true},
@@ -28,6 +29,7 @@ const bowl_case bowls[] = {
     {"(X-1)^2+Y^2", "0.5-X", -1, 1, 0.25, 0.5, 0, 1e-6, true},
     {"(X-1)^2+Y^2", "1-X^2-Y^2", 0, 0, 0.1, 1, 0, 1e-6, true},
 };
+// clang-format on
 
 }  // namespace
 
