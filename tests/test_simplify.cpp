@@ -418,155 +418,83 @@ TEST(SimplifyDerivative, FirstDerivativesPrintCompactly) {
 
 // ---------------------------------------------------------------- property test
 
-// Random laws over X and Y: constants, + - * / ^ (small integer, half-integer or law
-// exponents), negation, SIN COS EXP SQRT LN ABS, composition (the outer law may read Y,
-// which the composition sets to 0), and scalar uses of VEC, TERM and DOT.
+// Random laws over X and Y, read from random texts: constants, + - * / ^ (small integer,
+// half-integer or law exponents), negation, SIN COS EXP ABS SQRT LN, composition (the
+// outer law may read Y, which the composition sets to 0), and scalar uses of VEC, TERM and
+// DOT; make_vector adds laws of one to three outputs.  A negative base takes only exact
+// integers, which a law exponent meets by coincidence of rounding (X/ABS(X) is 1,
+// X*ABS(X)^-1 may not be): law exponents get a positive base.
 class law_generator {
   public:
     explicit law_generator(unsigned seed) : rng_(seed) {}
-
-    law_holder make(int depth) {
-        int pick = depth <= 0 ? below(3) : below(19);
-        switch (pick) {
-            case 0:
-                return law_holder(VORX_NEW identity_law(0, 'X'));
-            case 1:
-                return law_holder(VORX_NEW identity_law(1, 'Y'));
-            case 2: {
-                static const double values[] = {0, 1, -1, 2, -2, 3, 0.5, -1.5, 4};
-                return constant(values[below(9)]);
-            }
-            case 3:
-                return binary<plus_law>(depth);
-            case 4:
-                return binary<minus_law>(depth);
-            case 5:
-            case 6:
-                return binary<times_law>(depth);
-            case 7:
-                return binary<division_law>(depth);
-            case 8: {
-                static const double exponents[] = {-2, -1, 0, 1, 2, 3, 0.5, 1.5, -0.5};
-                law_holder base = make(depth - 1);
-                if (below(4)) {
-                    law_holder e = constant(exponents[below(9)]);
-                    return law_holder(VORX_NEW exponent_law(base.get(), e.get()));
-                }
-                // A negative base takes only exact integers, which a law exponent meets
-                // by coincidence of rounding (X/ABS(X) is 1, X*ABS(X)^-1 may not be):
-                // law exponents get a positive base.
-                law_holder positive(VORX_NEW exp_law(base.get()));
-                law_holder e = make(depth - 1);
-                return law_holder(VORX_NEW exponent_law(positive.get(), e.get()));
-            }
-            case 9:
-                return unary<negate_law>(depth);
-            case 10:
-                return unary<sin_law>(depth);
-            case 11:
-                return unary<cos_law>(depth);
-            case 12:
-                return below(2) ? unary<exp_law>(depth) : unary<abs_law>(depth);
-            case 13:
-                return below(2) ? unary<sqrt_law>(depth) : unary<natural_log_law>(depth);
-            case 14:
-                return binary<composite_law>(depth);
-            case 15: {
-                law_holder v = vec(depth);
-                law_holder k = constant(1 + below(2));
-                law* parts[2] = {v.get(), k.get()};
-                return law_holder(VORX_NEW term_law(parts, 2));
-            }
-            case 16: {
-                law_holder a = below(2) ? vec(depth) : make(depth - 1);
-                law_holder b = below(2) ? vec(depth) : make(depth - 1);
-                law* parts[2] = {a.get(), b.get()};
-                return law_holder(VORX_NEW dot_law(parts, 2));
-            }
-            case 17: {
-                law_holder v = vec(depth);
-                law_holder f = make(depth - 1);
-                law_holder scaled(VORX_NEW times_law(f.get(), v.get()));
-                law_holder w = vec(depth);
-                law_holder sum(VORX_NEW plus_law(scaled.get(), w.get()));
-                law* parts[2] = {sum.get(), w.get()};
-                return law_holder(VORX_NEW dot_law(parts, 2));
-            }
-            default:
-                return binary<plus_law>(depth);
-        }
-    }
-
-    // Laws of one to three outputs: VEC, scalar times vector, sums, differences,
-    // negation, quotients by a scalar, a vector composed with a scalar, a scalar added
-    // (to the first component), and 0 times a vector.
-    law_holder make_vector(int depth) {
-        int pick = depth <= 0 ? 0 : below(9);
-        switch (pick) {
-            case 1:
-            case 2: {
-                law_holder f = make(depth - 1);
-                law_holder v = make_vector(depth - 1);
-                return below(2) ? law_holder(VORX_NEW times_law(f.get(), v.get()))
-                                : law_holder(VORX_NEW times_law(v.get(), f.get()));
-            }
-            case 3: {
-                law_holder a = make_vector(depth - 1);
-                law_holder b = make_vector(depth - 1);
-                return below(2) ? law_holder(VORX_NEW plus_law(a.get(), b.get()))
-                                : law_holder(VORX_NEW minus_law(a.get(), b.get()));
-            }
-            case 4: {
-                law_holder a = make_vector(depth - 1);
-                return law_holder(VORX_NEW negate_law(a.get()));
-            }
-            case 5: {
-                law_holder a = make_vector(depth - 1);
-                law_holder f = make(depth - 1);
-                return law_holder(VORX_NEW division_law(a.get(), f.get()));
-            }
-            case 6: {
-                law_holder a = make_vector(depth - 1);
-                law_holder g = make(depth - 1);
-                return law_holder(VORX_NEW composite_law(a.get(), g.get()));
-            }
-            case 7: {
-                law_holder a = make_vector(depth - 1);
-                law_holder f = make(depth - 1);
-                return below(2) ? law_holder(VORX_NEW plus_law(a.get(), f.get()))
-                                : law_holder(VORX_NEW plus_law(f.get(), a.get()));
-            }
-            case 8: {
-                law_holder a = make_vector(depth - 1);
-                law_holder zero = constant(0);
-                return law_holder(VORX_NEW times_law(zero.get(), a.get()));
-            }
-            default:
-                return vec(depth + 1);
-        }
-    }
+    law_holder make(int depth) { return parse(scalar(depth)); }
+    law_holder make_vector(int depth) { return parse(vector_text(depth)); }
 
   private:
-    int below(int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng_); }
-    law_holder constant(double v) { return law_holder(VORX_NEW constant_law(v)); }
-    template <class L>
-    law_holder binary(int depth) {
-        law_holder a = make(depth - 1);
-        law_holder b = make(depth - 1);
-        return law_holder(VORX_NEW L(a.get(), b.get()));
+    std::string scalar(int depth) {
+        static const char* const constants[] = {"0", "1",   "(-1)",   "2", "(-2)",
+                                                "3", "0.5", "(-1.5)", "4"};
+        static const char* const exponents[] = {"-2", "-1",  "0",   "1",   "2",
+                                                "3",  "0.5", "1.5", "-0.5"};
+        static const char* const functions[] = {"-", "SIN", "COS", "EXP", "ABS", "SQRT", "LN"};
+        static const char* const operators[] = {"+", "-", "*", "*", "/", " O "};
+        std::string a, b;
+        switch (depth <= 0 ? below(3) : below(10)) {
+            case 0:
+                return "X";
+            case 1:
+                return "Y";
+            case 2:
+                return constants[below(9)];
+            case 3:
+            case 4:
+                a = sub(depth);
+                return a + operators[below(6)] + sub(depth);
+            case 5:
+                a = sub(depth);
+                if (below(4)) return a + "^" + exponents[below(9)];
+                return "EXP" + a + "^" + sub(depth);
+            case 6:
+                return functions[below(7)] + sub(depth);
+            case 7:
+                return "TERM(" + vec(depth) + "," + std::to_string(1 + below(2)) + ")";
+            case 8:
+                a = below(2) ? vec(depth) : scalar(depth - 1);
+                return "DOT(" + a + "," + (below(2) ? vec(depth) : scalar(depth - 1)) + ")";
+            default:
+                a = sub(depth), b = vec(depth);
+                return "DOT(" + a + "*" + vec(depth) + "+" + b + "," + b + ")";
+        }
     }
-    template <class L>
-    law_holder unary(int depth) {
-        law_holder a = make(depth - 1);
-        return law_holder(VORX_NEW L(a.get()));
+    std::string vector_text(int depth) {
+        if (depth <= 0) return vec(depth + 1);
+        std::string a = "(" + vector_text(depth - 1) + ")", f = sub(depth);
+        switch (below(8)) {
+            case 0:
+            case 1:
+                return below(2) ? f + "*" + a : a + "*" + f;
+            case 2:
+                return a + (below(2) ? "+(" : "-(") + vector_text(depth - 1) + ")";
+            case 3:
+                return "-" + a;
+            case 4:
+                return a + "/" + f;
+            case 5:
+                return a + " O " + f;
+            case 6:
+                return below(2) ? a + "+" + f : f + "+" + a;
+            default:
+                return "0*" + a;
+        }
     }
+    std::string sub(int depth) { return "(" + scalar(depth - 1) + ")"; }
     // VEC of one to three scalar components.
-    law_holder vec(int depth) {
-        int n = 1 + below(3);
-        law_array parts(n);
-        for (int i = 0; i < n; ++i) parts.set(i, make(depth - 2).release());
-        return law_holder(VORX_NEW vector_law(parts.get(), n));
+    std::string vec(int depth) {
+        std::string t = "VEC(" + scalar(depth - 2);
+        for (int n = below(3); n > 0; --n) t += "," + scalar(depth - 2);
+        return t + ")";
     }
+    int below(int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng_); }
     std::mt19937 rng_;
 };
 
