@@ -181,6 +181,7 @@ TEST(Nroot, RestoresTolerancesAndReleasesLawsWhenAnErrorEndsTheCall) {
     set_root_tol_default();
 }
 
+// Nroot, Nmax, Nmin, Nsolve and Nroot_classified check their arguments alike.
 TEST(Nroot, BadArgumentsRaiseTheirCodes) {
     const double nan = std::nan(""), inf = HUGE_VAL;
     struct bad_case {
@@ -188,8 +189,9 @@ TEST(Nroot, BadArgumentsRaiseTheirCodes) {
         double a, b;
         const char* code;
     } cases[] = {
-        {"X", nan, 1, "LAW_BAD_BOUNDS"}, {"X", 0, inf, "LAW_BAD_BOUNDS"}, {"X+Y", 0, 1, "LAW_DIM"},
-        {"VEC(X,X)", 0, 1, "LAW_DIM"},   {nullptr, 0, 1, "LAW_EVAL"},
+        {"X", nan, 1, "LAW_BAD_BOUNDS"},  {"X", 0, inf, "LAW_BAD_BOUNDS"},
+        {"X", -inf, 0, "LAW_BAD_BOUNDS"}, {"X+Y", 0, 1, "LAW_DIM"},
+        {"VEC(X,X)", 0, 1, "LAW_DIM"},    {nullptr, 0, 1, "LAW_EVAL"},
     };
     for (const auto& c : cases) {
         law_holder f(c.text ? str_to_law(c.text) : nullptr);
@@ -199,6 +201,9 @@ TEST(Nroot, BadArgumentsRaiseTheirCodes) {
         EXPECT_EQ(error_of([&] { Nmin(f.get(), c.a, c.b); }), c.code) << c.text;
         EXPECT_EQ(error_of([&] { VORX_FREE(Nsolve(f.get(), f.get(), c.a, c.b, &n)); }), c.code)
             << c.text;
+        n = -1;
+        EXPECT_EQ(error_of([&] { VORX_FREE(Nroot_classified(f.get(), c.a, c.b, &n)); }), c.code);
+        EXPECT_EQ(n, 0);
     }
 }
 
