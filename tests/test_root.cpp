@@ -115,31 +115,30 @@ class raising_law : public law {
     mutable int calls_ = 0;
 };
 
-struct tolerances {
-    double x, f, quad, hole, ratio, far;
-    int newton, bisect, count_a, max_eval;
-    double search;
-    bool operator==(const tolerances& o) const {
-        return x == o.x && f == o.f && quad == o.quad && hole == o.hole && ratio == o.ratio &&
-               far == o.far && newton == o.newton && bisect == o.bisect && count_a == o.count_a &&
-               max_eval == o.max_eval && search == o.search;
-    }
-};
+// The tolerance fields of the context's root section, in one list.
+using tolerances = std::vector<double>;
 
 tolerances read_tolerances() {
     const auto& r = law_context().root;
-    return {
-        r.root_x_tol,   r.root_f_tol,           r.root_quad_tol,          r.root_hole_fraction,
-        r.root_ratio,   r.root_far_ratio,       r.root_newton_iterations, r.root_bisect_iterations,
-        r.root_count_a, r.root_max_evaluations, r.root_search_tol};
+    return {r.root_x_tol,
+            r.root_f_tol,
+            r.root_quad_tol,
+            r.root_hole_fraction,
+            r.root_ratio,
+            r.root_far_ratio,
+            (double)r.root_newton_iterations,
+            (double)r.root_bisect_iterations,
+            (double)r.root_count_a,
+            (double)r.root_max_evaluations,
+            r.root_search_tol};
 }
 
 void write_tolerances(const tolerances& t) {
     auto& r = law_context().root;
-    r.root_x_tol = t.x, r.root_f_tol = t.f, r.root_quad_tol = t.quad;
-    r.root_hole_fraction = t.hole, r.root_ratio = t.ratio, r.root_far_ratio = t.far;
-    r.root_newton_iterations = t.newton, r.root_bisect_iterations = t.bisect;
-    r.root_count_a = t.count_a, r.root_max_evaluations = t.max_eval, r.root_search_tol = t.search;
+    r.root_x_tol = t[0], r.root_f_tol = t[1], r.root_quad_tol = t[2];
+    r.root_hole_fraction = t[3], r.root_ratio = t[4], r.root_far_ratio = t[5];
+    r.root_newton_iterations = (int)t[6], r.root_bisect_iterations = (int)t[7];
+    r.root_count_a = (int)t[8], r.root_max_evaluations = (int)t[9], r.root_search_tol = t[10];
 }
 
 const tolerances defaults = {1e-14, 1e-7, 1e-7, 0.05, 0.1, 0.1, 10, 40, 7, 10000, 1e-4};
@@ -150,13 +149,13 @@ TEST(Nroot, LeavesTheDefaultTolerancesAfterASearch) {
     law_holder f = parse("X^2-0.25");
     int n;
     VORX_FREE(Nroot(f.get(), -1, 1, &n));
-    EXPECT_TRUE(read_tolerances() == defaults);
+    EXPECT_EQ(read_tolerances(), defaults);
     // A law found constant returns before the probing phase and its reset.
     write_tolerances(odd);
     law_holder c = parse("3");
     EXPECT_EQ(Nroot(c.get(), 0, 1, &n), nullptr);
     EXPECT_EQ(n, 0);
-    EXPECT_TRUE(read_tolerances() == odd);
+    EXPECT_EQ(read_tolerances(), odd);
     set_root_tol_default();
 }
 
@@ -167,7 +166,7 @@ TEST(Nroot, RestoresTolerancesAndReleasesLawsWhenAnErrorEndsTheCall) {
         law_holder f(VORX_NEW raising_law(limit, BASE_INTERRUPTED));
         int n = 7;
         EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(f.get(), -1, 1, &n)); }), "BASE_INTERRUPTED");
-        EXPECT_TRUE(read_tolerances() == odd) << limit;
+        EXPECT_EQ(read_tolerances(), odd) << limit;
         law_holder g(VORX_NEW raising_law(limit, LAW_SQRT));
         EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(g.get(), -1, 1, &n)); }), "") << limit;
     }
@@ -177,7 +176,7 @@ TEST(Nroot, RestoresTolerancesAndReleasesLawsWhenAnErrorEndsTheCall) {
     int n;
     EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(f.get(), -1, 1, &n)); }), "BASE_INTERRUPTED");
     set_vorx_interrupted(false);
-    EXPECT_TRUE(read_tolerances() == odd);
+    EXPECT_EQ(read_tolerances(), odd);
     set_root_tol_default();
 }
 
