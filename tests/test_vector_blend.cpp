@@ -38,48 +38,33 @@ std::string cyclide(const std::string& u, const std::string& v) {
     return "CYCLIDE(" + frame + ",3,1,2," + u + "," + v + ")";
 }
 
-struct value_row {
-    const char* text;
-    double t;
-    vec expect;         // empty when an error is expected
-    const char* error;  // "" when none
-};
-
 // clang-format off
-const value_row value_rows[] = {
+const law_row value_rows[] = {
     // Ends and shoulder M + rho (A - M), M = (1,0.5,0), A = (0,2,0), rho = 0.3.
-    {"CONICLINE(VEC(0,0,0),VEC(2,1,0),VEC(0,2,0),0.3,X)", 0, {0, 0, 0}, ""},
-    {"CONICLINE(VEC(0,0,0),VEC(2,1,0),VEC(0,2,0),0.3,X)", 1, {2, 1, 0}, ""},
-    {"CONICLINE(VEC(0,0,0),VEC(2,1,0),VEC(0,2,0),0.3,X)", 0.5, {0.7, 0.95, 0}, ""},
+    {"CONICLINE(VEC(0,0,0),VEC(2,1,0),VEC(0,2,0),0.3,X)", {0}, {0, 0, 0}, ""},
+    {"CONICLINE(VEC(0,0,0),VEC(2,1,0),VEC(0,2,0),0.3,X)", {1}, {2, 1, 0}, ""},
+    {"CONICLINE(VEC(0,0,0),VEC(2,1,0),VEC(0,2,0),0.3,X)", {0.5}, {0.7, 0.95, 0}, ""},
     // The apex of tangents (0,1,0) at 0 and (-1,0,0) at (1,1,0) is (0,1,0).
-    {"CONICTROUGH(VEC(0,0,0),VEC(0,2,0),VEC(1,1,0),VEC(-1,0,0),0.4,X)", 0.5, {0.3, 0.7, 0}, ""},
+    {"CONICTROUGH(VEC(0,0,0),VEC(0,2,0),VEC(1,1,0),VEC(-1,0,0),0.4,X)", {0.5}, {0.3, 0.7, 0}, ""},
     // Skew tangents: the apex is the midpoint of the closest points, (0,1,0.5).
-    {"CONICTROUGH(VEC(0,0,0),VEC(0,1,0),VEC(1,1,1),VEC(1,0,0),0.5,X)", 0.5, {0.25, 0.75, 0.5}, ""},
+    {"CONICTROUGH(VEC(0,0,0),VEC(0,1,0),VEC(1,1,1),VEC(1,0,0),0.5,X)", {0.5}, {0.25, 0.75, 0.5}, ""},
     // (u,v) = (0,0): x = a + c - mu = 2 along X'.
-    {"CYCLIDE(VEC(1,2,3),VEC(0,1,0),VEC(0,0,1),3,1,2,0,X)", 0, {1, 4, 3}, ""},
-    {"DCYCLIDE(VEC(1,2,3),VEC(0,1,0),VEC(0,0,1),3,1,2,0,X,0,0)", 0, {1, 4, 3}, ""},
-    {"CONICLINE(VEC(0,0,0),VEC(2,1,0),VEC(0,2,0),1,X)", 0.5, {}, "LAW_BAD_DOMAN"},
-    {"CONICTROUGH(VEC(0,0,0),VEC(0,1,0),VEC(1,0,0),VEC(0,-2,0),0.5,X)", 0.5, {}, "LAW_BAD_DOMAN"},
-    {"CONICLINE(VEC(0,0),VEC(2,1,0),VEC(0,2,0),0.3,X)", 0.5, {}, "LAW_DIM"},
-    {"CYCLIDE(VEC(0,0,0),VEC(1,0,0),VEC(0,0,1),1,2,0.5,X,0)", 0.5, {}, "LAW_BAD_DOMAN"},
-    {"CYCLIDE(VEC(0,0,0),VEC(1,0,0),VEC(0,0,1),1,1,0.5,X,0)", 0, {}, "LAW_BAD_DOMAN"},
-    {"DCYCLIDE(VEC(0,0,0),VEC(1,0,0),VEC(0,0,1),1,2,0.5,X,0,1,0)", 0.5, {}, "LAW_BAD_DOMAN"},
-    {"CYCLIDEPERP(VEC(0,0,0),VEC(1,0,0),VEC(0,0,1),1,2,0.5,VEC(X,0,0))", 0.5, {}, "LAW_BAD_DOMAN"},
-    {"CYCLIDE(VEC(0,0,0),VEC(0,0,1),VEC(0,0,1),3,1,2,X,0)", 0.5, {}, "LAW_BAD_UNIT_VECTOR"},
-    {"DCYCLIDE(VEC(0,0,0),VEC(1,0,0),VEC(0,0,1),3,1,2,X,0,-1,0)", 0.5, {}, "LAW_DIM"},
+    {"CYCLIDE(VEC(1,2,3),VEC(0,1,0),VEC(0,0,1),3,1,2,0,X)", {0}, {1, 4, 3}, ""},
+    {"DCYCLIDE(VEC(1,2,3),VEC(0,1,0),VEC(0,0,1),3,1,2,0,X,0,0)", {0}, {1, 4, 3}, ""},
+    {"CONICLINE(VEC(0,0,0),VEC(2,1,0),VEC(0,2,0),1,X)", {0.5}, {}, "LAW_BAD_DOMAN"},
+    {"CONICTROUGH(VEC(0,0,0),VEC(0,1,0),VEC(1,0,0),VEC(0,-2,0),0.5,X)", {0.5}, {}, "LAW_BAD_DOMAN"},
+    {"CONICLINE(VEC(0,0),VEC(2,1,0),VEC(0,2,0),0.3,X)", {0.5}, {}, "LAW_DIM"},
+    {"CYCLIDE(VEC(0,0,0),VEC(1,0,0),VEC(0,0,1),1,2,0.5,X,0)", {0.5}, {}, "LAW_BAD_DOMAN"},
+    {"CYCLIDE(VEC(0,0,0),VEC(1,0,0),VEC(0,0,1),1,1,0.5,X,0)", {0}, {}, "LAW_BAD_DOMAN"},
+    {"DCYCLIDE(VEC(0,0,0),VEC(1,0,0),VEC(0,0,1),1,2,0.5,X,0,1,0)", {0.5}, {}, "LAW_BAD_DOMAN"},
+    {"CYCLIDEPERP(VEC(0,0,0),VEC(1,0,0),VEC(0,0,1),1,2,0.5,VEC(X,0,0))", {0.5}, {}, "LAW_BAD_DOMAN"},
+    {"CYCLIDE(VEC(0,0,0),VEC(0,0,1),VEC(0,0,1),3,1,2,X,0)", {0.5}, {}, "LAW_BAD_UNIT_VECTOR"},
+    {"DCYCLIDE(VEC(0,0,0),VEC(1,0,0),VEC(0,0,1),3,1,2,X,0,-1,0)", {0.5}, {}, "LAW_DIM"},
 };
 // clang-format on
 
 TEST(VectorBlend, ValuesAndErrors) {
-    for (const value_row& r : value_rows) {
-        law_holder l = parse(r.text);
-        ASSERT_TRUE(l);
-        vec got;
-        EXPECT_EQ(error_of([&] { got = at(l.get(), r.t); }), r.error) << r.text;
-        if (*r.error) continue;
-        ASSERT_EQ(got.size(), r.expect.size()) << r.text;
-        for (size_t i = 0; i < got.size(); ++i) EXPECT_NEAR(got[i], r.expect[i], 1e-12) << r.text;
-    }
+    check_law_rows(parse, value_rows, 1e-12);
     EXPECT_EQ(error_of([] { law_holder(str_to_law("CYCLIDE(1,2)")); }), "LAW_DIM");
 }
 
