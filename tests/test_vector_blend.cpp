@@ -15,13 +15,6 @@ namespace {
 
 using vec = std::vector<double>;
 
-vec at(const law* l, double t) {
-    double x[1] = {t};
-    vec y(l->return_dim());
-    l->evaluate(x, y.data());
-    return y;
-}
-
 vec sub(const vec& a, const vec& b) {
     return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
 }
@@ -71,7 +64,7 @@ TEST(VectorBlend, ValuesAndErrors) {
 // The end tangents of a conic point at the apex: C'(0) is along A - P0, C'(1) along P1 - A.
 TEST(VectorBlend, ConicTangentsPointAtTheApex) {
     law_holder d(parse("CONICLINE(VEC(0,0,0),VEC(2,1,0),VEC(0,2,1),0.7,X)")->derivative(0));
-    vec d0 = at(d.get(), 0.0), d1 = at(d.get(), 1.0);
+    vec d0 = outputs_at(d.get(), {0.0}), d1 = outputs_at(d.get(), {1.0});
     vec n0 = cross(d0, {0, 2, 1}), n1 = cross(d1, sub({2, 1, 0}, {0, 2, 1}));
     EXPECT_NEAR(dot(n0, n0) + dot(n1, n1), 0.0, 1e-20);
     EXPECT_GT(dot(d0, {0, 2, 1}), 0.0);
@@ -98,7 +91,7 @@ TEST(VectorBlend, DcyclideIsTheSlopeOfTheCyclide) {
             double x[1] = {t};
             vec numeric(3);
             Ndifferentiate(low.get(), x, 0, numeric.data(), 1);
-            vec got = at(high.get(), t);
+            vec got = outputs_at(high.get(), {t});
             for (int k = 0; k < 3; ++k) EXPECT_NEAR(got[k], numeric[k], 1e-5) << text(r.i, r.j);
         }
     }
@@ -113,7 +106,7 @@ TEST(VectorBlend, LinesOfCurvatureAreCircles) {
             law_holder l = parse(along_v ? cyclide(c, "X") : cyclide("X", c));
             vec p[4];
             const double ts[4] = {-2.0, -0.3, 0.9, 2.5};
-            for (int k = 0; k < 4; ++k) p[k] = at(l.get(), ts[k]);
+            for (int k = 0; k < 4; ++k) p[k] = outputs_at(l.get(), {ts[k]});
             vec a = sub(p[1], p[0]), b = sub(p[2], p[0]), n = cross(a, b);
             EXPECT_NEAR(dot(n, sub(p[3], p[0])) / std::sqrt(dot(n, n)), 0.0, 1e-9);
             // Circumcentre of p0,p1,p2: p0 + (|a|^2 b x n + |b|^2 n x a) / (2 |n|^2).
@@ -133,10 +126,10 @@ TEST(VectorBlend, CyclidePerpFindsTheFootAlongTheNormal) {
     for (double u : {0.4, 2.5, -1.2}) {
         std::string us = std::to_string(u), vs = std::to_string(0.8 - u);
         auto partial = [&](int i, int j) {
-            return at(parse("DCYCLIDE(" + frame + ",3,1,2," + us + "," + vs + "," +
-                            std::to_string(i) + "," + std::to_string(j) + ")")
-                          .get(),
-                      0.0);
+            return outputs_at(parse("DCYCLIDE(" + frame + ",3,1,2," + us + "," + vs + "," +
+                                    std::to_string(i) + "," + std::to_string(j) + ")")
+                                  .get(),
+                              {0.0});
         };
         vec s = partial(0, 0), n = cross(partial(1, 0), partial(0, 1));
         double len = std::sqrt(dot(n, n));
@@ -144,7 +137,7 @@ TEST(VectorBlend, CyclidePerpFindsTheFootAlongTheNormal) {
             std::string p = "VEC(" + std::to_string(s[0] + off * n[0] / len) + "," +
                             std::to_string(s[1] + off * n[1] / len) + "," +
                             std::to_string(s[2] + off * n[2] / len) + ")";
-            vec foot = at(parse("CYCLIDEPERP(" + frame + ",3,1,2," + p + ")").get(), 0.0);
+            vec foot = outputs_at(parse("CYCLIDEPERP(" + frame + ",3,1,2," + p + ")").get(), {0.0});
             vec miss = sub(foot, s);
             EXPECT_LT(std::sqrt(dot(miss, miss)), 1e-5) << u << " " << off;
         }

@@ -13,13 +13,6 @@
 
 namespace {
 
-std::vector<double> values_at(const law* l, double t) {
-    double x[4] = {t, 0.0, 0.0, 0.0};
-    std::vector<double> y(l->return_dim());
-    l->evaluate(x, y.data());
-    return y;
-}
-
 // ---------------------------------------------------------------- values and errors
 
 const double r2 = std::sqrt(0.5);
@@ -108,7 +101,7 @@ TEST(VectorFrame, RewritesFire) {
     law_holder l = parse("CROSS(VEC(X,2,3),VEC(4,X,6))");
     law_holder s(l->simplify());
     EXPECT_FALSE(s->isa(cross_law::id()));
-    EXPECT_EQ(values_at(s.get(), 1.5), values_at(l.get(), 1.5));
+    EXPECT_EQ(outputs_at(s.get(), {1.5}), outputs_at(l.get(), {1.5}));
 }
 
 // ---------------------------------------------------------------- frame properties
@@ -125,7 +118,7 @@ TEST(VectorFrame, FrenetFrameIsOrthonormal) {
             parse(("FRENET(" + std::string(curve) + "," + std::to_string(i) + ")").c_str()));
     for (double t : {0.1, 0.7, 2.0}) {
         std::vector<double> v[3];
-        for (int i = 0; i < 3; ++i) v[i] = values_at(frame[i].get(), t);
+        for (int i = 0; i < 3; ++i) v[i] = outputs_at(frame[i].get(), {t});
         for (int i = 0; i < 3; ++i)
             for (int j = 0; j < 3; ++j) EXPECT_NEAR(dot3(v[i], v[j]), i == j ? 1.0 : 0.0, 1e-12);
     }
@@ -148,7 +141,7 @@ TEST(VectorFrame, MinRotMatchesTheHelixClosedFormInBothSettings) {
             double q = -t * r2, c = std::cos(q), s = std::sin(q);
             std::vector<double> n = {-std::cos(t), -std::sin(t), 0};
             std::vector<double> b = {std::sin(t) * r2, -std::cos(t) * r2, r2};
-            std::vector<double> got = values_at(l.get(), t);
+            std::vector<double> got = outputs_at(l.get(), {t});
             for (int i = 0; i < 3; ++i)
                 worst = std::fmax(worst, std::fabs(got[i] - (c * n[i] + s * b[i])));
         }
@@ -167,7 +160,7 @@ TEST(VectorFrame, MinRotIsRotationMinimising) {
     law_holder l = parse(("MINROT(" + std::string(curve) + ",VEC(0,0,1),0,2*PI)").c_str());
     law_holder tangent = parse(("FRENET(" + std::string(curve) + ",1)").c_str());
     for (double t : {0.4, 2.9, 5.1}) {
-        std::vector<double> r = values_at(l.get(), t), tg = values_at(tangent.get(), t);
+        std::vector<double> r = outputs_at(l.get(), {t}), tg = outputs_at(tangent.get(), {t});
         double x[1] = {t}, d[3];
         Ndifferentiate(l.get(), x, 0, d, 1);
         std::vector<double> dr(d, d + 3);
@@ -197,8 +190,8 @@ TEST(VectorFrame, MinRotReportsTheClosingTwist) {
     char angle[64];
     std::snprintf(angle, sizeof angle, "%.17g*X/(2*PI)", -twist[1]);
     law_holder closed = parse(("TWISTPATH(" + minrot + "," + curve + "," + angle + ")").c_str());
-    std::vector<double> start = values_at(closed.get(), 0.0),
-                        end = values_at(closed.get(), 2 * M_PI);
+    std::vector<double> start = outputs_at(closed.get(), {0.0}),
+                        end = outputs_at(closed.get(), {2 * M_PI});
     for (int i = 0; i < 3; ++i) EXPECT_NEAR(start[i], end[i], 1e-9);
 }
 

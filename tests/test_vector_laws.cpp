@@ -14,13 +14,6 @@
 
 namespace {
 
-std::vector<double> values_at(const law* l, std::vector<double> x) {
-    x.resize(8, 0.0);
-    std::vector<double> y(l->return_dim());
-    l->evaluate(x.data(), y.data());
-    return y;
-}
-
 // ---------------------------------------------------------------- values
 
 // clang-format off
@@ -49,7 +42,7 @@ TEST(VectorLaws, TermOfANanIndexRaises) {
     law_holder nan_index(VORX_NEW constant_law(std::numeric_limits<double>::quiet_NaN()));
     law* parts[2] = {v.get(), nan_index.get()};
     law_holder t(VORX_NEW term_law(parts, 2));
-    EXPECT_EQ(error_of([&] { values_at(t.get(), {1, 2}); }), "LAW_DIM");
+    EXPECT_EQ(error_of([&] { outputs_at(t.get(), {1, 2}); }), "LAW_DIM");
 }
 
 // ---------------------------------------------------------------- derivatives
@@ -59,9 +52,9 @@ TEST(VectorLaws, DerivativeOfVecIsVecOfDerivatives) {
     law_holder d(v->derivative(0));
     ASSERT_TRUE(d->isa(vector_law::id()));
     for (double x : {-3.0, 0.0, 1.0, 17.5})
-        EXPECT_EQ(values_at(d.get(), {x}), (std::vector<double>{1, 2, 0}));
+        EXPECT_EQ(outputs_at(d.get(), {x}), (std::vector<double>{1, 2, 0}));
     law_holder dy(parse("VEC(X,X*Y)")->derivative(1));
-    EXPECT_EQ(values_at(dy.get(), {4, 9}), (std::vector<double>{0, 4}));
+    EXPECT_EQ(outputs_at(dy.get(), {4, 9}), (std::vector<double>{0, 4}));
 }
 
 struct slope_row {
