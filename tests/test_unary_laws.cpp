@@ -274,10 +274,7 @@ TEST(UnaryLawDomain, InDomainTable) {
 // SQRT(LN(X)): the argument's own domain is asked first, so an outer rule never evaluates
 // an argument that could raise; an error inside the tree unwinds and releases.
 TEST(UnaryLawDomain, ArgumentComesFirstInDomainAndErrors) {
-    law_holder x = variable();
-    law_holder ln(VORX_NEW natural_log_law(x.get()));
-    law_holder root(VORX_NEW sqrt_law(ln.get()));
-    law_holder sine(VORX_NEW sin_law(ln.get()));
+    law_holder root = parse("SQRT(LN(X))"), sine = parse("SIN(LN(X))");
     double at[] = {-1.0, 0.5, 2.0};
     EXPECT_EQ(root->in_domain(&at[0]), 0);
     EXPECT_EQ(sine->in_domain(&at[0]), 0);
@@ -395,15 +392,6 @@ const derivative_row derivative_rows[] = {
     {"FLOOR", make<floor_law>, {0.4, -1.3}, nullptr},
 };
 
-// The argument g = X*0.5 + 0.1, so the chain rule contributes a factor 0.5.
-law_holder half_x_plus_tenth() {
-    law_holder x = variable();
-    law_holder half(VORX_NEW constant_law(0.5));
-    law_holder tenth(VORX_NEW constant_law(0.1));
-    law_holder scaled(VORX_NEW times_law(x.get(), half.get()));
-    return law_holder(VORX_NEW plus_law(scaled.get(), tenth.get()));
-}
-
 // Central difference with step 1e-5 * max(1, |x|): truncation of order h^2 f''' and
 // rounding of order eps f / h, both far below the 1e-6 asked for at these points.
 template <class F>
@@ -413,7 +401,7 @@ double central_difference(F f, double x) {
 }
 
 TEST(UnaryLawDerivatives, AgreeWithCentralDifferences) {
-    law_holder g = half_x_plus_tenth();
+    law_holder g = parse("X*0.5+0.1");  // the chain rule contributes a factor 0.5
     for (const derivative_row& r : derivative_rows) {
         SCOPED_TRACE(r.text);
         law_holder l(r.mk(g.get()));
@@ -430,10 +418,7 @@ TEST(UnaryLawDerivatives, AgreeWithCentralDifferences) {
 }
 
 TEST(UnaryLawDerivatives, PartialInTheSecondInput) {
-    law_holder x = variable(0, 'X'), y = variable(1, 'Y');
-    law_holder xy(VORX_NEW times_law(x.get(), y.get()));
-    law_holder l(VORX_NEW sin_law(xy.get()));
-    law_holder d(l->derivative(1));
+    law_holder d(parse("SIN(X*Y)")->derivative(1));
     double at[] = {0.3, 0.4};
     // d/dY SIN(X*Y) = COS(X*Y) * X
     EXPECT_NEAR(d->evaluateM_R(at), std::cos(0.12) * 0.3, 1e-12);
