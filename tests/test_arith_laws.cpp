@@ -123,18 +123,12 @@ H built_deriv(const H& a, const H& b) {
     return static_cast<as_built<L>*>(l.get())->built();
 }
 
-std::vector<double> values_at(const H& l, std::vector<double> x) {
-    x.resize(std::max<size_t>(x.size(), l->take_dim()), 0.0);
-    std::vector<double> y(l->return_dim());
-    l->evaluate(x.data(), y.data());
-    return y;
-}
-
 const double inf = std::numeric_limits<double>::infinity();
 
 }  // namespace
 
 TEST(ArithEvaluation, ValuesAndErrors) {
+    // clang-format off
     struct row {
         const char* name;
         H l;
@@ -158,18 +152,15 @@ TEST(ArithEvaluation, ValuesAndErrors) {
         // 0/0: one L'Hospital step; k/0: infinities; vectors: a clamped denominator.
         {"sin x/x at 0", sin_of(X()) / X(), {0}, {1}, ""},
         {"(1-cos x)/x^2 at 0", (c(1) - cos_of(X())) / (X() ^ c(2)), {0}, {}, "LAW_LHOSPITAL"},
-        {"1/0", c(1) / X(), {0}, {inf}, ""},
-        {"-1/0", c(-1) / X(), {0}, {-inf}, ""},
+        {"1/0", c(1) / X(), {0}, {inf}, ""}, {"-1/0", c(-1) / X(), {0}, {-inf}, ""},
         {"[x,x]/x at 0", vec({X(), X()}) / X(), {0}, {0, 0}, ""},
         {"[1,2]/-1e-16", vec({c(1), c(2)}) / X(), {-1e-16}, {-1e15, -2e15}, ""},
         {"[1,2]/-0", vec({c(1), c(2)}) / -X(), {0}, {1e15, 2e15}, ""},
         // Powers: an exactly integral exponent for a negative base, nothing for 0^(b<=0).
         {"(-8)^(1/3)", c(-8) ^ (c(1) / c(3)), {0}, {}, "LAW_EXPONENT"},
-        {"(-8)^3", c(-8) ^ c(3), {0}, {-512}, ""},
-        {"(-2)^-1", c(-2) ^ c(-1), {0}, {-0.5}, ""},
+        {"(-8)^3", c(-8) ^ c(3), {0}, {-512}, ""}, {"(-2)^-1", c(-2) ^ c(-1), {0}, {-0.5}, ""},
         {"0^0", X() ^ c(0), {0}, {}, "LAW_EXPONENT"},
-        {"0^-1", X() ^ c(-1), {0}, {}, "LAW_EXPONENT"},
-        {"0^2", X() ^ c(2), {0}, {0}, ""},
+        {"0^-1", X() ^ c(-1), {0}, {}, "LAW_EXPONENT"}, {"0^2", X() ^ c(2), {0}, {0}, ""},
         {"10^50", X() ^ Y(), {10, 50}, {1e50}, ""},
         {"(-8)^(3+1e-12)", X() ^ Y(), {-8, 3 + 1e-12}, {}, "LAW_EXPONENT"},
         {"vec^2", vec({X(), X()}) ^ c(2), {1}, {}, "LAW_EVALS"},
@@ -184,9 +175,10 @@ TEST(ArithEvaluation, ValuesAndErrors) {
         {"TRUE", H(VORX_NEW true_law), {7}, {1}, ""},
         {"FALSE", H(VORX_NEW false_law), {7}, {0}, ""},
     };
+    // clang-format on
     for (const row& r : rows) {
         std::vector<double> got;
-        EXPECT_EQ(error_of([&] { got = values_at(r.l, r.x); }), r.error) << r.name;
+        EXPECT_EQ(error_of([&] { got = outputs_at(r.l.get(), r.x); }), r.error) << r.name;
         if (*r.error) continue;
         ASSERT_EQ(got.size(), r.expect.size()) << r.name;
         for (size_t i = 0; i < got.size(); ++i) EXPECT_DOUBLE_EQ(got[i], r.expect[i]) << r.name;
@@ -194,6 +186,7 @@ TEST(ArithEvaluation, ValuesAndErrors) {
 }
 
 TEST(ArithEvaluation, ErrorsLeaveTheLawUsable) {
+    // clang-format off
     struct row {
         H l;
         double bad, good, expect;
@@ -206,9 +199,10 @@ TEST(ArithEvaluation, ErrorsLeaveTheLawUsable) {
         {vec_of(5, X()) + (X() ^ c(0.5)), -1, 4, 6, "LAW_EXPONENT"},
         {compose(X() + c(1), X() ^ c(0.5)), -4, 4, 3, "LAW_EXPONENT"},
     };
+    // clang-format on
     for (const row& r : rows) {
-        EXPECT_EQ(error_of([&] { values_at(r.l, {r.bad}); }), r.error);
-        EXPECT_DOUBLE_EQ(values_at(r.l, {r.good})[0], r.expect);
+        EXPECT_EQ(error_of([&] { outputs_at(r.l.get(), {r.bad}); }), r.error);
+        EXPECT_DOUBLE_EQ(outputs_at(r.l.get(), {r.good})[0], r.expect);
     }
 }
 
@@ -246,10 +240,11 @@ TEST(ArithConstruction, TimesChecksAtEvaluationDivisionWhenBuilt) {
     // The refused laws took no reference and were never counted.
     EXPECT_EQ(v->ref_count(), 1);
     EXPECT_EQ(law::how_many_laws, before + 1);
-    EXPECT_EQ(values_at(x / vec({c(2)}), {3})[0], 1.5);
+    EXPECT_EQ((x / vec({c(2)}))->eval(3), 1.5);
 }
 
 TEST(ArithDomain, InDomain) {
+    // clang-format off
     struct row {
         const char* name;
         H l;
@@ -257,25 +252,20 @@ TEST(ArithDomain, InDomain) {
         int inside;
     } rows[] = {
         // Kept below e^100: 10^50 is outside although it evaluates.
-        {"10^50", X() ^ Y(), {10, 50}, 0},
-        {"10^43", X() ^ Y(), {10, 43}, 1},
-        {"0.5^1000", X() ^ Y(), {0.5, 1000}, 1},
-        {"0^0", X() ^ Y(), {0, 0}, 0},
-        {"0^2", X() ^ Y(), {0, 2}, 1},
-        {"(-8)^(1/3)", X() ^ Y(), {-8, 1.0 / 3}, 0},
+        {"10^50", X() ^ Y(), {10, 50}, 0}, {"10^43", X() ^ Y(), {10, 43}, 1},
+        {"0.5^1000", X() ^ Y(), {0.5, 1000}, 1}, {"0^0", X() ^ Y(), {0, 0}, 0},
+        {"0^2", X() ^ Y(), {0, 2}, 1}, {"(-8)^(1/3)", X() ^ Y(), {-8, 1.0 / 3}, 0},
         {"(-8)^3", X() ^ Y(), {-8, 3}, 1},
         // Integral within the machine resolution above an integer (evaluate refuses it).
         {"(-8)^(3+1e-12)", X() ^ Y(), {-8, 3 + 1e-12}, 1},
-        {"(-8)^(3-1e-12)", X() ^ Y(), {-8, 3 - 1e-12}, 0},
-        {"ln(x)^2", ln_of(X()) ^ c(2), {-1}, 0},
-        {"x/y at y=0", X() / Y(), {1, 0}, 0},
-        {"x/y at x=0", X() / Y(), {0, 1}, 1},
-        {"x/ln y", X() / ln_of(Y()), {1, -1}, 0},
-        {"ln x+1", ln_of(X()) + c(1), {-1}, 0},
+        {"(-8)^(3-1e-12)", X() ^ Y(), {-8, 3 - 1e-12}, 0}, {"ln(x)^2", ln_of(X()) ^ c(2), {-1}, 0},
+        {"x/y at y=0", X() / Y(), {1, 0}, 0}, {"x/y at x=0", X() / Y(), {0, 1}, 1},
+        {"x/ln y", X() / ln_of(Y()), {1, -1}, 0}, {"ln x+1", ln_of(X()) + c(1), {-1}, 0},
         {"ln o (x-1) at 0", compose(ln_of(X()), X() - c(1)), {0}, 0},
         {"ln o (x-1) at 2", compose(ln_of(X()), X() - c(1)), {2}, 1},
         {"(x+1) o ln", compose(X() + c(1), ln_of(X())), {-1}, 0},
     };
+    // clang-format on
     for (const row& r : rows) {
         std::vector<double> x = r.x;
         x.resize(3, 0.0);
@@ -284,6 +274,7 @@ TEST(ArithDomain, InDomain) {
 }
 
 TEST(ArithDerivative, BuiltForms) {
+    // clang-format off
     struct row {
         const char* rule;
         H d;
@@ -299,6 +290,7 @@ TEST(ArithDerivative, BuiltForms) {
         {"(A^B)'=(B*A')*A^(B-1)+LN(A)*(A^B*B')", built_deriv<exponent_law>(X(), Y()),
          "Y*1*X^(Y-1)+LN(X)*X^Y*0"},
     };
+    // clang-format on
     for (const row& r : rows) EXPECT_EQ(text_of(r.d), r.expect) << r.rule;
     H n(VORX_NEW as_built<negate_law>(X().get()));
     EXPECT_EQ(text_of(static_cast<as_built<negate_law>*>(n.get())->built()), "-1");
@@ -324,39 +316,35 @@ TEST(ArithDerivative, CompositeOverAScalarIsTheChainRule) {
 }
 
 TEST(ArithDerivative, ValuesAgreeWithCalculus) {
+    // clang-format off
     struct row {
         H l;
         double x, expect;
     } rows[] = {
-        {X() * X() * X(), 2, 12},
-        {c(1) / X(), 2, -0.25},
-        {X() ^ X(), 2, 4 * (std::log(2.0) + 1)},
-        {-(X() ^ c(3)), 1, -3},
-        {compose(sin_of(X()), X() ^ c(2)), 1, 2 * std::cos(1.0)},
+        {X() * X() * X(), 2, 12}, {c(1) / X(), 2, -0.25}, {X() ^ X(), 2, 4 * (std::log(2.0) + 1)},
+        {-(X() ^ c(3)), 1, -3}, {compose(sin_of(X()), X() ^ c(2)), 1, 2 * std::cos(1.0)},
         // Inner laws of two values go through TERM of the inner derivative.
         {compose(X() + Y(), vec({X(), X() ^ c(2)})), 3, 7},
-        {compose(X() * Y(), vec({X(), X() ^ c(2)})), 3, 27},
-        {H(VORX_NEW pi_law), 1, 0},
+        {compose(X() * Y(), vec({X(), X() ^ c(2)})), 3, 27}, {H(VORX_NEW pi_law), 1, 0},
         // A negative base to an exponent that reads no input but is not a constant_law
         // raised LAW_LN: the rule for a constant exponent has no logarithm.
-        {H(str_to_law("(-1)^-1")), 0, 0},
-        {H(str_to_law("(-2)^(-2)")), 0, 0},
-        {H(str_to_law("(-(PI))^-2")), 0, 0},
-        {H(str_to_law("(0-2)^(0-2)")), 0, 0},
+        {H(str_to_law("(-1)^-1")), 0, 0}, {H(str_to_law("(-2)^(-2)")), 0, 0},
+        {H(str_to_law("(-(PI))^-2")), 0, 0}, {H(str_to_law("(0-2)^(0-2)")), 0, 0},
         {H(str_to_law("(-X)^-1")), 2, 0.25},
     };
+    // clang-format on
     for (const row& r : rows) EXPECT_NEAR(H(r.l->derivative(0))->eval(r.x), r.expect, 1e-12);
 }
 
 TEST(ArithPrinting, Texts) {
+    // clang-format off
     struct row {
         H l;
         law_symbol_type type;
         const char* expect;
     } rows[] = {
         {H(VORX_NEW pi_law), law_symbol_default, "PI"},
-        {H(VORX_NEW pi_law), law_symbol_maple, "Pi"},
-        {H(VORX_NEW e_law), law_symbol_default, "E"},
+        {H(VORX_NEW pi_law), law_symbol_maple, "Pi"}, {H(VORX_NEW e_law), law_symbol_default, "E"},
         {H(VORX_NEW e_law), law_symbol_maple, "exp(1)"},
         {H(VORX_NEW true_law), law_symbol_maple, "true"},
         {H(VORX_NEW true_law), law_symbol_default, "TRUE"},
@@ -369,50 +357,30 @@ TEST(ArithPrinting, Texts) {
         {X() * (Y() * Z()), law_symbol_default, "X*Y*Z"},
         {X() / (Y() * Z()), law_symbol_default, "X/(Y*Z)"},
         {(X() / Y()) / Z(), law_symbol_default, "(X/Y)/Z"},
-        {(X() ^ Y()) ^ Z(), law_symbol_default, "(X^Y)^Z"},
-        {-X(), law_symbol_default, "-X"},
-        {-(X() + Y()), law_symbol_default, "-(X+Y)"},
-        {X() ^ -c(1), law_symbol_default, "X^-1"},
+        {(X() ^ Y()) ^ Z(), law_symbol_default, "(X^Y)^Z"}, {-X(), law_symbol_default, "-X"},
+        {-(X() + Y()), law_symbol_default, "-(X+Y)"}, {X() ^ -c(1), law_symbol_default, "X^-1"},
         {X() ^ c(-1), law_symbol_default, "X^-1"},
         {H(VORX_NEW e_law) * (X() ^ c(2)), law_symbol_maple, "exp(1)*X**2"},
         {compose(sin_of(X()), X() + c(1)), law_symbol_default, "(SIN(X))O(X+1)"},
         {compose(sin_of(X()), X() + c(1)), law_symbol_maple, "(sin(X))@(X+1)"},
     };
+    // clang-format on
     for (const row& r : rows) EXPECT_EQ(text_of(r.l, r.type), r.expect);
 }
 
 TEST(ArithEquality, SumsAndProductsCompareInAnyOrder) {
+    // clang-format off
     struct row {
         H a, b;
         int equal;
     } rows[] = {
-        {X() + Y(), Y() + X(), 1},
-        {X() + (Y() + Z()), (Z() + X()) + Y(), 1},
-        {X() * Y(), Y() * X(), 1},
-        {X() - Y(), Y() - X(), 0},
-        {X() / Y(), Y() / X(), 0},
-        {X() + Y(), X() * Y(), 0},
-        {H(VORX_NEW pi_law), c(3.141592653589793), 0},
+        {X() + Y(), Y() + X(), 1}, {X() + (Y() + Z()), (Z() + X()) + Y(), 1},
+        {X() * Y(), Y() * X(), 1}, {X() - Y(), Y() - X(), 0}, {X() / Y(), Y() / X(), 0},
+        {X() + Y(), X() * Y(), 0}, {H(VORX_NEW pi_law), c(3.141592653589793), 0},
         {H(VORX_NEW pi_law), H(VORX_NEW pi_law), 1},
     };
+    // clang-format on
     for (const row& r : rows) EXPECT_EQ(*r.a == *r.b, r.equal) << text_of(r.a);
-}
-
-TEST(ArithEquality, DeepCopyIsEqualAndKeepsSharing) {
-    H x = X();
-    H l = ((x + x) * H(VORX_NEW pi_law)) / (H(VORX_NEW e_law) ^ -Y());
-    H copy(l->deep_copy());
-    EXPECT_TRUE(*copy == *l);
-    EXPECT_EQ(text_of(copy), "((X+X)*PI)/E^-Y");
-    auto product = static_cast<const binary_law*>(static_cast<binary_law*>(copy.get())->fleft());
-    auto sum = static_cast<const binary_law*>(product->fleft());
-    EXPECT_EQ(sum->fleft(), sum->fright());
-    EXPECT_NE(sum->fleft(), x.get());
-    EXPECT_TRUE(product->fright()->isa(pi_law::id()));
-    // The named constants' make_one ignores the value.
-    H other(static_cast<const constant_law*>(product->fright())->make_one(2.0));
-    EXPECT_EQ(other->type(), pi_law::id());
-    EXPECT_EQ(other->eval(0.0), 3.141592653589793);
 }
 
 TEST(ArithComposite, SizesComeFromInnerAndOuter) {

@@ -8,7 +8,6 @@
 
 #include "base/errors.hpp"
 #include "base/memory.hpp"
-#include "base/null_ref.hpp"
 #include "base/options.hpp"
 #include "base/output.hpp"
 #include "lawutil/global_names.hpp"
@@ -143,13 +142,4 @@ TEST(Output, CaptureCollectsPrintsOfThisThread) {
     }
     vorx_printf("c");
     EXPECT_STREQ(outer.text(), "a1c");
-}
-
-TEST(NullRef, SentinelsAreDistinctObjects) {
-    const int& r = NULL_REF(int);
-    EXPECT_TRUE(is_null_ref(r));
-    int local = 0;
-    EXPECT_FALSE(is_null_ref(local));
-    EXPECT_EQ(null_ref_ptr(r), nullptr);
-    EXPECT_EQ(null_ref_ptr(local), &local);
 }

@@ -1,4 +1,4 @@
-// Starting and stopping the library, its per-thread context and timers.
+// Starting and stopping the library, its per-thread context and its diagnostic dump.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -48,26 +48,9 @@ TEST(Lifecycle, EachThreadHasItsOwnContext) {
     EXPECT_EQ(lawutil_thread_ctx_ptr, mine);
 }
 
-TEST(Lifecycle, TimersMeasureClockTicksInThousands) {
-    lawutil_thread_ctx& c = law_context();
-    law_start_time();
-    law_end_time();
-    EXPECT_GE(law_get_time(), 0.0);
-    c.law_util.start_time = 1000.0;
-    c.law_util.end_time = 2500.0;
-    EXPECT_DOUBLE_EQ(law_get_time(), 1.5);
-}
-
 TEST(Lifecycle, DiagnosticDumpListsEverySection) {
     output_capture out;
     law_context().debug_dump(debug_file_ptr);
     EXPECT_STREQ(out.text(),
                  "compile 0\nlaw 0\nlaw_util 0\nmaple 0\nroot 0\nTotal for lawutil_thread_ctx 0\n");
-}
-
-TEST(Lifecycle, NewLawIdsAreDistinct) {
-    int a = new_law_id();
-    int b = new_law_id();
-    EXPECT_GT(a, 0);
-    EXPECT_EQ(b, a + 1);
 }

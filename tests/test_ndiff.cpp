@@ -96,17 +96,17 @@ void differentiate(law* f, const double* x, int which, int side, double* answer,
 TEST(Ndifferentiate, SmallCasesOfEveryRule) {
     law_holder cubic(VORX_NEW probe_law(cube));
     law_holder y(VORX_NEW identity_law(1, 'Y'));
+    // clang-format off
     struct row {
         const law_holder& f;
         double x0;
         int which, order;
         double expected, tol;
     } rows[] = {
-        {cubic, 1.0, 0, 1, 3.0, 1e-8},
-        {cubic, 2.0, 0, -3, 8.0, 0.0},
-        {y, 5.0, 0, 1, 0.0, 0.0},
+        {cubic, 1.0, 0, 1, 3.0, 1e-8}, {cubic, 2.0, 0, -3, 8.0, 0.0}, {y, 5.0, 0, 1, 0.0, 0.0},
         {y, 5.0, 1, 1, 1.0, 1e-11},
     };
+    // clang-format on
     for (const row& r : rows)
         for (int side : {-1, 0, 1}) {
             double x[2] = {r.x0, 2.0}, d = -1.0;

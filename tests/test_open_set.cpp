@@ -24,6 +24,7 @@ struct set_step {
 };
 
 // One set over [0, 10]; root_x_tol is 1e-14.
+// clang-format off
 const set_step steps[] = {
     {'a', 2, 3, {{2, 3}}},
     {'a', 5, 4, {{2, 3}, {4, 5}}},                  // ends swapped
@@ -34,9 +35,9 @@ const set_step steps[] = {
     {'a', 11, 12, {{0, 1}, {2, 5}, {7, 7}}},        // outside: ignored
     {'r', 3, 4, {{0, 1}, {2, 3}, {4, 5}, {7, 7}}},  // inside one: split
     {'r', 0.5, 4.5, {{0, 0.5}, {4.5, 5}, {7, 7}}},  // cuts two, drops one between
-    {'r', 6, 8, {{0, 0.5}, {4.5, 5}}},
-    {'a', 0, 10, {{0, 10}}},
+    {'r', 6, 8, {{0, 0.5}, {4.5, 5}}}, {'a', 0, 10, {{0, 10}}},
 };
+// clang-format on
 
 TEST(OpenSet, OperationsKeepTheListSortedDisjointAndFused) {
     set_root_tol_default();

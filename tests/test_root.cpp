@@ -11,12 +11,6 @@ namespace {
 
 constexpr double pi = 3.141592653589793;
 
-law_holder read(const char* text) {
-    law_holder l(str_to_law(text));
-    EXPECT_TRUE(l) << text;
-    return l;
-}
-
 // ---------------------------------------------------------------- singularities
 
 struct singular_case {
@@ -28,36 +22,29 @@ struct singular_case {
 
 const int P = law_singular_pole, J = law_singular_jump, B = law_singular_break;
 
+// clang-format off
 const singular_case singular_cases[] = {
-    {"1/X", -1, 1, {0}, {P}},
-    {"2/(2*X-1)", -1, 1, {0.5}, {P}},
-    {"(X-1)/(X-1)", 0, 2, {}, {}},
-    {"-1/X+X^2", -1, 1, {0}, {P}},
-    {"(X-1)^(-2)", 0, 2, {1}, {P}},
+    {"1/X", -1, 1, {0}, {P}}, {"2/(2*X-1)", -1, 1, {0.5}, {P}}, {"(X-1)/(X-1)", 0, 2, {}, {}},
+    {"-1/X+X^2", -1, 1, {0}, {P}}, {"(X-1)^(-2)", 0, 2, {1}, {P}},
     {"TAN(X)", -2, 4, {-pi / 2, pi / 2, pi}, {P, P, P}},  // reduced by pi/2 steps
     {"SEC(2*X)", 0, 2.5, {pi / 4, pi / 2, 3 * pi / 4}, {P, P, P}},
-    {"COT(X)", -1, 4, {0, pi}, {P, P}},
-    {"CSC(X)", 0.5, 7, {pi, 2 * pi}, {P, P}},
-    {"COTH(X-2)", 0, 3, {2}, {P}},
-    {"CSCH(3*X)", -1, 1, {0}, {P}},
+    {"COT(X)", -1, 4, {0, pi}, {P, P}}, {"CSC(X)", 0.5, 7, {pi, 2 * pi}, {P, P}},
+    {"COTH(X-2)", 0, 3, {2}, {P}}, {"CSCH(3*X)", -1, 1, {0}, {P}},
     {"FLOOR(2*X)", 0, 1.2, {0, 0.5, 1}, {J, J, J}},
-    {"CEIL(X)+TAN(X)", 1, 3, {1, pi / 2, 2, 3}, {J, P, J, J}},
-    {"ABS(X-0.25)", 0, 1, {0.25}, {B}},
-    {"(X)MOD(2)", -1, 3, {0, 2}, {J, J}},
-    {"X<0.3", 0, 1, {0.3}, {J}},
-    {"STEP(0,1,1)", 0, 2, {1}, {J}},
-    {"STEP(X,1,2-X)", 0, 2, {1}, {B}},
+    {"CEIL(X)+TAN(X)", 1, 3, {1, pi / 2, 2, 3}, {J, P, J, J}}, {"ABS(X-0.25)", 0, 1, {0.25}, {B}},
+    {"(X)MOD(2)", -1, 3, {0, 2}, {J, J}}, {"X<0.3", 0, 1, {0.3}, {J}},
+    {"STEP(0,1,1)", 0, 2, {1}, {J}}, {"STEP(X,1,2-X)", 0, 2, {1}, {B}},
     {"PIECEWISE(X<0.5,X,1-X)", 0, 1, {0.5}, {B}},
     {"PIECEWISE(X<0.5,0,1/(X-2))", 0, 3, {0.5, 2}, {J, P}},
     {"PIECEWISE(X<0.5,1/(X-0.2),X)", 0, 1, {0.2, 0.5}, {P, J}},
-    {"PIECEWISE(X<0.5,X,1/(X-0.2))", 0, 1, {0.5}, {J}},
-    {"SIN(X)*EXP(X)", -5, 5, {}, {}},
+    {"PIECEWISE(X<0.5,X,1/(X-0.2))", 0, 1, {0.5}, {J}}, {"SIN(X)*EXP(X)", -5, 5, {}, {}},
     {"TAN(X+Y)", -5, 5, {}, {}},
 };
+// clang-format on
 
 TEST(Singularities, EachLawReportsItsPointsAndKinds) {
     for (const auto& c : singular_cases) {
-        law_holder l = read(c.text);
+        law_holder l = parse(c.text);
         double* where = nullptr;
         int* kind = nullptr;
         int n = l->singularities(&where, &kind, c.lo, c.hi);
@@ -78,7 +65,7 @@ TEST(Singularities, EachLawReportsItsPointsAndKinds) {
 }
 
 TEST(Singularities, AnEndlessLatticeIsCutToOnePeriod) {
-    law_holder l = read("COT(2*X-1)");
+    law_holder l = parse("COT(2*X-1)");
     double *where = nullptr, *period = nullptr;
     int* kind = nullptr;
     int n = l->singularities(&where, &kind, -DBL_MAX, DBL_MAX, &period);
@@ -105,72 +92,8 @@ TEST(Singularities, SortDropsOutsidersAndClusters) {
     VORX_FREE(kind);
 }
 
-// ---------------------------------------------------------------- Nroot battery
-
-struct root_case {
-    const char* text;
-    double a, b;
-    std::vector<double> roots;
-};
-
-const root_case root_cases[] = {
-    {"X", -1, 1, {0}},
-    {"X^2-0.25", -1, 1, {-0.5, 0.5}},
-    {"X^2", -1, 1, {0}},
-    {"(X-0.2)*(X-0.5)*(X-0.8)", 0, 1, {0.2, 0.5, 0.8}},
-    {"(X-0.3)^2*(X-0.7)", 0, 1, {0.3, 0.7}},
-    {"X^5-X", -1.5, 1.5, {-1, 0, 1}},
-    {"X^4-1", -2, 2, {-1, 1}},
-    {"X^3-2*X-5", 0, 3, {2.0945514815423265}},
-    {"X^2+1", -2, 2, {}},
-    {"SIN(X)", 0, 10, {0, pi, 2 * pi, 3 * pi}},
-    {"COS(X)", 0, 7, {pi / 2, 3 * pi / 2, 5 * pi / 2}},
-    {"SIN(5*X)", 0, 3, {0, pi / 5, 2 * pi / 5, 3 * pi / 5, 4 * pi / 5}},
-    {"SIN(X)^2", -1, 4, {0, pi}},
-    {"COS(X)-X", 0, 1, {0.7390851332151607}},
-    {"EXP(X)-2", 0, 3, {0.6931471805599453}},
-    {"LN(X)", 0.5, 3, {1}},
-    {"X*EXP(-X)", -1, 5, {0}},
-    {"TANH(10*X-3)", 0, 1, {0.3}},
-    {"1/(X-0.5)", 0, 1, {}},
-    {"X-1", 1, 3, {1}},
-    {"X-3", 1, 3, {3}},
-    {"X^2-2", 3, -3, {-1.4142135623730951, 1.4142135623730951}},
-    {"TAN(X)", 0, 2, {0}},  // raises at its pole: no value there
-    {"SQRT(X)-0.5", 0, 1, {0.25}},
-    {"LN(X)", -2, -1, {}},  // raises everywhere
-};
-
-// Every reported point is a root of its row, sorted, and every probe marked part of its
-// gap.  Roots that the probing phase only reaches to |f| ~ 1e-5 (its 1e-4 tolerance) are
-// dropped by the final 1e-7 test, as the search is specified; the found count pins that.
-TEST(Nroot, BatteryReportsOnlyRootsAndEveryProbeMarks) {
-    set_root_tol_default();
-    int found = 0, missed = 0;
-    for (const auto& c : root_cases) {
-        law_holder f = read(c.text);
-        int n = -1;
-        double* r = Nroot(f.get(), c.a, c.b, &n);
-        for (int i = 0; i < n; ++i) {
-            bool known = false;
-            for (double e : c.roots) known = known || std::fabs(r[i] - e) < 1e-4;
-            found += known;
-            EXPECT_TRUE(known) << c.text << " reports " << r[i];
-            EXPECT_LT(std::fabs(f->eval(r[i])), 1e-7) << c.text;
-            if (i > 0) {
-                EXPECT_LT(r[i - 1], r[i]) << c.text;
-            }
-        }
-        missed += (int)c.roots.size() - n;
-        const nroot_stats& st = last_nroot_stats();
-        EXPECT_EQ(st.probes_without_mark, 0) << c.text;
-        EXPECT_EQ(st.probe_bound_hit, 0) << c.text;
-        VORX_FREE(r);
-    }
-    EXPECT_GE(found, 25);
-    RecordProperty("found", found);
-    RecordProperty("missed", missed);
-}
+// ---------------------------------------------------------------- Nroot (its battery runs
+// beside Nroot_classified's in test_root_all.cpp)
 
 // A law that raises `code` once it has been evaluated `limit` times: X^2 - 0.25 until
 // then.
@@ -192,31 +115,30 @@ class raising_law : public law {
     mutable int calls_ = 0;
 };
 
-struct tolerances {
-    double x, f, quad, hole, ratio, far;
-    int newton, bisect, count_a, max_eval;
-    double search;
-    bool operator==(const tolerances& o) const {
-        return x == o.x && f == o.f && quad == o.quad && hole == o.hole && ratio == o.ratio &&
-               far == o.far && newton == o.newton && bisect == o.bisect && count_a == o.count_a &&
-               max_eval == o.max_eval && search == o.search;
-    }
-};
+// The tolerance fields of the context's root section, in one list.
+using tolerances = std::vector<double>;
 
 tolerances read_tolerances() {
     const auto& r = law_context().root;
-    return {
-        r.root_x_tol,   r.root_f_tol,           r.root_quad_tol,          r.root_hole_fraction,
-        r.root_ratio,   r.root_far_ratio,       r.root_newton_iterations, r.root_bisect_iterations,
-        r.root_count_a, r.root_max_evaluations, r.root_search_tol};
+    return {r.root_x_tol,
+            r.root_f_tol,
+            r.root_quad_tol,
+            r.root_hole_fraction,
+            r.root_ratio,
+            r.root_far_ratio,
+            (double)r.root_newton_iterations,
+            (double)r.root_bisect_iterations,
+            (double)r.root_count_a,
+            (double)r.root_max_evaluations,
+            r.root_search_tol};
 }
 
 void write_tolerances(const tolerances& t) {
     auto& r = law_context().root;
-    r.root_x_tol = t.x, r.root_f_tol = t.f, r.root_quad_tol = t.quad;
-    r.root_hole_fraction = t.hole, r.root_ratio = t.ratio, r.root_far_ratio = t.far;
-    r.root_newton_iterations = t.newton, r.root_bisect_iterations = t.bisect;
-    r.root_count_a = t.count_a, r.root_max_evaluations = t.max_eval, r.root_search_tol = t.search;
+    r.root_x_tol = t[0], r.root_f_tol = t[1], r.root_quad_tol = t[2];
+    r.root_hole_fraction = t[3], r.root_ratio = t[4], r.root_far_ratio = t[5];
+    r.root_newton_iterations = (int)t[6], r.root_bisect_iterations = (int)t[7];
+    r.root_count_a = (int)t[8], r.root_max_evaluations = (int)t[9], r.root_search_tol = t[10];
 }
 
 const tolerances defaults = {1e-14, 1e-7, 1e-7, 0.05, 0.1, 0.1, 10, 40, 7, 10000, 1e-4};
@@ -224,13 +146,13 @@ const tolerances odd = {1e-13, 1e-8, 1e-8, 0.04, 0.2, 0.5, 12, 30, 5, 500, 1e-5}
 
 TEST(Nroot, LeavesTheDefaultTolerancesAfterASearch) {
     write_tolerances(odd);
-    law_holder f = read("X^2-0.25");
+    law_holder f = parse("X^2-0.25");
     int n;
     VORX_FREE(Nroot(f.get(), -1, 1, &n));
-    EXPECT_TRUE(read_tolerances() == defaults);
+    EXPECT_EQ(read_tolerances(), defaults);
     // A law found constant returns before the probing phase and its reset.
     write_tolerances(odd);
-    law_holder c = read("3");
+    law_holder c = parse("3");
     EXPECT_EQ(Nroot(c.get(), 0, 1, &n), nullptr);
     EXPECT_EQ(n, 0);
     EXPECT_TRUE(read_tolerances() == odd);
@@ -250,7 +172,7 @@ TEST(Nroot, RestoresTolerancesAndReleasesLawsWhenAnErrorEndsTheCall) {
     }
     write_tolerances(odd);
     set_vorx_interrupted(true);
-    law_holder f = read("X^2-0.25");
+    law_holder f = parse("X^2-0.25");
     int n;
     EXPECT_EQ(error_of([&] { VORX_FREE(Nroot(f.get(), -1, 1, &n)); }), "VORX_INTERRUPTED");
     set_vorx_interrupted(false);
@@ -258,6 +180,7 @@ TEST(Nroot, RestoresTolerancesAndReleasesLawsWhenAnErrorEndsTheCall) {
     set_root_tol_default();
 }
 
+// Nroot, Nmax, Nmin, Nsolve and Nroot_classified check their arguments alike.
 TEST(Nroot, BadArgumentsRaiseTheirCodes) {
     const double nan = std::nan(""), inf = HUGE_VAL;
     struct bad_case {
@@ -265,8 +188,9 @@ TEST(Nroot, BadArgumentsRaiseTheirCodes) {
         double a, b;
         const char* code;
     } cases[] = {
-        {"X", nan, 1, "LAW_BAD_BOUNDS"}, {"X", 0, inf, "LAW_BAD_BOUNDS"}, {"X+Y", 0, 1, "LAW_DIM"},
-        {"VEC(X,X)", 0, 1, "LAW_DIM"},   {nullptr, 0, 1, "LAW_EVAL"},
+        {"X", nan, 1, "LAW_BAD_BOUNDS"},  {"X", 0, inf, "LAW_BAD_BOUNDS"},
+        {"X", -inf, 0, "LAW_BAD_BOUNDS"}, {"X+Y", 0, 1, "LAW_DIM"},
+        {"VEC(X,X)", 0, 1, "LAW_DIM"},    {nullptr, 0, 1, "LAW_EVAL"},
     };
     for (const auto& c : cases) {
         law_holder f(c.text ? str_to_law(c.text) : nullptr);
@@ -276,23 +200,26 @@ TEST(Nroot, BadArgumentsRaiseTheirCodes) {
         EXPECT_EQ(error_of([&] { Nmin(f.get(), c.a, c.b); }), c.code) << c.text;
         EXPECT_EQ(error_of([&] { VORX_FREE(Nsolve(f.get(), f.get(), c.a, c.b, &n)); }), c.code)
             << c.text;
+        n = -1;
+        EXPECT_EQ(error_of([&] { VORX_FREE(Nroot_classified(f.get(), c.a, c.b, &n)); }), c.code);
+        EXPECT_EQ(n, 0);
     }
 }
 
 TEST(Nroot, EqualEndsAreTheConstantCase) {
-    law_holder f = read("X-1");
+    law_holder f = parse("X-1");
     int n;
     double* r = Nroot(f.get(), 1, 1, &n);
     ASSERT_EQ(n, 1);
     EXPECT_EQ(r[0], 1);
     VORX_FREE(r);
-    law_holder g = read("X");
+    law_holder g = parse("X");
     EXPECT_EQ(Nroot(g.get(), 1, 1, &n), nullptr);
     EXPECT_EQ(n, 0);
 }
 
 TEST(Nsolve, FindsWhereTwoLawsMeet) {
-    law_holder f = read("X^2"), g = read("0.25");
+    law_holder f = parse("X^2"), g = parse("0.25");
     int n;
     double* r = Nsolve(f.get(), g.get(), 1, -1, &n);
     ASSERT_EQ(n, 2);
@@ -308,19 +235,19 @@ struct extremum_case {
     double a, b, max_at;
 };
 
+// clang-format off
 const extremum_case extremum_cases[] = {
-    {"X*(1-X)", 0, 1, 0.5},
-    {"SIN(X)", 0, 3, pi / 2},
-    {"X", 0, 1, 1},
+    {"X*(1-X)", 0, 1, 0.5}, {"SIN(X)", 0, 3, pi / 2}, {"X", 0, 1, 1},
     {"3", 0, 1, 0},              // ties keep a
     {"1/X", -1, 1, 0},           // the pole wins
     {"1/(X-2)", 0, 1, 2},        // even beyond [a, b], deliberately
     {"-ABS(X-0.3)", 1, 0, 0.3},  // a kink reported by the law
 };
+// clang-format on
 
 TEST(Nmax, FindsThePositionOfTheLargestValue) {
     for (const auto& c : extremum_cases) {
-        law_holder f = read(c.text);
+        law_holder f = parse(c.text);
         EXPECT_NEAR(Nmax(f.get(), c.a, c.b), c.max_at, 1e-6) << c.text;
         law_holder negated(VORX_NEW negate_law(f.get()));
         EXPECT_EQ(Nmin(negated.get(), c.a, c.b), Nmax(f.get(), c.a, c.b)) << c.text;

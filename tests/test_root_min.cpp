@@ -17,6 +17,7 @@ struct bowl_case {
     bool converges;      // false: the evaluation bound ends the search first
 };
 
+// clang-format off
 const bowl_case bowls[] = {
     {"(X-1)^2+2*(Y+0.5)^2", nullptr, 0, 0, 0.1, 1, -0.5, 1e-7, true},
     {"(X+Y-1)^2+10*(X-Y)^2", nullptr, 3, -2, 1, 0.5, 0.5, 1e-6, true},
@@ -28,6 +29,7 @@ const bowl_case bowls[] = {
     {"(X-1)^2+Y^2", "0.5-X", -1, 1, 0.25, 0.5, 0, 1e-6, true},
     {"(X-1)^2+Y^2", "1-X^2-Y^2", 0, 0, 0.1, 1, 0, 1e-6, true},
 };
+// clang-format on
 
 }  // namespace
 
@@ -105,6 +107,7 @@ TEST(RootMin, NminNDInNineDimensions) {
 }
 
 TEST(RootMin, QuickMinAndMax) {
+    // clang-format off
     struct {
         const char* law;
         double a, b;
@@ -116,6 +119,7 @@ TEST(RootMin, QuickMinAndMax) {
         {"(X-0.3)^2", 1, 2, 5, 1, 2},                 // the minimum lies before [a, b]
         {"X^2", -1, 3, 1, 0, -1},                     // n = 1: the descent starts at a
     };
+    // clang-format on
     for (auto& c : rows) {
         SCOPED_TRACE(c.law);
         law_holder f(str_to_law(c.law));
@@ -141,6 +145,7 @@ TEST(RootMin, BadInputAndDomainErrors) {
         };
     };
     complex_number o(0, 0);
+    // clang-format off
     struct {
         std::function<void()> call;
         const char* code;
@@ -151,8 +156,7 @@ TEST(RootMin, BadInputAndDomainErrors) {
         {nmin2d(f.get(), nullptr, o, 1, vec.get()), "LAW_DIM"},
         {nmin2d(f.get(), nullptr, {0, INFINITY}, 1), "LAW_BAD_BOUNDS"},
         {nmin2d(f.get(), nullptr, o, 0), "LAW_BAD_BOUNDS"},
-        {nmin2d(f.get(), nullptr, o, NAN), "LAW_BAD_BOUNDS"},
-        {nd(2, 3, 1), "LAW_DIM"},
+        {nmin2d(f.get(), nullptr, o, NAN), "LAW_BAD_BOUNDS"}, {nd(2, 3, 1), "LAW_DIM"},
         {nd(1, 1, 1), "LAW_DIM"},  // the law reads two inputs
         {nd(2, 2, 0), "LAW_BAD_BOUNDS"},
         {[&] { Nmin_quick(x2.get(), NAN, 1, 3, 0.1, 0); }, "LAW_BAD_BOUNDS"},
@@ -163,5 +167,6 @@ TEST(RootMin, BadInputAndDomainErrors) {
         {[&] { Nmax_quick(ln.get(), -1, 1, 3, 0.1, 0); }, "LAW_LN"},
         {[&] { Nmin_quick(ln.get(), 0.5, 1, 3, 1, 0); }, ""},  // the admissible law guards 0
     };
+    // clang-format on
     for (auto& r : rows) EXPECT_EQ(error_of(r.call), r.code);
 }

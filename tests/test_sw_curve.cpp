@@ -208,11 +208,6 @@ TEST(SwCurve, CopiesAreIndependentAndControlPointsDropTheCaches) {
 }
 
 TEST(SwCurve, RisingEvaluationAllocatesNothing) {
-    auto allocations_ever = [] {
-        long n = 0;
-        for (int i = 1; i <= vorx_mem_tag_count(); ++i) n += vorx_mem_tag(i).total_count;
-        return n;
-    };
     sw_curve c = make_arc();
     position p;
     vector d1, d2;

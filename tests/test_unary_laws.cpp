@@ -1,6 +1,7 @@
 // The elementary function laws as tables: values at ordinary points and at the edges of
-// their domains, domain errors, the domain rules, spellings, registration and the
-// symbolic derivatives against central differences.
+// their domains, domain errors, the domain rules and the symbolic derivatives against
+// central differences where the registry walk does not look (spellings and make_one are
+// checked there).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -32,20 +33,9 @@ law_holder over_x(law_maker mk) {
     return law_holder(mk(x.get()));
 }
 
-// The error code raised by evaluating `l` at v, 0 when none is.
-int error_at(const law* l, double v) {
-    try {
-        l->eval(v);
-    } catch (const vorx_exception& e) {
-        return e.code();
-    }
-    return 0;
-}
-
-long allocations_ever() {
-    long n = 0;
-    for (int i = 1; i <= vorx_mem_tag_count(); ++i) n += vorx_mem_tag(i).total_count;
-    return n;
+// The name of the error raised by evaluating `l` at v, "" when none is.
+std::string error_at(const law* l, double v) {
+    return error_of([&] { l->eval(v); });
 }
 
 // ---------------------------------------------------------------- values
@@ -58,35 +48,26 @@ struct value_row {
 };
 
 // Expected values agree to 1e-12 relative; an expected 0 must come out exactly 0.
+// clang-format off
 const value_row value_rows[] = {
-    {"NOT(0)", make<not_law>, 0, 1},
-    {"NOT(0.5)", make<not_law>, 0.5, 0},
-    {"EVEN?(4)", make<even_law>, 4, 1},
-    {"EVEN?(4.5)", make<even_law>, 4.5, 0},
-    {"ODD?(-3)", make<odd_law>, -3, 1},
-    {"ODD?(2.5)", make<odd_law>, 2.5, 0},
-    {"INT?(3)", make<int_law>, 3, 1},
-    {"INT?(3.5)", make<int_law>, 3.5, 0},
+    {"NOT(0)", make<not_law>, 0, 1}, {"NOT(0.5)", make<not_law>, 0.5, 0},
+    {"EVEN?(4)", make<even_law>, 4, 1}, {"EVEN?(4.5)", make<even_law>, 4.5, 0},
+    {"ODD?(-3)", make<odd_law>, -3, 1}, {"ODD?(2.5)", make<odd_law>, 2.5, 0},
+    {"INT?(3)", make<int_law>, 3, 1}, {"INT?(3.5)", make<int_law>, 3.5, 0},
     // 1 and 3 count as prime and 2 does not: kept for compatibility of values.
-    {"PRIME?(1)", make<prime_law>, 1, 1},
-    {"PRIME?(2)", make<prime_law>, 2, 0},
+    {"PRIME?(1)", make<prime_law>, 1, 1}, {"PRIME?(2)", make<prime_law>, 2, 0},
     {"PRIME?(3)", make<prime_law>, 3, 1},
     {"PRIME?(121) divisor equal to the root bound", make<prime_law>, 121, 0},
-    {"PRIME?(97)", make<prime_law>, 97, 1},
-    {"PRIME?(10001 = 73*137)", make<prime_law>, 10001, 0},
-    {"PRIME?(2.5)", make<prime_law>, 2.5, 0},
-    {"PRIME?(-7)", make<prime_law>, -7, 0},
-    {"SET(0.1)", make<set_law>, 0.1, 1},
-    {"SET(0)", make<set_law>, 0, 0},
+    {"PRIME?(97)", make<prime_law>, 97, 1}, {"PRIME?(10001 = 73*137)", make<prime_law>, 10001, 0},
+    {"PRIME?(2.5)", make<prime_law>, 2.5, 0}, {"PRIME?(-7)", make<prime_law>, -7, 0},
+    {"SET(0.1)", make<set_law>, 0.1, 1}, {"SET(0)", make<set_law>, 0, 0},
     {"LN(e)", make<natural_log_law>, std::exp(1.0), 1},
     {"EXP(1)", make<exp_law>, 1, 2.718281828459045},
     {"EXP(150) evaluates beyond the in_domain limit", make<exp_law>, 150, std::exp(150.0)},
-    {"FLOOR(-1.5)", make<floor_law>, -1.5, -2},
-    {"CEIL(-1.5)", make<ceil_law>, -1.5, -1},
+    {"FLOOR(-1.5)", make<floor_law>, -1.5, -2}, {"CEIL(-1.5)", make<ceil_law>, -1.5, -1},
     {"RAND(0): 100*cos 0 is whole", make<rand_law>, 0, 0},
     {"RAND(2)", make<rand_law>, 2, 100 * std::cos(2.0) + 42},
-    {"SIN(pi/6)", make<sin_law>, pi / 6, 0.5},
-    {"COS(pi/3)", make<cos_law>, pi / 3, 0.5},
+    {"SIN(pi/6)", make<sin_law>, pi / 6, 0.5}, {"COS(pi/3)", make<cos_law>, pi / 3, 0.5},
     {"TAN(pi/4)", make<tan_law>, pi / 4, 1},
     // The argument is reduced by pi/2 steps: TAN(2) is tan(2 - pi/2).
     {"TAN(2)", make<tan_law>, 2, 0.45765755436028577},
@@ -95,39 +76,29 @@ const value_row value_rows[] = {
     {"TAN(-pi/2): one step lands on 0", make<tan_law>, -half_pi, 0},
     {"SEC(pi/3)", make<sec_law>, pi / 3, 2},
     {"SEC(2) is 1/cos(2 - pi/2)", make<sec_law>, 2, 1.0997501702946164},
-    {"COT(pi/4)", make<cot_law>, pi / 4, 1},
-    {"CSC(pi/6)", make<csc_law>, pi / 6, 2},
-    {"ARCSIN(0.5)", make<arcsin_law>, 0.5, pi / 6},
-    {"ARCSIN(1)", make<arcsin_law>, 1, half_pi},
-    {"ARCCOS(0.5)", make<arccos_law>, 0.5, pi / 3},
-    {"ARCCOS(-1)", make<arccos_law>, -1, pi},
+    {"COT(pi/4)", make<cot_law>, pi / 4, 1}, {"CSC(pi/6)", make<csc_law>, pi / 6, 2},
+    {"ARCSIN(0.5)", make<arcsin_law>, 0.5, pi / 6}, {"ARCSIN(1)", make<arcsin_law>, 1, half_pi},
+    {"ARCCOS(0.5)", make<arccos_law>, 0.5, pi / 3}, {"ARCCOS(-1)", make<arccos_law>, -1, pi},
     {"ARCCOT(1)", make<arccot_law>, 1, 5 * pi / 4},
-    {"ARCCOT(-1)", make<arccot_law>, -1, 3 * pi / 4},
-    {"ARCCOT(0)", make<arccot_law>, 0, half_pi},
-    {"ARCSEC(2)", make<arcsec_law>, 2, -pi / 3},
-    {"ARCSEC(-2)", make<arcsec_law>, -2, -2 * pi / 3},
-    {"ARCSEC(-1)", make<arcsec_law>, -1, -pi},
-    {"ARCCSC(2)", make<arccsc_law>, 2, -7 * pi / 6},
+    {"ARCCOT(-1)", make<arccot_law>, -1, 3 * pi / 4}, {"ARCCOT(0)", make<arccot_law>, 0, half_pi},
+    {"ARCSEC(2)", make<arcsec_law>, 2, -pi / 3}, {"ARCSEC(-2)", make<arcsec_law>, -2, -2 * pi / 3},
+    {"ARCSEC(-1)", make<arcsec_law>, -1, -pi}, {"ARCCSC(2)", make<arccsc_law>, 2, -7 * pi / 6},
     {"ARCCSC(-2)", make<arccsc_law>, -2, -5 * pi / 6},
     {"ARCCSC(1)", make<arccsc_law>, 1, -3 * half_pi},
-    {"SINH(1)", make<sinh_law>, 1, std::sinh(1.0)},
-    {"COSH(1)", make<cosh_law>, 1, std::cosh(1.0)},
+    {"SINH(1)", make<sinh_law>, 1, std::sinh(1.0)}, {"COSH(1)", make<cosh_law>, 1, std::cosh(1.0)},
     {"TANH(1)", make<tanh_law>, 1, std::tanh(1.0)},
     {"COTH(1)", make<coth_law>, 1, 1 / std::tanh(1.0)},
     {"SECH(1)", make<sech_law>, 1, 1 / std::cosh(1.0)},
     {"SECH(200) is below the cut-off", make<sech_law>, 200, 1 / std::cosh(200.0)},
-    {"SECH(250)", make<sech_law>, 250, 0},
-    {"CSCH(1)", make<csch_law>, 1, 1 / std::sinh(1.0)},
-    {"CSCH(250)", make<csch_law>, 250, 0},
-    {"ARCCOSH(1)", make<arccosh_law>, 1, 0},
+    {"SECH(250)", make<sech_law>, 250, 0}, {"CSCH(1)", make<csch_law>, 1, 1 / std::sinh(1.0)},
+    {"CSCH(250)", make<csch_law>, 250, 0}, {"ARCCOSH(1)", make<arccosh_law>, 1, 0},
     {"ARCSECH(1) = ln 1 / 1", make<arcsech_law>, 1, 0},
     // The division follows the logarithm (not ln((1 + sqrt(1 - v*v)) / v)).
     {"ARCSECH(0.5)", make<arcsech_law>, 0.5, std::log(1 + std::sqrt(0.75)) / 0.5},
-    {"ARCCSCH(0.5)", make<arccsch_law>, 0.5, std::asinh(2.0)},
-    {"ABS(-2)", make<abs_law>, -2, 2},
-    {"SQRT(0)", make<sqrt_law>, 0, 0},
-    {"SQRT(4)", make<sqrt_law>, 4, 2},
+    {"ARCCSCH(0.5)", make<arccsch_law>, 0.5, std::asinh(2.0)}, {"ABS(-2)", make<abs_law>, -2, 2},
+    {"SQRT(0)", make<sqrt_law>, 0, 0}, {"SQRT(4)", make<sqrt_law>, 4, 2},
 };
+// clang-format on
 
 TEST(UnaryLawValues, Table) {
     for (const value_row& r : value_rows) {
@@ -174,7 +145,7 @@ TEST(UnaryLawValues, InverseHyperbolicsAccurateWhereWellConditioned) {
 TEST(UnaryLawValues, CotJustBelowAMultipleOfPiDoesNotRaise) {
     law_holder l = over_x(make<cot_law>);
     double v = 2.99999999999 * pi;
-    EXPECT_EQ(error_at(l.get(), v), 0);
+    EXPECT_EQ(error_at(l.get(), v), "");
     EXPECT_NEAR(l->eval(v), -1 / (1e-11 * pi), 1e-3 / (1e-11 * pi));
 }
 
@@ -213,48 +184,46 @@ struct error_row {
     const char* text;
     law_maker mk;
     double bad;
-    int (*code)();
+    const char* code;
     double good;  // evaluated afterwards: the law stays usable
 };
 
-#define CODE(c) [] { return c; }
-
+// clang-format off
 const error_row error_rows[] = {
-    {"LN(0)", make<natural_log_law>, 0, CODE(LAW_LN), 2},
-    {"SQRT(-1e-300)", make<sqrt_law>, -1e-300, CODE(LAW_SQRT), 2},
-    {"TAN(pi/2 - 1e-7) within is_equal", make<tan_law>, half_pi - 1e-7, CODE(LAW_TAN), 1},
-    {"TAN(pi): one pi/2 step lands on pi/2", make<tan_law>, pi, CODE(LAW_TAN), 1},
-    {"SEC(pi/2)", make<sec_law>, half_pi, CODE(LAW_SEC), 1},
-    {"SEC(5*pi/2)", make<sec_law>, 5 * half_pi, CODE(LAW_SEC), 1},
-    {"COT(0)", make<cot_law>, 0, CODE(LAW_COT), 1},
-    {"COT(3*pi)", make<cot_law>, 3 * pi, CODE(LAW_COT), 1},
-    {"CSC(pi)", make<csc_law>, pi, CODE(LAW_CSC), 1},
-    {"CSC(1e-12)", make<csc_law>, 1e-12, CODE(LAW_CSC), 1},
-    {"ARCSIN(1.0001)", make<arcsin_law>, 1.0001, CODE(LAW_ARCSIN), 0.5},
-    {"ARCCOS(1.0001)", make<arccos_law>, 1.0001, CODE(LAW_ARCCOS), 0.5},
-    {"ARCSEC(0.5)", make<arcsec_law>, 0.5, CODE(LAW_ARCSEC), 2},
-    {"ARCCSC(0.5)", make<arccsc_law>, 0.5, CODE(LAW_ARCCSC), 2},
-    {"ARCCSC(0)", make<arccsc_law>, 0, CODE(LAW_ARCCSC), 2},
-    {"COTH(1e-11)", make<coth_law>, 1e-11, CODE(LAW_COTH), 1},
-    {"CSCH(1e-11)", make<csch_law>, 1e-11, CODE(LAW_CSCH), 1},
-    {"ARCCOSH(0.999)", make<arccosh_law>, 0.999, CODE(LAW_ARCCOSH), 2},
-    {"ARCTANH(1)", make<arctanh_law>, 1, CODE(LAW_ARCTANH), 0.5},
-    {"ARCCOTH(1)", make<arccoth_law>, 1, CODE(LAW_ARCCOTH), 2},
-    {"ARCCOTH(-1)", make<arccoth_law>, -1, CODE(LAW_ARCCOTH), 2},
-    {"ARCSECH(0)", make<arcsech_law>, 0, CODE(LAW_ARCSECH), 0.5},
-    {"ARCSECH(1.0001)", make<arcsech_law>, 1.0001, CODE(LAW_ARCSECH), 0.5},
-    {"ARCCSCH(1e-11)", make<arccsch_law>, 1e-11, CODE(LAW_ARCCSCH), 1},
+    {"LN(0)", make<natural_log_law>, 0, "LAW_LN", 2},
+    {"SQRT(-1e-300)", make<sqrt_law>, -1e-300, "LAW_SQRT", 2},
+    {"TAN(pi/2 - 1e-7) within is_equal", make<tan_law>, half_pi - 1e-7, "LAW_TAN", 1},
+    {"TAN(pi): one pi/2 step lands on pi/2", make<tan_law>, pi, "LAW_TAN", 1},
+    {"SEC(pi/2)", make<sec_law>, half_pi, "LAW_SEC", 1},
+    {"SEC(5*pi/2)", make<sec_law>, 5 * half_pi, "LAW_SEC", 1},
+    {"COT(0)", make<cot_law>, 0, "LAW_COT", 1}, {"COT(3*pi)", make<cot_law>, 3 * pi, "LAW_COT", 1},
+    {"CSC(pi)", make<csc_law>, pi, "LAW_CSC", 1},
+    {"CSC(1e-12)", make<csc_law>, 1e-12, "LAW_CSC", 1},
+    {"ARCSIN(1.0001)", make<arcsin_law>, 1.0001, "LAW_ARCSIN", 0.5},
+    {"ARCCOS(1.0001)", make<arccos_law>, 1.0001, "LAW_ARCCOS", 0.5},
+    {"ARCSEC(0.5)", make<arcsec_law>, 0.5, "LAW_ARCSEC", 2},
+    {"ARCCSC(0.5)", make<arccsc_law>, 0.5, "LAW_ARCCSC", 2},
+    {"ARCCSC(0)", make<arccsc_law>, 0, "LAW_ARCCSC", 2},
+    {"COTH(1e-11)", make<coth_law>, 1e-11, "LAW_COTH", 1},
+    {"CSCH(1e-11)", make<csch_law>, 1e-11, "LAW_CSCH", 1},
+    {"ARCCOSH(0.999)", make<arccosh_law>, 0.999, "LAW_ARCCOSH", 2},
+    {"ARCTANH(1)", make<arctanh_law>, 1, "LAW_ARCTANH", 0.5},
+    {"ARCCOTH(1)", make<arccoth_law>, 1, "LAW_ARCCOTH", 2},
+    {"ARCCOTH(-1)", make<arccoth_law>, -1, "LAW_ARCCOTH", 2},
+    {"ARCSECH(0)", make<arcsech_law>, 0, "LAW_ARCSECH", 0.5},
+    {"ARCSECH(1.0001)", make<arcsech_law>, 1.0001, "LAW_ARCSECH", 0.5},
+    {"ARCCSCH(1e-11)", make<arccsch_law>, 1e-11, "LAW_ARCCSCH", 1},
 };
+// clang-format on
 
 TEST(UnaryLawErrors, Table) {
     for (const error_row& r : error_rows) {
         SCOPED_TRACE(r.text);
         law_holder l = over_x(r.mk);
-        EXPECT_EQ(error_at(l.get(), r.bad), r.code())
-            << find_message_name(error_at(l.get(), r.bad));
+        EXPECT_EQ(error_at(l.get(), r.bad), r.code);
         // Raising left nothing behind: the same law evaluates as a fresh one does.
         law_holder fresh = over_x(r.mk);
-        EXPECT_EQ(error_at(l.get(), r.good), 0);
+        EXPECT_EQ(error_at(l.get(), r.good), "");
         EXPECT_EQ(l->eval(r.good), fresh->eval(r.good));
     }
 }
@@ -268,44 +237,31 @@ struct domain_row {
     int inside;
 };
 
+// clang-format off
 const domain_row domain_rows[] = {
-    {"LN at 0", make<natural_log_law>, 0, 0},
-    {"EXP at 100", make<exp_law>, 100, 0},
+    {"LN at 0", make<natural_log_law>, 0, 0}, {"EXP at 100", make<exp_law>, 100, 0},
     {"EXP at 150, which evaluates", make<exp_law>, 150, 0},
-    {"SINH at -200", make<sinh_law>, -200, 0},
-    {"COSH at 200", make<cosh_law>, 200, 0},
-    {"TAN at 2", make<tan_law>, 2, 1},
-    {"TAN at pi", make<tan_law>, pi, 1},
-    {"TAN at pi/2", make<tan_law>, half_pi, 0},
-    {"TAN at -pi/2", make<tan_law>, -half_pi, 0},
+    {"SINH at -200", make<sinh_law>, -200, 0}, {"COSH at 200", make<cosh_law>, 200, 0},
+    {"TAN at 2", make<tan_law>, 2, 1}, {"TAN at pi", make<tan_law>, pi, 1},
+    {"TAN at pi/2", make<tan_law>, half_pi, 0}, {"TAN at -pi/2", make<tan_law>, -half_pi, 0},
     {"TAN at -5*pi/2", make<tan_law>, -5 * half_pi, 0},
-    {"SEC at 3*pi/2", make<sec_law>, 3 * pi / 2, 0},
-    {"COT at 0", make<cot_law>, 0, 0},
-    {"COT at pi", make<cot_law>, pi, 0},
-    {"COT at -3*pi", make<cot_law>, -3 * pi, 0},
-    {"COT at pi/2", make<cot_law>, half_pi, 1},
-    {"CSC at 2*pi", make<csc_law>, 2 * pi, 0},
-    {"ARCSIN at -1.01", make<arcsin_law>, -1.01, 0},
-    {"ARCCOS at 1.01", make<arccos_law>, 1.01, 0},
-    {"ARCSEC at 1", make<arcsec_law>, 1, 1},
-    {"ARCSEC at 0.5", make<arcsec_law>, 0.5, 0},
-    {"ARCCSC at -1", make<arccsc_law>, -1, 1},
-    {"ARCCSC at -0.5", make<arccsc_law>, -0.5, 0},
+    {"SEC at 3*pi/2", make<sec_law>, 3 * pi / 2, 0}, {"COT at 0", make<cot_law>, 0, 0},
+    {"COT at pi", make<cot_law>, pi, 0}, {"COT at -3*pi", make<cot_law>, -3 * pi, 0},
+    {"COT at pi/2", make<cot_law>, half_pi, 1}, {"CSC at 2*pi", make<csc_law>, 2 * pi, 0},
+    {"ARCSIN at -1.01", make<arcsin_law>, -1.01, 0}, {"ARCCOS at 1.01", make<arccos_law>, 1.01, 0},
+    {"ARCSEC at 1", make<arcsec_law>, 1, 1}, {"ARCSEC at 0.5", make<arcsec_law>, 0.5, 0},
+    {"ARCCSC at -1", make<arccsc_law>, -1, 1}, {"ARCCSC at -0.5", make<arccsc_law>, -0.5, 0},
     {"COTH at 1e-7 within is_equal", make<coth_law>, 1e-7, 0},
-    {"COTH at 0.1", make<coth_law>, 0.1, 1},
-    {"CSCH at -1e-7", make<csch_law>, -1e-7, 0},
-    {"ARCCSCH at 0", make<arccsch_law>, 0, 0},
-    {"ARCTANH at 1", make<arctanh_law>, 1, 0},
-    {"ARCCOTH at 1", make<arccoth_law>, 1, 0},
-    {"ARCCOTH at -1.01", make<arccoth_law>, -1.01, 1},
-    {"ARCSECH at 0", make<arcsech_law>, 0, 0},
-    {"ARCSECH at 1.01", make<arcsech_law>, 1.01, 0},
-    {"SQRT at 0", make<sqrt_law>, 0, 1},
-    {"SQRT at -1e-9", make<sqrt_law>, -1e-9, 0},
+    {"COTH at 0.1", make<coth_law>, 0.1, 1}, {"CSCH at -1e-7", make<csch_law>, -1e-7, 0},
+    {"ARCCSCH at 0", make<arccsch_law>, 0, 0}, {"ARCTANH at 1", make<arctanh_law>, 1, 0},
+    {"ARCCOTH at 1", make<arccoth_law>, 1, 0}, {"ARCCOTH at -1.01", make<arccoth_law>, -1.01, 1},
+    {"ARCSECH at 0", make<arcsech_law>, 0, 0}, {"ARCSECH at 1.01", make<arcsech_law>, 1.01, 0},
+    {"SQRT at 0", make<sqrt_law>, 0, 1}, {"SQRT at -1e-9", make<sqrt_law>, -1e-9, 0},
     // Members without a rule of their own inherit the argument's.
     {"SIN at 1e6", make<sin_law>, 1e6, 1},
     {"ARCCOSH at 0, tested only when evaluated", make<arccosh_law>, 0, 1},
 };
+// clang-format on
 
 TEST(UnaryLawDomain, InDomainTable) {
     for (const domain_row& r : domain_rows) {
@@ -318,18 +274,15 @@ TEST(UnaryLawDomain, InDomainTable) {
 // SQRT(LN(X)): the argument's own domain is asked first, so an outer rule never evaluates
 // an argument that could raise; an error inside the tree unwinds and releases.
 TEST(UnaryLawDomain, ArgumentComesFirstInDomainAndErrors) {
-    law_holder x = variable();
-    law_holder ln(VORX_NEW natural_log_law(x.get()));
-    law_holder root(VORX_NEW sqrt_law(ln.get()));
-    law_holder sine(VORX_NEW sin_law(ln.get()));
+    law_holder root = parse("SQRT(LN(X))"), sine = parse("SIN(LN(X))");
     double at[] = {-1.0, 0.5, 2.0};
     EXPECT_EQ(root->in_domain(&at[0]), 0);
     EXPECT_EQ(sine->in_domain(&at[0]), 0);
     EXPECT_EQ(root->in_domain(&at[1]), 0);
     EXPECT_EQ(sine->in_domain(&at[1]), 1);
     EXPECT_EQ(root->in_domain(&at[2]), 1);
-    EXPECT_EQ(error_at(root.get(), 0.5), LAW_SQRT);  // the inner logarithm is negative
-    EXPECT_EQ(error_at(root.get(), 0.0), LAW_LN);    // the inner law raises first
+    EXPECT_EQ(error_at(root.get(), 0.5), "LAW_SQRT");  // the inner logarithm is negative
+    EXPECT_EQ(error_at(root.get(), 0.0), "LAW_LN");    // the inner law raises first
     EXPECT_DOUBLE_EQ(root->eval(std::exp(4.0)), 2.0);
 }
 
@@ -398,79 +351,6 @@ TEST(UnaryLawDomain, TermDomainTable) {
     }
 }
 
-// ---------------------------------------------------------------- spellings, identity
-
-struct symbol_row {
-    law_maker mk;
-    const char* own;
-    const char* maple;
-    const char* class_name;
-};
-
-const symbol_row symbol_rows[] = {
-    {make<not_law>, "NOT", "not", "not_law"},
-    {make<even_law>, "EVEN?", "even?", "even_law"},
-    {make<odd_law>, "ODD?", "odd?", "odd_law"},
-    {make<int_law>, "INT?", "int?", "int_law"},
-    {make<prime_law>, "PRIME?", "prime?", "prime_law"},
-    {make<set_law>, "SET", "no_maple", "set_law"},
-    {make<natural_log_law>, "LN", "ln", "natural_log_law"},
-    {make<exp_law>, "EXP", "exp", "exp_law"},
-    {make<floor_law>, "FLOOR", "floor", "floor_law"},
-    {make<ceil_law>, "CEIL", "ceil", "ceil_law"},
-    {make<rand_law>, "RAND", "rand", "rand_law"},
-    {make<sin_law>, "SIN", "sin", "sin_law"},
-    {make<cos_law>, "COS", "cos", "cos_law"},
-    {make<tan_law>, "TAN", "tan", "tan_law"},
-    {make<cot_law>, "COT", "cot", "cot_law"},
-    {make<sec_law>, "SEC", "sec", "sec_law"},
-    {make<csc_law>, "CSC", "csc", "csc_law"},
-    {make<arcsin_law>, "ARCSIN", "arcsin", "arcsin_law"},
-    {make<arccos_law>, "ARCCOS", "arccos", "arccos_law"},
-    {make<arccot_law>, "ARCCOT", "arccot", "arccot_law"},
-    {make<arcsec_law>, "ARCSEC", "arcsec", "arcsec_law"},
-    {make<arccsc_law>, "ARCCSC", "arccsc", "arccsc_law"},
-    {make<sinh_law>, "SINH", "sinh", "sinh_law"},
-    {make<cosh_law>, "COSH", "cosh", "cosh_law"},
-    {make<tanh_law>, "TANH", "tanh", "tanh_law"},
-    {make<coth_law>, "COTH", "coth", "coth_law"},
-    {make<sech_law>, "SECH", "sech", "sech_law"},
-    {make<csch_law>, "CSCH", "csch", "csch_law"},
-    {make<arcsinh_law>, "ARCSINH", "arcsinh", "arcsinh_law"},
-    {make<arccosh_law>, "ARCCOSH", "arccosh", "arccosh_law"},
-    {make<arctanh_law>, "ARCTANH", "arctanh", "arctanh_law"},
-    {make<arccoth_law>, "ARCCOTH", "arccoth", "arccoth_law"},
-    {make<arcsech_law>, "ARCSECH", "arcsech", "arcsech_law"},
-    {make<arccsch_law>, "ARCCSCH", "arccsch", "arccsch_law"},
-    {make<abs_law>, "ABS", "abs", "abs_law"},
-    {make<sqrt_law>, "SQRT", "sqrt", "sqrt_law"},
-};
-
-TEST(UnaryLawSymbols, BothSpellingsAndIdentity) {
-    law_holder y = variable(1, 'Y');
-    for (const symbol_row& r : symbol_rows) {
-        SCOPED_TRACE(r.class_name);
-        law_holder l = over_x(r.mk);
-        EXPECT_EQ(text_of(l.get(), law_symbol_default), std::string(r.own) + "(X)");
-        EXPECT_EQ(text_of(l.get(), law_symbol_maple), std::string(r.maple) + "(X)");
-        EXPECT_STREQ(l->class_name(), r.class_name);
-        EXPECT_TRUE(l->isa(unary_law::id()));
-        // The predicates and RAND have no derivative.
-        EXPECT_EQ(l->has_derivative(0) != 0,
-                  std::string("PRIME? EVEN? ODD? INT? NOT RAND").find(r.own) == std::string::npos);
-        for (const symbol_row& other : symbol_rows) {
-            if (&other == &r) continue;
-            EXPECT_FALSE(l->isa(over_x(other.mk)->type())) << other.class_name;
-        }
-        // make_one rebuilds the class over another argument, whose inputs it takes.
-        law_holder again(static_cast<unary_law*>(l.get())->make_one(y.get()));
-        ASSERT_TRUE(again);
-        EXPECT_EQ(again->type(), l->type());
-        EXPECT_EQ(again->return_dim(), 1);
-        EXPECT_EQ(again->take_dim(), 2);
-    }
-}
-
 // ---------------------------------------------------------------- derivatives
 
 // The registry-wide check compares every class's slope at positive arguments; these rows
@@ -512,15 +392,6 @@ const derivative_row derivative_rows[] = {
     {"FLOOR", make<floor_law>, {0.4, -1.3}, nullptr},
 };
 
-// The argument g = X*0.5 + 0.1, so the chain rule contributes a factor 0.5.
-law_holder half_x_plus_tenth() {
-    law_holder x = variable();
-    law_holder half(VORX_NEW constant_law(0.5));
-    law_holder tenth(VORX_NEW constant_law(0.1));
-    law_holder scaled(VORX_NEW times_law(x.get(), half.get()));
-    return law_holder(VORX_NEW plus_law(scaled.get(), tenth.get()));
-}
-
 // Central difference with step 1e-5 * max(1, |x|): truncation of order h^2 f''' and
 // rounding of order eps f / h, both far below the 1e-6 asked for at these points.
 template <class F>
@@ -530,7 +401,7 @@ double central_difference(F f, double x) {
 }
 
 TEST(UnaryLawDerivatives, AgreeWithCentralDifferences) {
-    law_holder g = half_x_plus_tenth();
+    law_holder g = parse("X*0.5+0.1");  // the chain rule contributes a factor 0.5
     for (const derivative_row& r : derivative_rows) {
         SCOPED_TRACE(r.text);
         law_holder l(r.mk(g.get()));
@@ -547,10 +418,7 @@ TEST(UnaryLawDerivatives, AgreeWithCentralDifferences) {
 }
 
 TEST(UnaryLawDerivatives, PartialInTheSecondInput) {
-    law_holder x = variable(0, 'X'), y = variable(1, 'Y');
-    law_holder xy(VORX_NEW times_law(x.get(), y.get()));
-    law_holder l(VORX_NEW sin_law(xy.get()));
-    law_holder d(l->derivative(1));
+    law_holder d(parse("SIN(X*Y)")->derivative(1));
     double at[] = {0.3, 0.4};
     // d/dY SIN(X*Y) = COS(X*Y) * X
     EXPECT_NEAR(d->evaluateM_R(at), std::cos(0.12) * 0.3, 1e-12);

@@ -19,27 +19,14 @@ const double r2 = std::sqrt(0.5);
 
 // HELIX1 (r 2, pitch 0.5, [0, 2 pi]), TORUS2 (2, 1), SWEDGE3 (0,0,0)-(1,2,3) on [0, 1],
 // HELIX4 of an empty range.
-class surface_set {
-  public:
-    surface_set() {
-        const double knots[] = {0, 0, 1, 1}, pts[] = {0, 0, 0, 1, 2, 3};
-        sw_curve line(2, 1, 0, 0, 1, 0, knots, nullptr, pts, 0.0, 1.0, nullptr);
-        data_[0] = VORX_NEW helix_curve_data(2.0, 0.5, 0.0, 2 * pi);
-        data_[1] = VORX_NEW torus_surface_data(2.0, 1.0);
-        data_[2] = VORX_NEW sw_curve_law_data(line, 0.0, 1.0);
-        data_[3] = VORX_NEW helix_curve_data(2.0, 0.5, 1.0, 1.0);
-    }
-    ~surface_set() {
-        for (law_data* d : data_) d->remove();
-    }
-    surface_set(const surface_set&) = delete;
-    surface_set& operator=(const surface_set&) = delete;
-    law* parse(const char* text) { return str_to_law(text, data_, count); }
-    static constexpr int count = 4;
-
-  private:
-    law_data* data_[count];
-};
+data_set surfaces() {
+    const double knots[] = {0, 0, 1, 1}, pts[] = {0, 0, 0, 1, 2, 3};
+    sw_curve line(2, 1, 0, 0, 1, 0, knots, nullptr, pts, 0.0, 1.0, nullptr);
+    return data_set({VORX_NEW helix_curve_data(2.0, 0.5, 0.0, 2 * pi),
+                     VORX_NEW torus_surface_data(2.0, 1.0),
+                     VORX_NEW sw_curve_law_data(line, 0.0, 1.0),
+                     VORX_NEW helix_curve_data(2.0, 0.5, 1.0, 1.0)});
+}
 
 // clang-format off
 const law_row rows[] = {
@@ -69,15 +56,15 @@ const law_row rows[] = {
 // clang-format on
 
 TEST(VectorSurface, ValuesAndErrors) {
-    surface_set set;
-    check_law_rows([&](const char* text) { return set.parse(text); }, rows, 1e-7);
+    data_set set = surfaces();
+    check_law_rows([&](const char* text) { return set.read(text); }, rows, 1e-7);
 }
 
 // No point of the iso-line u = x0 lies farther along D than SURFVEC's.
 TEST(VectorSurface, SurfvecIsTheFarthestPointOfTheIsoLine) {
-    surface_set set;
-    law_holder l(set.parse("SURFVEC(TORUS2,VEC(COS(Y),0.3,SIN(Y)))"));
-    law_holder s(set.parse("SURF(TORUS2)"));
+    data_set set = surfaces();
+    law_holder l(set.read("SURFVEC(TORUS2,VEC(COS(Y),0.3,SIN(Y)))"));
+    law_holder s(set.read("SURF(TORUS2)"));
     for (double u : {0.0, 0.7, 2.5, 4.0})
         for (double w : {0.0, 1.0, 2.0, 4.5}) {
             std::vector<double> d = {std::cos(w), 0.3, std::sin(w)};
@@ -92,9 +79,9 @@ TEST(VectorSurface, SurfvecIsTheFarthestPointOfTheIsoLine) {
 
 // MULTICUR at MULTICURVEPERP is no farther than any sampled point of either curve.
 TEST(VectorSurface, FootOnSeveralCurvesIsTheNearest) {
-    surface_set set;
-    law_holder c(set.parse("MULTICUR(HELIX1,SWEDGE3)"));
-    law_holder f(set.parse("MULTICURVEPERP(HELIX1,SWEDGE3,VEC(X,Y,Z))"));
+    data_set set = surfaces();
+    law_holder c(set.read("MULTICUR(HELIX1,SWEDGE3)"));
+    law_holder f(set.read("MULTICURVEPERP(HELIX1,SWEDGE3,VEC(X,Y,Z))"));
     interval dom;
     ASSERT_TRUE(c->term_domain(0, dom));
     EXPECT_NEAR(dom.end_pt(), 2 * pi + 1, 1e-15);
@@ -112,8 +99,8 @@ TEST(VectorSurface, FootOnSeveralCurvesIsTheNearest) {
 
 // MULTICUR differentiates into the next order while the data answer it, then numerically.
 TEST(VectorSurface, MulticurDerivativeOrders) {
-    surface_set set;
-    law_holder c(set.parse("MULTICUR(HELIX1,SWEDGE3)"));
+    data_set set = surfaces();
+    law_holder c(set.read("MULTICUR(HELIX1,SWEDGE3)"));
     law_holder d1(c->derivative(0)), d2(d1->derivative(0)), d3(d2->derivative(0));
     ASSERT_TRUE(d2->isa(multiple_curve_law::id()));
     EXPECT_EQ(static_cast<multiple_curve_law*>(d2.get())->order(), 2);
