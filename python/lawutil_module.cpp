@@ -199,19 +199,29 @@ py::array evaluate_array(const py_law& self, py::object points, const std::strin
     double* out = y.mutable_data();
     const double* in = x.data();
     int width = std::max(k, 1);
-    if (m == 1 && n > 0) {
-        // Structure of arrays for the batch: input i of every point together.
-        scratch<double> columns(k > 1 ? (size_t)n * k : 0);
+    if (m == 1) {
+        // The batch takes structure of arrays (input i of every point together): points of
+        // several inputs are transposed a chunk at a time, so scratch stays small and a
+        // count past the batch's int range needs no special case.
+        const long chunk = 8192;
+        const law_program& program = self.program(exact);
+        scratch<double> columns(k > 1 ? (size_t)chunk * k : 0);
         scratch<const double*> inputs((size_t)width);
-        inputs.p[0] = in;
-        for (int i = 0; k > 1 && i < k; ++i) {
-            inputs.p[i] = columns.p + (size_t)i * n;
-            for (long p = 0; p < n; ++p) columns.p[(size_t)i * n + p] = in[(size_t)p * k + i];
+        scratch<int> codes((size_t)chunk);
+        for (long start = 0; start < n; start += chunk) {
+            int count = (int)std::min(chunk, n - start);
+            inputs.p[0] = in + start;
+            for (int i = 0; k > 1 && i < k; ++i) {
+                inputs.p[i] = columns.p + (size_t)i * chunk;
+                for (int p = 0; p < count; ++p)
+                    columns.p[(size_t)i * chunk + p] = in[(size_t)(start + p) * k + i];
+            }
+            // Error codes are only kept when they are to be raised.
+            program.evaluate_batch(count, k > 0 ? inputs.p : nullptr, out + start,
+                                   raise ? codes.p : nullptr);
+            for (int p = 0; raise && p < count; ++p)
+                if (codes.p[p]) throw point_fault{codes.p[p], start + p};
         }
-        scratch<int> codes((size_t)n);
-        self.program(exact).evaluate_batch((int)n, k > 0 ? inputs.p : nullptr, out, codes.p);
-        for (long p = 0; raise && p < n; ++p)
-            if (codes.p[p]) throw point_fault{codes.p[p], p};
         return std::move(y);
     }
     // Several outputs: the tree, point by point.

@@ -74,15 +74,16 @@ class LawutilTest(unittest.TestCase):
         self.assertRaises(ValueError, lawutil.parse("x*y"), 1)
 
     def test_evaluate_arrays(self):
-        x = np.linspace(-2.0, 2.0, 101)
+        # More points than one chunk of the batch (8192).
+        x = np.linspace(-2.0, 2.0, 20001)
         xy = np.stack([x, x[::-1]], axis=-1)
         # text, points, expected values, shape
         rows = [
-            ("x^3-2*x+1", x, x**3 - 2 * x + 1, (101,)),
-            ("sin(x)*exp(x)", x.reshape(101, 1), (np.sin(x) * np.exp(x)).reshape(101, 1), (101, 1)),
-            ("x*y-y", xy, xy[:, 0] * xy[:, 1] - xy[:, 1], (101,)),
-            ("vec(x,x^2)", x, np.stack([x, x * x], axis=-1), (101, 2)),
-            ("3", x, np.full(101, 3.0), (101,)),
+            ("x^3-2*x+1", x, x**3 - 2 * x + 1, (20001,)),
+            ("sin(x)*exp(x)", x.reshape(3, -1), (np.sin(x) * np.exp(x)).reshape(3, -1), (3, 6667)),
+            ("x*y-y", xy, xy[:, 0] * xy[:, 1] - xy[:, 1], (20001,)),
+            ("vec(x,x^2)", x, np.stack([x, x * x], axis=-1), (20001, 2)),
+            ("3", x, np.full(20001, 3.0), (20001,)),
             ("x", 2.5, 2.5, ()),
         ]
         for text, points, expected, shape in rows:
@@ -108,6 +109,11 @@ class LawutilTest(unittest.TestCase):
             with self.assertRaises(lawutil.LawError, msg=text) as caught:
                 f.evaluate(points, errors="raise")
             self.assertIn("point", str(caught.exception))
+        # The first failing point is named, also past the first chunk of the batch.
+        points = np.ones((10000, 2))
+        points[9000, 0] = -1.0
+        with self.assertRaisesRegex(lawutil.LawError, r"\(point 9000\)"):
+            lawutil.parse("sqrt(x)*y").evaluate(points, errors="raise")
         f = lawutil.parse("x*y")
         self.assertRaises(ValueError, f.evaluate, [1.0, 2.0, 3.0])
         self.assertRaises(ValueError, f.evaluate, [[1.0, 2.0]], errors="ignore")
