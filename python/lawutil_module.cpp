@@ -429,7 +429,9 @@ PYBIND11_MODULE(lawutil, m) {
         .def(
             "maple", [](const py_law& s) { return text_of(s.get(), law_symbol_maple); },
             "The text in Maple's spelling ('no_maple(...)' where a law has none).")
-        .def("__eq__", [](const py_law& a, const py_law& b) { return (*a.get() == *b.get()) != 0; })
+        .def(
+            "__eq__", [](const py_law& a, const py_law& b) { return (*a.get() == *b.get()) != 0; },
+            py::is_operator())
         .def_property_readonly("take_dim", [](const py_law& s) { return s.get()->take_dim(); })
         .def_property_readonly("return_dim", [](const py_law& s) { return s.get()->return_dim(); })
         .def("__call__", &evaluate_point,

@@ -35,6 +35,7 @@ class LawutilTest(unittest.TestCase):
             self.assertEqual((str(f), f.take_dim, f.return_dim), (printed, take, ret), text)
             self.assertEqual(repr(f), "Law('%s')" % printed)
             self.assertEqual(lawutil.Law(printed), f)
+            self.assertNotEqual(f, printed)
             if maple:
                 self.assertEqual(f.maple(), maple)
         self.assertIsNone(lawutil.parse("NULL"))
