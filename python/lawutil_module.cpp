@@ -163,7 +163,15 @@ py::object evaluate_point(const py_law& self, py::args args) {
                               std::to_string(given));
     scratch<double> x((size_t)std::max(k, 1));
     x.p[0] = 0.0;
-    for (int i = 0; i < k; ++i) x.p[i] = args[i].cast<double>();
+    for (int i = 0; i < k; ++i) {
+        py::handle a = args[i];
+        if (py::isinstance<py::array>(a) ||
+            (py::isinstance<py::sequence>(a) && !py::isinstance<py::str>(a)))
+            throw py::type_error(
+                "f(x, y, ...) takes the numbers of one point; evaluate() "
+                "takes arrays");
+        x.p[i] = py::float_(py::reinterpret_borrow<py::object>(a)).cast<double>();
+    }
     scratch<double> y((size_t)std::max(m, 1));
     l->evaluate(x.p, y.p);
     if (m == 1) return py::float_(y.p[0]);

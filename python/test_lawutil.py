@@ -73,6 +73,7 @@ class LawutilTest(unittest.TestCase):
             f(-1)
         self.assertEqual(caught.exception.code_name, "LAW_SQRT")
         self.assertRaises(ValueError, lawutil.parse("x*y"), 1)
+        self.assertRaises(TypeError, f, [1.0, 2.0])
 
     def test_evaluate_arrays(self):
         # More points than one chunk of the batch (8192).
