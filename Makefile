@@ -22,7 +22,7 @@ FUZZ_BUILD  := build/fuzz
 FUZZER      := $(FUZZ_BUILD)/fuzz/fuzz_str_to_law
 
 .DEFAULT_GOAL := test
-.PHONY: deps test sanitize tsan fuzz memcheck bench demo format format-check clean
+.PHONY: deps test sanitize tsan fuzz memcheck bench demo python format format-check clean
 
 # Every target that builds first installs the Debian packages the build needs, so a
 # clean clone on a fresh machine builds; once they are there it costs nothing.
@@ -67,6 +67,16 @@ bench: deps
 demo: deps
 	$(CMAKE) --workflow --preset demo
 	@$(LAWTOOL) demo
+
+# The Python module alone (its own build tree, no C++ tests), then its tests under Debian's
+# interpreter, the one it is built for.
+PYTHON_BUILD := build/python
+python:
+	@bash scripts/setup-deps.sh python
+	$(CMAKE) -S . -B $(PYTHON_BUILD) -DCMAKE_BUILD_TYPE=Release -DLAWUTIL_BUILD_PYTHON=ON \
+		-DLAWUTIL_BUILD_TESTS=OFF -DLAWUTIL_BUILD_TOOLS=OFF -DLAWUTIL_BUILD_BENCHMARKS=OFF
+	$(CMAKE) --build $(PYTHON_BUILD) --target lawutil_python
+	PYTHONPATH=$(PYTHON_BUILD)/python /usr/bin/python3 python/test_lawutil.py
 
 format:
 	@files=$$(find $(FORMAT_DIRS) -type f \( -name '*.cpp' -o -name '*.hpp' -o -name '*.h' \) \

@@ -65,6 +65,13 @@ enum integrate_status {
     integrate_resolution_limit = 2   // an interval could not be halved any further
 };
 
+// The status as front ends show it: "converged", "evaluation limit", "resolution limit"
+// ("unknown" for any other value).
+inline const char* integrate_status_name(int status) {
+    static const char* const names[] = {"converged", "evaluation limit", "resolution limit"};
+    return status >= 0 && status <= integrate_resolution_limit ? names[status] : "unknown";
+}
+
 struct integrate_options {
     // Target: error <= max(abs_tol, rel_tol * |value|).  A tolerance that is not positive
     // (0, negative or NaN) does not count; with neither counting the target is the rounding

@@ -34,6 +34,14 @@ inline bool is_root_kind(root_kind k) {
     return k != root_pole && k != root_jump;
 }
 
+// The kind as front ends show it: "simple", "even multiple", "odd multiple", "pole",
+// "jump", "everywhere" ("unknown" for any other value).
+inline const char* root_kind_name(root_kind k) {
+    static const char* const names[] = {"unknown", "simple", "even multiple", "odd multiple",
+                                        "pole",    "jump",   "everywhere"};
+    return k >= root_simple && k <= root_everywhere ? names[k] : names[0];
+}
+
 struct classified_root {
     double x;
     double x_end;  // equal to x except for root_everywhere

@@ -37,6 +37,20 @@ requirements=(
 # The locale the locale tests switch to; they skip when it cannot be generated.
 comma_locale="de_DE.UTF-8"
 
+# `setup-deps.sh python` (make python): the compiler, CMake and the Python module's own
+# packages only, no locale.
+if [ "${1:-}" = python ]; then
+    requirements=(
+        "g++                 cmd:g++"
+        "cmake               cmd:cmake"
+        "make                cmd:make"
+        "python3-dev         glob:/usr/include/python3*/Python.h"
+        "pybind11-dev        /usr/include/pybind11/pybind11.h"
+        "python3-numpy       glob:/usr/lib/python3/dist-packages/numpy/__init__.py"
+    )
+    comma_locale=""
+fi
+
 missing=()
 for row in "${requirements[@]}"; do
     read -r package probe <<<"$row"
@@ -50,6 +64,7 @@ done
 
 # locale -a spells UTF-8 as "utf8".
 have_comma_locale() {
+    [ -z "$comma_locale" ] && return 0
     locale -a 2>/dev/null | grep -qix "${comma_locale%.UTF-8}.utf8"
 }
 

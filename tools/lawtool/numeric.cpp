@@ -89,24 +89,6 @@ void put_line(const tool_streams& io, const std::string& line) {
     std::fputc('\n', io.out);
 }
 
-const char* kind_name(root_kind k) {
-    switch (k) {
-        case root_simple:
-            return "simple";
-        case root_even_multiple:
-            return "even multiple";
-        case root_odd_multiple:
-            return "odd multiple";
-        case root_pole:
-            return "pole";
-        case root_jump:
-            return "jump";
-        case root_everywhere:
-            return "everywhere";
-    }
-    return "unknown";
-}
-
 // The head of every JSON answer: the law as read and the interval.
 std::string json_head(const law* f, double a, double b) {
     return "{\"law\":" + json_string(law_text(f)) + ",\"a\":" + json_number(a) +
@@ -144,7 +126,7 @@ void run_roots(const roots_options& o, const tool_streams& io) {
             const classified_root& c = found[i];
             s += std::string(i ? "," : "") + "{\"x\":" + json_number(c.x);
             if (c.kind == root_everywhere) s += ",\"x_end\":" + json_number(c.x_end);
-            s += ",\"kind\":" + json_string(kind_name(c.kind)) +
+            s += ",\"kind\":" + json_string(root_kind_name(c.kind)) +
                  ",\"multiplicity\":" + std::to_string(c.multiplicity) +
                  ",\"is_root\":" + (is_root_kind(c.kind) ? "true" : "false") + "}";
         }
@@ -154,7 +136,7 @@ void run_roots(const roots_options& o, const tool_streams& io) {
         return;
     }
     for (const classified_root& c : found) {
-        std::string line = format_number(c.x) + " " + kind_name(c.kind);
+        std::string line = format_number(c.x) + " " + root_kind_name(c.kind);
         if (c.kind == root_everywhere) line += " to " + format_number(c.x_end);
         if (c.multiplicity > 1)
             line += " (multiplicity " + std::string(c.multiplicity > 3 ? "4 or more" : "") +
@@ -248,8 +230,7 @@ void run_integrate(const integrate_options_cli& o, const tool_streams& io) {
     opts.abs_tol = o.abs_tol;
     opts.max_evaluations = o.max_evaluations;
     integrate_result r = Nintegrate_adaptive(f.get(), a, b, opts);
-    static const char* const status_names[] = {"converged", "evaluation limit", "resolution limit"};
-    const char* status = r.status >= 0 && r.status <= 2 ? status_names[r.status] : "unknown";
+    const char* status = integrate_status_name(r.status);
     char error[32];
     std::snprintf(error, sizeof error, "%.2e", r.error);
     if (o.json) {
