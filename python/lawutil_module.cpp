@@ -39,6 +39,9 @@
 #include "base/memory.hpp"
 #include "lawutil/lawutil.hpp"
 
+using namespace vorx;
+using namespace lawutil;
+
 namespace py = pybind11;
 
 namespace {
