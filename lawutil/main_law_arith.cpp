@@ -184,13 +184,18 @@ double quotient(const binary_law* l, const double* x, const R& r) {
 // product and its rounding error, kept exactly with fma), rounded once at the end.  The
 // error stays below about 0.5 ulp + n * 2^-104 relative, so it agrees with pow to the
 // last bit except within a hair of a rounding tie, at a third of pow's cost.
-__attribute__((always_inline)) inline double compensated_power_loop(double a, int n) {
-    double hi = a, lo = 0.0;
-    for (int i = 1; i < n; ++i) {
+// The loop from a^from to a^to, on the running product and its error.
+__attribute__((always_inline)) inline void compensated_power_loop(double a, double& hi, double& lo,
+                                                                  int from, int to) {
+    for (int i = from; i < to; ++i) {
         double p = hi * a;
         lo = std::fma(hi, a, -p) + lo * a;
         hi = p;
     }
+}
+__attribute__((always_inline)) inline double compensated_power_loop(double a, int n) {
+    double hi = a, lo = 0.0;
+    compensated_power_loop(a, hi, lo, 1, n);
     return hi + lo;
 }
 
@@ -210,6 +215,20 @@ double (*pick_compensated_power())(double, int) {
     return __builtin_cpu_supports("fma") ? compensated_power_fma : compensated_power_plain;
 }
 double (*const compensated_power)(double, int) = pick_compensated_power();
+
+// The same loop continued from a^from (in hi + lo) to a^to, built and picked the same way,
+// so a power continued from a lower one has the bits of one computed afresh.
+__attribute__((target("fma"))) void compensated_power_steps_fma(double a, double* hi, double* lo,
+                                                                int from, int to) {
+    compensated_power_loop(a, *hi, *lo, from, to);
+}
+void compensated_power_steps_plain(double a, double* hi, double* lo, int from, int to) {
+    compensated_power_loop(a, *hi, *lo, from, to);
+}
+void (*const compensated_power_steps)(double, double*, double*, int,
+                                      int) = __builtin_cpu_supports("fma")
+                                                 ? compensated_power_steps_fma
+                                                 : compensated_power_steps_plain;
 
 inline double power(double a, double b) {
     // The correctly rounded square, much cheaper than pow.
@@ -255,9 +274,155 @@ void compose(const binary_law* l, const double* x, double* y, const R& r) {
 
 }  // namespace
 
-// The value in a register: evaluate itself, inlined, so the two cannot differ.
+// ================================================================ scalar arithmetic
+//
+// Arithmetic nodes whose operands all return one value are evaluated here without a
+// virtual call per node: the node kind (arith_op) is set by the constructor, the shape
+// of the operands is decided at the first evaluation and kept.  The operations, their
+// operands and their order are those of the recursive evaluate, so the values and the
+// errors raised are the same to the bit; only the calls between them are gone:
+//  - a left-deep chain of +, - and * (how sums and products are read: 1+2*X+3*X^2+...
+//    is ((1+2*X)+3*X^2)+...) runs as a loop: the left spine is walked down, its bottom
+//    operand evaluated, then each node's right operand is combined on the way back up.
+//    The spine is held on the stack, spine_depth nodes at a time: a deeper chain
+//    continues through the evaluation of the bottom operand;
+//  - A/B divides first; the zero-over-zero step is looked at only when B came out tiny;
+//  - A^n for a constant whole n skips power()'s tests.  Powers of one variable met in
+//    one evaluation (the terms of a polynomial) share their multiplication: the running
+//    product and its error after X^3 are where X^4's loop would be after three steps,
+//    so X^4 continues from them, with the same operations in the same order.
+class __attribute__((visibility("hidden"))) arith_evaluator {
+  public:
+    // One evaluation's input and the last whole power of a variable it computed.
+    struct state {
+        const double* x;
+        int power_index = -1;  // the variable, -1 when none yet
+        int power_n = 0;       // hi + lo is the unrounded x^power_n
+        double hi = 0.0, lo = 0.0;
+    };
+
+    // True when `l`, an arithmetic node, has only one-value operands.
+    static bool scalar_operands(const law* l) {
+        if (__builtin_expect(l->operand_shape == law::operands_unknown, 0)) decide_shape(l);
+        return l->operand_shape == law::operands_scalar;
+    }
+
+    // The value of an operand: leaves read in place, arithmetic nodes here, every other
+    // law through evaluateM_R.
+    static double operand(const law* l, state& s) {
+        if (l->leaf_kind == law::leaf_constant) return l->leaf_value;
+        if (l->leaf_kind == law::leaf_variable) return s.x[l->leaf_index];
+        if (l->arith_op != law::op_none && scalar_operands(l)) return value(l, s);
+        return l->evaluateM_R(s.x);
+    }
+
+    // The value of an arithmetic node with one-value operands.
+    static double value(const law* l, state& s) {
+        switch (l->arith_op) {
+            case law::op_divide:
+                return quotient_value(static_cast<const binary_law*>(l), s);
+            case law::op_power:
+                return power_value(static_cast<const exponent_law*>(l), s);
+            case law::op_negate:
+                return -operand(static_cast<const unary_law*>(l)->fsub(), s);
+            default: {
+                const binary_law* b = static_cast<const binary_law*>(l);
+                if (chain_link(b->fleft())) return chain_value(b, s);
+                double v = operand(b->fleft(), s);
+                return combine(b, v, operand(b->fright(), s));
+            }
+        }
+    }
+
+  private:
+    static constexpr int spine_depth = 16;
+
+    [[gnu::noinline]] static void decide_shape(const law* l) {
+        bool scalar;
+        if (l->arith_op == law::op_negate) {
+            const law* sub = static_cast<const unary_law*>(l)->fsub();
+            scalar = sub && sub->returns_scalar();
+        } else {
+            const binary_law* b = static_cast<const binary_law*>(l);
+            scalar = b->fleft() && b->fright() && b->fleft()->returns_scalar() &&
+                     b->fright()->returns_scalar();
+        }
+        l->operand_shape = scalar ? law::operands_scalar : law::operands_other;
+    }
+
+    static bool chain_link(const law* l) {
+        return l->arith_op >= law::op_plus && l->arith_op <= law::op_times && scalar_operands(l);
+    }
+
+    static double combine(const law* node, double a, double b) {
+        if (node->arith_op == law::op_plus) return a + b;
+        if (node->arith_op == law::op_minus) return a - b;
+        return a * b;
+    }
+
+    [[gnu::noinline]] static double chain_value(const binary_law* top, state& s) {
+        const binary_law* spine[spine_depth];
+        int n = 0;
+        const law* l = top;
+        while (n < spine_depth && chain_link(l)) {
+            spine[n] = static_cast<const binary_law*>(l);
+            l = spine[n++]->fleft();
+        }
+        double v = operand(l, s);
+        while (n > 0) {
+            const binary_law* node = spine[--n];
+            v = combine(node, v, operand(node->fright(), s));
+        }
+        return v;
+    }
+
+    // A/B, with the zero-over-zero step taken only when both came out tiny.
+    static double quotient_value(const binary_law* l, state& s) {
+        double a = operand(l->fleft(), s);
+        double b = operand(l->fright(), s);
+        double q = a / b;
+        if (__builtin_expect(std::fabs(b) < tiny, 0) && std::fabs(a) < tiny)
+            return zero_over_zero(l, s.x);
+        return q;
+    }
+
+    [[gnu::noinline, gnu::cold]] static double zero_over_zero(const binary_law* l,
+                                                              const double* x) {
+        law_context().law.lhospital_depth = 0;
+        return lhospital_step(l->fleft(), l->fright(), x, plain_reader());
+    }
+
+    // A^n for a constant whole n from 2 to 16 without power()'s tests, else power().
+    static double power_value(const exponent_law* l, state& s) {
+        const law* base = l->fleft();
+        double a = operand(base, s);
+        int n = l->whole_exponent_;
+        if (n == 2) return a * a;
+        if (n && std::fabs(a) < 1e15 && std::fabs(a) > 1e-15) {
+            if (base->leaf_kind != law::leaf_variable) return compensated_power(a, n);
+            // x^n from the last power of the same variable when it is not higher.
+            if (s.power_index != base->leaf_index || s.power_n > n) {
+                s.power_index = base->leaf_index;
+                s.power_n = 1;
+                s.hi = a;
+                s.lo = 0.0;
+            }
+            compensated_power_steps(a, &s.hi, &s.lo, s.power_n, n);
+            s.power_n = n;
+            return s.hi + s.lo;
+        }
+        return power(a, operand(l->fright(), s));
+    }
+};
+
+// The value in a register: through the evaluator above when every operand returns one
+// value, else evaluate itself (which raises what it raised before).
 #define LAW_SCALAR_VALUE_DEF(cls)                     \
     double cls::scalar_value(const double* x) const { \
+        if (arith_evaluator::scalar_operands(this)) { \
+            arith_evaluator::state s{x};              \
+            return arith_evaluator::value(this, s);   \
+        }                                             \
         double y;                                     \
         cls::evaluate(x, &y);                         \
         return y;                                     \
@@ -267,6 +432,7 @@ void compose(const binary_law* l, const double* x, double* y, const R& r) {
 
 plus_law::plus_law(law* left, law* right) : binary_law(left, right) {
     leaf_kind = node_direct;
+    arith_op = op_plus;
 }
 
 LAW_SCALAR_VALUE_DEF(plus_law)
@@ -416,6 +582,7 @@ law* plus_law::sub_simplify(int, const char*& what) const {
 
 minus_law::minus_law(law* left, law* right) : binary_law(left, right) {
     leaf_kind = node_direct;
+    arith_op = op_minus;
 }
 
 LAW_SCALAR_VALUE_DEF(minus_law)
@@ -463,6 +630,7 @@ law* minus_law::sub_simplify(int, const char*& what) const {
 
 times_law::times_law(law* left, law* right) : binary_law(left, right) {
     leaf_kind = node_direct;
+    arith_op = op_times;
 }
 
 LAW_SCALAR_VALUE_DEF(times_law)
@@ -595,6 +763,7 @@ law* scalar_denominator(law* right) {
 
 division_law::division_law(law* left, law* right) : binary_law(left, scalar_denominator(right)) {
     leaf_kind = node_direct;
+    arith_op = op_divide;
 }
 
 LAW_SCALAR_VALUE_DEF(division_law)
@@ -650,20 +819,16 @@ law* division_law::sub_simplify(int, const char*& what) const {
 
 exponent_law::exponent_law(law* left, law* right) : binary_law(left, right) {
     leaf_kind = node_direct;
+    arith_op = op_power;
     if (right && right->isa(constant_law::id())) {
         double b = static_cast<const constant_law*>(right)->value();
-        if (b >= 3.0 && b <= 16.0 && b == std::trunc(b)) whole_exponent_ = (int)b;
+        if (b >= 2.0 && b <= 16.0 && b == std::trunc(b)) whole_exponent_ = (int)b;
     }
 }
 
 // A whole constant exponent passes power()'s tests by construction: only the base's
-// range is left to test before the multiplication.  Same arithmetic as power().
-double exponent_law::scalar_value(const double* x) const {
-    double a = left_->evaluateM_R(x);
-    if (whole_exponent_ && std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
-        return compensated_power(a, whole_exponent_);
-    return power(a, right_->evaluateM_R(x));
-}
+// range is left to test before the multiplication (arith_evaluator::power_value).
+LAW_SCALAR_VALUE_DEF(exponent_law)
 
 void exponent_law::evaluate(const double* x, double* y) const {
     double a = left_->evaluateM_R(x);
@@ -795,6 +960,7 @@ law* exponent_law::sub_simplify(int, const char*& what) const {
 
 negate_law::negate_law(law* sub) : unary_law(sub) {
     leaf_kind = node_direct;
+    arith_op = op_negate;
 }
 
 LAW_SCALAR_VALUE_DEF(negate_law)
