@@ -308,11 +308,11 @@ class law : public VORX_OBJECT {
         op_negate = 6
     };
     signed char arith_op = op_none;
-    // Whether every operand of an arithmetic node returns one value: decided at its
-    // first scalar evaluation (operand dimensions are caches that fill in lazily) and
-    // kept, since a law never changes.
-    enum : signed char { operands_unknown = 0, operands_scalar = 1, operands_other = 2 };
-    mutable signed char operand_shape = operands_unknown;
+    // How arith_evaluator evaluates an arithmetic node (0: not decided yet): decided at
+    // its first scalar evaluation from its kind, its operands' shapes (the dimensions are
+    // caches that fill in lazily) and its constant operands, and kept, since a law never
+    // changes.
+    mutable signed char eval_form = 0;
     // Link of the list of laws waiting to be destroyed (see destroy_released).
     mutable const law* next_dead = nullptr;
     int leaf_index = 0;

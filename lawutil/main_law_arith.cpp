@@ -301,10 +301,25 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         double hi = 0.0, lo = 0.0;
     };
 
-    // True when `l`, an arithmetic node, has only one-value operands.
-    static bool scalar_operands(const law* l) {
-        if (__builtin_expect(l->operand_shape == law::operands_unknown, 0)) decide_shape(l);
-        return l->operand_shape == law::operands_scalar;
+    // How a node is evaluated, decided once (law::eval_form).
+    enum form : signed char {
+        form_unknown = 0,
+        form_recursive,  // an operand returns other than one value: the class's evaluate
+        form_plus,
+        form_minus,
+        form_times,
+        form_scaled,  // c*A, c a constant
+        form_divide,
+        form_square,          // A^2
+        form_variable_power,  // V^n, V a variable, n a constant whole from 3 to 16
+        form_whole_power,     // A^n likewise, A any other law
+        form_power,
+        form_negate
+    };
+
+    static int form_of(const law* l) {
+        int f = l->eval_form;
+        return __builtin_expect(f == form_unknown, 0) ? decide_form(l) : f;
     }
 
     // The value of an operand: leaves read in place, arithmetic nodes here, every other
@@ -312,24 +327,44 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     static double operand(const law* l, state& s) {
         if (l->leaf_kind == law::leaf_constant) return l->leaf_value;
         if (l->leaf_kind == law::leaf_variable) return s.x[l->leaf_index];
-        if (l->arith_op != law::op_none && scalar_operands(l)) return value(l, s);
+        if (l->arith_op != law::op_none) {
+            int f = form_of(l);
+            if (f != form_recursive) return value(l, f, s);
+        }
         return l->evaluateM_R(s.x);
     }
 
-    // The value of an arithmetic node with one-value operands.
-    static double value(const law* l, state& s) {
-        switch (l->arith_op) {
-            case law::op_divide:
-                return quotient_value(static_cast<const binary_law*>(l), s);
-            case law::op_power:
-                return power_value(static_cast<const exponent_law*>(l), s);
-            case law::op_negate:
+    // The value of an arithmetic node of form `f` (not form_recursive).
+    static double value(const law* l, int f, state& s) {
+        const binary_law* b = static_cast<const binary_law*>(l);
+        switch (f) {
+            case form_scaled:
+                return b->fleft()->leaf_value * operand(b->fright(), s);
+            case form_divide:
+                return quotient_value(b, s);
+            case form_square: {
+                double a = operand(b->fleft(), s);
+                return a * a;
+            }
+            case form_variable_power:
+                return variable_power(static_cast<const exponent_law*>(l), s);
+            case form_whole_power: {
+                double a = operand(b->fleft(), s);
+                if (std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
+                    return compensated_power(a,
+                                             static_cast<const exponent_law*>(l)->whole_exponent_);
+                return power(a, operand(b->fright(), s));
+            }
+            case form_power: {
+                double a = operand(b->fleft(), s);
+                return power(a, operand(b->fright(), s));
+            }
+            case form_negate:
                 return -operand(static_cast<const unary_law*>(l)->fsub(), s);
             default: {
-                const binary_law* b = static_cast<const binary_law*>(l);
                 if (chain_link(b->fleft())) return chain_value(b, s);
-                double v = operand(b->fleft(), s);
-                return combine(b, v, operand(b->fright(), s));
+                double a = operand(b->fleft(), s);
+                return combine(f, a, operand(b->fright(), s));
             }
         }
     }
@@ -337,26 +372,48 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
   private:
     static constexpr int spine_depth = 16;
 
-    [[gnu::noinline]] static void decide_shape(const law* l) {
-        bool scalar;
+    [[gnu::noinline]] static int decide_form(const law* l) {
+        int f;
         if (l->arith_op == law::op_negate) {
             const law* sub = static_cast<const unary_law*>(l)->fsub();
-            scalar = sub && sub->returns_scalar();
+            f = sub && sub->returns_scalar() ? form_negate : form_recursive;
         } else {
             const binary_law* b = static_cast<const binary_law*>(l);
-            scalar = b->fleft() && b->fright() && b->fleft()->returns_scalar() &&
-                     b->fright()->returns_scalar();
+            const law* left = b->fleft();
+            const law* right = b->fright();
+            if (!left || !right || !left->returns_scalar() || !right->returns_scalar())
+                f = form_recursive;
+            else if (l->arith_op == law::op_plus)
+                f = form_plus;
+            else if (l->arith_op == law::op_minus)
+                f = form_minus;
+            else if (l->arith_op == law::op_times)
+                f = left->leaf_kind == law::leaf_constant ? form_scaled : form_times;
+            else if (l->arith_op == law::op_divide)
+                f = form_divide;
+            else
+                f = power_form(static_cast<const exponent_law*>(l));
         }
-        l->operand_shape = scalar ? law::operands_scalar : law::operands_other;
+        l->eval_form = (signed char)f;
+        return f;
+    }
+
+    static int power_form(const exponent_law* l) {
+        int n = l->whole_exponent_;
+        if (n == 2) return form_square;
+        if (n == 0) return form_power;
+        return l->fleft()->leaf_kind == law::leaf_variable ? form_variable_power : form_whole_power;
     }
 
     static bool chain_link(const law* l) {
-        return l->arith_op >= law::op_plus && l->arith_op <= law::op_times && scalar_operands(l);
+        if (l->arith_op < law::op_plus || l->arith_op > law::op_times) return false;
+        int f = form_of(l);
+        return f >= form_plus && f <= form_times;
     }
 
-    static double combine(const law* node, double a, double b) {
-        if (node->arith_op == law::op_plus) return a + b;
-        if (node->arith_op == law::op_minus) return a - b;
+    static double combine(int f, double a, double b) {
+        if (f == form_plus) return a + b;
+        if (f == form_minus) return a - b;
         return a * b;
     }
 
@@ -371,7 +428,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         double v = operand(l, s);
         while (n > 0) {
             const binary_law* node = spine[--n];
-            v = combine(node, v, operand(node->fright(), s));
+            v = combine(node->eval_form, v, operand(node->fright(), s));
         }
         return v;
     }
@@ -392,40 +449,37 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         return lhospital_step(l->fleft(), l->fright(), x, plain_reader());
     }
 
-    // A^n for a constant whole n from 2 to 16 without power()'s tests, else power().
-    static double power_value(const exponent_law* l, state& s) {
-        const law* base = l->fleft();
-        double a = operand(base, s);
+    // V^n, continued from the last power of the same variable when it is not higher.
+    static double variable_power(const exponent_law* l, state& s) {
+        int index = l->fleft()->leaf_index;
         int n = l->whole_exponent_;
-        if (n == 2) return a * a;
-        if (n && std::fabs(a) < 1e15 && std::fabs(a) > 1e-15) {
-            if (base->leaf_kind != law::leaf_variable) return compensated_power(a, n);
-            // x^n from the last power of the same variable when it is not higher.
-            if (s.power_index != base->leaf_index || s.power_n > n) {
-                s.power_index = base->leaf_index;
-                s.power_n = 1;
-                s.hi = a;
-                s.lo = 0.0;
-            }
-            compensated_power_steps(a, &s.hi, &s.lo, s.power_n, n);
-            s.power_n = n;
-            return s.hi + s.lo;
+        double a = s.x[index];
+        if (!(std::fabs(a) < 1e15 && std::fabs(a) > 1e-15))
+            return power(a, operand(l->fright(), s));
+        if (s.power_index != index || s.power_n > n) {
+            s.power_index = index;
+            s.power_n = 1;
+            s.hi = a;
+            s.lo = 0.0;
         }
-        return power(a, operand(l->fright(), s));
+        compensated_power_steps(a, &s.hi, &s.lo, s.power_n, n);
+        s.power_n = n;
+        return s.hi + s.lo;
     }
 };
 
 // The value in a register: through the evaluator above when every operand returns one
 // value, else evaluate itself (which raises what it raised before).
-#define LAW_SCALAR_VALUE_DEF(cls)                     \
-    double cls::scalar_value(const double* x) const { \
-        if (arith_evaluator::scalar_operands(this)) { \
-            arith_evaluator::state s{x};              \
-            return arith_evaluator::value(this, s);   \
-        }                                             \
-        double y;                                     \
-        cls::evaluate(x, &y);                         \
-        return y;                                     \
+#define LAW_SCALAR_VALUE_DEF(cls)                      \
+    double cls::scalar_value(const double* x) const {  \
+        int f = arith_evaluator::form_of(this);        \
+        if (f != arith_evaluator::form_recursive) {    \
+            arith_evaluator::state s{x};               \
+            return arith_evaluator::value(this, f, s); \
+        }                                              \
+        double y;                                      \
+        cls::evaluate(x, &y);                          \
+        return y;                                      \
     }
 
 // ================================================================ plus_law
