@@ -296,9 +296,9 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     // One evaluation's input and the last whole power of a variable it computed.
     struct state {
         const double* x;
-        int power_index = -1;  // the variable, -1 when none yet
-        int power_n = 0;       // hi + lo is the unrounded x^power_n
-        double hi = 0.0, lo = 0.0;
+        int power_index = -1;  // the variable, -1 when none yet; the rest is set with it
+        int power_n;           // hi + lo is the unrounded x^power_n
+        double hi, lo;
     };
 
     // How a node is evaluated, decided once (law::eval_form).
@@ -331,46 +331,65 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
             int f = form_of(l);
             if (f != form_recursive) return value(l, f, s);
         }
-        return l->evaluateM_R(s.x);
+        // A function law known to return one value: what evaluateM_R would call.
+        if (l->leaf_kind == law::node_direct && l->return_dim_cache == 1)
+            return l->scalar_value(s.x);
+        return other_law(l, s.x);
     }
 
-    // The value of an arithmetic node of form `f` (not form_recursive).
+    // The value of an arithmetic node of form `f` (not form_recursive).  The frequent
+    // small forms are here; quotients and powers out of line, so this stays a small frame.
     static double value(const law* l, int f, state& s) {
         const binary_law* b = static_cast<const binary_law*>(l);
         switch (f) {
-            case form_scaled:
-                return b->fleft()->leaf_value * operand(b->fright(), s);
-            case form_divide:
-                return quotient_value(b, s);
-            case form_square: {
-                double a = operand(b->fleft(), s);
-                return a * a;
-            }
-            case form_variable_power:
-                return variable_power(static_cast<const exponent_law*>(l), s);
-            case form_whole_power: {
-                double a = operand(b->fleft(), s);
-                if (std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
-                    return compensated_power(a,
-                                             static_cast<const exponent_law*>(l)->whole_exponent_);
-                return power(a, operand(b->fright(), s));
-            }
-            case form_power: {
-                double a = operand(b->fleft(), s);
-                return power(a, operand(b->fright(), s));
-            }
-            case form_negate:
-                return -operand(static_cast<const unary_law*>(l)->fsub(), s);
-            default: {
+            case form_plus:
+            case form_minus:
+            case form_times: {
                 if (chain_link(b->fleft())) return chain_value(b, s);
                 double a = operand(b->fleft(), s);
                 return combine(f, a, operand(b->fright(), s));
             }
+            case form_scaled:
+                return b->fleft()->leaf_value * operand(b->fright(), s);
+            case form_square: {
+                double a = operand(b->fleft(), s);
+                return a * a;
+            }
+            case form_negate:
+                return -operand(static_cast<const unary_law*>(l)->fsub(), s);
+            default:
+                return quotient_or_power(b, f, s);
         }
     }
 
   private:
     static constexpr int spine_depth = 16;
+
+    [[gnu::noinline]] static double other_law(const law* l, const double* x) {
+        return l->evaluateM_R(x);
+    }
+
+    [[gnu::noinline]] static double quotient_or_power(const binary_law* b, int f, state& s) {
+        switch (f) {
+            case form_divide:
+                return quotient_value(b, s);
+            case form_variable_power:
+                return variable_power(static_cast<const exponent_law*>(static_cast<const law*>(b)),
+                                      s);
+            case form_whole_power: {
+                double a = operand(b->fleft(), s);
+                if (std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
+                    return compensated_power(
+                        a, static_cast<const exponent_law*>(static_cast<const law*>(b))
+                               ->whole_exponent_);
+                return power(a, operand(b->fright(), s));
+            }
+            default: {
+                double a = operand(b->fleft(), s);
+                return power(a, operand(b->fright(), s));
+            }
+        }
+    }
 
     [[gnu::noinline]] static int decide_form(const law* l) {
         int f;
@@ -474,7 +493,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     double cls::scalar_value(const double* x) const {  \
         int f = arith_evaluator::form_of(this);        \
         if (f != arith_evaluator::form_recursive) {    \
-            arith_evaluator::state s{x};               \
+            arith_evaluator::state s;                  \
+            s.x = x;                                   \
             return arith_evaluator::value(this, f, s); \
         }                                              \
         double y;                                      \
