@@ -308,7 +308,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         form_plus,
         form_minus,
         form_times,
-        form_scaled,  // c*A, c a constant
+        form_scaled,        // c*A, c a constant
+        form_scaled_power,  // c*V^n, V^n of form_variable_power
         form_divide,
         form_square,          // A^2
         form_variable_power,  // V^n, V a variable, n a constant whole from 3 to 16
@@ -351,6 +352,10 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
             }
             case form_scaled:
                 return b->fleft()->leaf_value * operand(b->fright(), s);
+            case form_scaled_power:
+                return b->fleft()->leaf_value * variable_power(b->fright(), s);
+            case form_variable_power:
+                return variable_power(l, s);
             case form_square: {
                 double a = operand(b->fleft(), s);
                 return a * a;
@@ -373,9 +378,6 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         switch (f) {
             case form_divide:
                 return quotient_value(b, s);
-            case form_variable_power:
-                return variable_power(static_cast<const exponent_law*>(static_cast<const law*>(b)),
-                                      s);
             case form_whole_power: {
                 double a = operand(b->fleft(), s);
                 if (std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
@@ -407,7 +409,10 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
             else if (l->arith_op == law::op_minus)
                 f = form_minus;
             else if (l->arith_op == law::op_times)
-                f = left->leaf_kind == law::leaf_constant ? form_scaled : form_times;
+                f = left->leaf_kind != law::leaf_constant ? form_times
+                    : right->arith_op == law::op_power && form_of(right) == form_variable_power
+                        ? form_scaled_power
+                        : form_scaled;
             else if (l->arith_op == law::op_divide)
                 f = form_divide;
             else
@@ -469,12 +474,13 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     }
 
     // V^n, continued from the last power of the same variable when it is not higher.
-    static double variable_power(const exponent_law* l, state& s) {
+    static double variable_power(const law* power_law, state& s) {
+        const exponent_law* l = static_cast<const exponent_law*>(power_law);
         int index = l->fleft()->leaf_index;
         int n = l->whole_exponent_;
         double a = s.x[index];
-        if (!(std::fabs(a) < 1e15 && std::fabs(a) > 1e-15))
-            return power(a, operand(l->fright(), s));
+        if (__builtin_expect(!(std::fabs(a) < 1e15 && std::fabs(a) > 1e-15), 0))
+            return power_beyond_range(a, l, s);
         if (s.power_index != index || s.power_n > n) {
             s.power_index = index;
             s.power_n = 1;
@@ -484,6 +490,10 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         compensated_power_steps(a, &s.hi, &s.lo, s.power_n, n);
         s.power_n = n;
         return s.hi + s.lo;
+    }
+
+    [[gnu::noinline]] static double power_beyond_range(double a, const exponent_law* l, state& s) {
+        return power(a, operand(l->fright(), s));
     }
 };
 
