@@ -216,19 +216,29 @@ double (*pick_compensated_power())(double, int) {
 }
 double (*const compensated_power)(double, int) = pick_compensated_power();
 
-// The same loop continued from a^from (in hi + lo) to a^to, built and picked the same way,
-// so a power continued from a lower one has the bits of one computed afresh.
-__attribute__((target("fma"))) void compensated_power_steps_fma(double a, double* hi, double* lo,
-                                                                int from, int to) {
-    compensated_power_loop(a, *hi, *lo, from, to);
+// The same loop continued from a^from (the running product hi and its error lo) to a^to,
+// built and picked the same way, so a power continued from a lower one has the bits of
+// one computed afresh.  Returns the rounded a^to and leaves the loop's state in *hi_out,
+// *lo_out for a later continuation.
+__attribute__((target("fma"))) double compensated_power_steps_fma(double a, double hi, double lo,
+                                                                  int from, int to, double* hi_out,
+                                                                  double* lo_out) {
+    compensated_power_loop(a, hi, lo, from, to);
+    *hi_out = hi;
+    *lo_out = lo;
+    return hi + lo;
 }
-void compensated_power_steps_plain(double a, double* hi, double* lo, int from, int to) {
-    compensated_power_loop(a, *hi, *lo, from, to);
+double compensated_power_steps_plain(double a, double hi, double lo, int from, int to,
+                                     double* hi_out, double* lo_out) {
+    compensated_power_loop(a, hi, lo, from, to);
+    *hi_out = hi;
+    *lo_out = lo;
+    return hi + lo;
 }
-void (*const compensated_power_steps)(double, double*, double*, int,
-                                      int) = __builtin_cpu_supports("fma")
-                                                 ? compensated_power_steps_fma
-                                                 : compensated_power_steps_plain;
+double (*const compensated_power_steps)(double, double, double, int, int, double*,
+                                        double*) = __builtin_cpu_supports("fma")
+                                                       ? compensated_power_steps_fma
+                                                       : compensated_power_steps_plain;
 
 inline double power(double a, double b) {
     // The correctly rounded square, much cheaper than pow.
@@ -481,15 +491,16 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         double a = s.x[index];
         if (__builtin_expect(!(std::fabs(a) < 1e15 && std::fabs(a) > 1e-15), 0))
             return power_beyond_range(a, l, s);
-        if (s.power_index != index || s.power_n > n) {
-            s.power_index = index;
-            s.power_n = 1;
-            s.hi = a;
-            s.lo = 0.0;
+        int from = 1;
+        double hi = a, lo = 0.0;
+        if (s.power_index == index && s.power_n <= n) {
+            from = s.power_n;
+            hi = s.hi;
+            lo = s.lo;
         }
-        compensated_power_steps(a, &s.hi, &s.lo, s.power_n, n);
+        s.power_index = index;
         s.power_n = n;
-        return s.hi + s.lo;
+        return compensated_power_steps(a, hi, lo, from, n, &s.hi, &s.lo);
     }
 
     [[gnu::noinline]] static double power_beyond_range(double a, const exponent_law* l, state& s) {
