@@ -1,8 +1,10 @@
 // The arithmetic and composition laws and the named constants.
 //
-// Evaluation is the hot path of every numerical routine.  When both operands are scalar
-// the values go straight through evaluateM_R, with no buffer; only vector operands use
-// scratch storage, on the stack up to 4 components.  A side given by the caller is
+// Evaluation is the hot path of every numerical routine.  When every operand is scalar,
+// a plain evaluation (no side, no guess) runs through arith_evaluator below: no buffer,
+// no virtual call per arithmetic node, sums and products as loops, with the bits and the
+// errors of the recursive evaluate, which the side path still runs.  Only vector
+// operands use scratch storage, on the stack up to 4 components.  A side given by the caller is
 // passed on to the operands (it concerns the inputs, which the operands share); a guess
 // is not, since it is a guess for this law's value, not for theirs.
 #include "lawutil/main_law_arith.hpp"
@@ -183,8 +185,8 @@ double quotient(const binary_law* l, const double* x, const R& r) {
 // a^n for a small whole n >= 3, by multiplication carried in two doubles (the running
 // product and its rounding error, kept exactly with fma), rounded once at the end.  The
 // error stays below about 0.5 ulp + n * 2^-104 relative, so it agrees with pow to the
-// last bit except within a hair of a rounding tie, at a third of pow's cost.
-// The loop from a^from to a^to, on the running product and its error.
+// last bit except within a hair of a rounding tie, at a third of pow's cost.  The loop
+// runs from a^from to a^to on the running product hi and its error lo.
 __attribute__((always_inline)) inline void compensated_power_loop(double a, double& hi, double& lo,
                                                                   int from, int to) {
     for (int i = from; i < to; ++i) {
@@ -922,7 +924,7 @@ exponent_law::exponent_law(law* left, law* right) : binary_law(left, right) {
 }
 
 // A whole constant exponent passes power()'s tests by construction: only the base's
-// range is left to test before the multiplication (arith_evaluator::power_value).
+// range is left to test before the multiplication (arith_evaluator's power forms).
 LAW_SCALAR_VALUE_DEF(exponent_law)
 
 void exponent_law::evaluate(const double* x, double* y) const {
