@@ -353,6 +353,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     // The value of an arithmetic node of form `f` (not form_recursive).  The frequent
     // small forms are here; quotients and powers out of line, so this stays a small frame.
     static double value(const law* l, int f, state& s) {
+        if (f == form_negate) return -operand(static_cast<const unary_law*>(l)->fsub(), s);
         const binary_law* b = static_cast<const binary_law*>(l);
         switch (f) {
             case form_plus:
@@ -372,8 +373,6 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
                 double a = operand(b->fleft(), s);
                 return a * a;
             }
-            case form_negate:
-                return -operand(static_cast<const unary_law*>(l)->fsub(), s);
             default:
                 return quotient_or_power(b, f, s);
         }
