@@ -323,9 +323,10 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         form_scaled,        // c*A, c a constant
         form_scaled_power,  // c*V^n, V^n of form_variable_power
         form_divide,
-        form_square,          // A^2
-        form_variable_power,  // V^n, V a variable, n a constant whole from 3 to 16
-        form_whole_power,     // A^n likewise, A any other law
+        form_square,           // A^2
+        form_variable_square,  // V^2, V a variable
+        form_variable_power,   // V^n, V a variable, n a constant whole from 3 to 16
+        form_whole_power,      // A^n likewise, A any other law
         form_power,
         form_negate
     };
@@ -342,6 +343,11 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         if (l->leaf_kind == law::leaf_variable) return s.x[l->leaf_index];
         if (l->arith_op != law::op_none) {
             int f = form_of(l);
+            // V^2 in place, the commonest power.
+            if (f == form_variable_square) {
+                double a = s.x[static_cast<const binary_law*>(l)->fleft()->leaf_index];
+                return a * a;
+            }
             if (f != form_recursive) return value(l, f, s);
         }
         // A function law known to return one value: what evaluateM_R would call.
@@ -375,7 +381,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
                 return b->fleft()->leaf_value * variable_power(b->fright(), s);
             case form_variable_power:
                 return variable_power(l, s);
-            case form_square: {
+            case form_square:
+            case form_variable_square: {
                 double a = operand(b->fleft(), s);
                 return a * a;
             }
@@ -441,7 +448,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
 
     static int power_form(const exponent_law* l) {
         int n = l->whole_exponent_;
-        if (n == 2) return form_square;
+        if (n == 2)
+            return l->fleft()->leaf_kind == law::leaf_variable ? form_variable_square : form_square;
         if (n == 0) return form_power;
         return l->fleft()->leaf_kind == law::leaf_variable ? form_variable_power : form_whole_power;
     }
