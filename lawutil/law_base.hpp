@@ -301,6 +301,23 @@ class law : public vorx::VORX_OBJECT {
     // evaluation).
     enum : signed char { leaf_none = 0, leaf_constant = 1, leaf_variable = 2, node_direct = 3 };
     signed char leaf_kind = leaf_none;
+    // The arithmetic node kinds that arith_evaluator (main_law_arith.cpp) evaluates
+    // without a virtual call, set by their constructors; op_none for every other law.
+    enum : signed char {
+        op_none = 0,
+        op_plus = 1,
+        op_minus = 2,
+        op_times = 3,
+        op_divide = 4,
+        op_power = 5,
+        op_negate = 6
+    };
+    signed char arith_op = op_none;
+    // How arith_evaluator evaluates an arithmetic node (0: not decided yet): decided at
+    // its first scalar evaluation from its kind, its operands' shapes (the dimensions are
+    // caches that fill in lazily) and its constant operands, and kept, since a law never
+    // changes.
+    mutable signed char eval_form = 0;
     // Link of the list of laws waiting to be destroyed (see destroy_released).
     mutable const law* next_dead = nullptr;
     int leaf_index = 0;
@@ -312,6 +329,7 @@ class law : public vorx::VORX_OBJECT {
 
   private:
     friend class law_list;
+    friend class arith_evaluator;
     [[noreturn]] void raise_not_scalar() const;
     static void destroy_released(const law* l);
     [[noreturn]] void raise_bad_dim() const;

@@ -1,8 +1,10 @@
 // The arithmetic and composition laws and the named constants.
 //
-// Evaluation is the hot path of every numerical routine.  When both operands are scalar
-// the values go straight through evaluateM_R, with no buffer; only vector operands use
-// scratch storage, on the stack up to 4 components.  A side given by the caller is
+// Evaluation is the hot path of every numerical routine.  When every operand is scalar,
+// a plain evaluation (no side, no guess) runs through arith_evaluator below: no buffer,
+// no virtual call per arithmetic node, sums and products as loops, with the bits and the
+// errors of the recursive evaluate, which the side path still runs.  Only vector
+// operands use scratch storage, on the stack up to 4 components.  A side given by the caller is
 // passed on to the operands (it concerns the inputs, which the operands share); a guess
 // is not, since it is a guess for this law's value, not for theirs.
 #include "lawutil/main_law_arith.hpp"
@@ -187,14 +189,19 @@ double quotient(const binary_law* l, const double* x, const R& r) {
 // a^n for a small whole n >= 3, by multiplication carried in two doubles (the running
 // product and its rounding error, kept exactly with fma), rounded once at the end.  The
 // error stays below about 0.5 ulp + n * 2^-104 relative, so it agrees with pow to the
-// last bit except within a hair of a rounding tie, at a third of pow's cost.
-__attribute__((always_inline)) inline double compensated_power_loop(double a, int n) {
-    double hi = a, lo = 0.0;
-    for (int i = 1; i < n; ++i) {
+// last bit except within a hair of a rounding tie, at a third of pow's cost.  The loop
+// runs from a^from to a^to on the running product hi and its error lo.
+__attribute__((always_inline)) inline void compensated_power_loop(double a, double& hi, double& lo,
+                                                                  int from, int to) {
+    for (int i = from; i < to; ++i) {
         double p = hi * a;
         lo = std::fma(hi, a, -p) + lo * a;
         hi = p;
     }
+}
+__attribute__((always_inline)) inline double compensated_power_loop(double a, int n) {
+    double hi = a, lo = 0.0;
+    compensated_power_loop(a, hi, lo, 1, n);
     return hi + lo;
 }
 
@@ -214,6 +221,30 @@ double (*pick_compensated_power())(double, int) {
     return __builtin_cpu_supports("fma") ? compensated_power_fma : compensated_power_plain;
 }
 double (*const compensated_power)(double, int) = pick_compensated_power();
+
+// The same loop continued from a^from (the running product hi and its error lo) to a^to,
+// built and picked the same way, so a power continued from a lower one has the bits of
+// one computed afresh.  Returns the rounded a^to and leaves the loop's state in *hi_out,
+// *lo_out for a later continuation.
+__attribute__((target("fma"))) double compensated_power_steps_fma(double a, double hi, double lo,
+                                                                  int from, int to, double* hi_out,
+                                                                  double* lo_out) {
+    compensated_power_loop(a, hi, lo, from, to);
+    *hi_out = hi;
+    *lo_out = lo;
+    return hi + lo;
+}
+double compensated_power_steps_plain(double a, double hi, double lo, int from, int to,
+                                     double* hi_out, double* lo_out) {
+    compensated_power_loop(a, hi, lo, from, to);
+    *hi_out = hi;
+    *lo_out = lo;
+    return hi + lo;
+}
+double (*const compensated_power_steps)(double, double, double, int, int, double*,
+                                        double*) = __builtin_cpu_supports("fma")
+                                                       ? compensated_power_steps_fma
+                                                       : compensated_power_steps_plain;
 
 inline double power(double a, double b) {
     // The correctly rounded square, much cheaper than pow.
@@ -259,18 +290,263 @@ void compose(const binary_law* l, const double* x, double* y, const R& r) {
 
 }  // namespace
 
-// The value in a register: evaluate itself, inlined, so the two cannot differ.
-#define LAW_SCALAR_VALUE_DEF(cls)                     \
-    double cls::scalar_value(const double* x) const { \
-        double y;                                     \
-        cls::evaluate(x, &y);                         \
-        return y;                                     \
+// ================================================================ scalar arithmetic
+//
+// Arithmetic nodes whose operands all return one value are evaluated here without a
+// virtual call per node: the node kind (arith_op) is set by the constructor, the shape
+// of the operands is decided at the first evaluation and kept.  The operations, their
+// operands and their order are those of the recursive evaluate, so the values and the
+// errors raised are the same to the bit; only the calls between them are gone:
+//  - a left-deep chain of +, - and * (how sums and products are read: 1+2*X+3*X^2+...
+//    is ((1+2*X)+3*X^2)+...) runs as a loop: the left spine is walked down, its bottom
+//    operand evaluated, then each node's right operand is combined on the way back up.
+//    The spine is held on the stack, spine_depth nodes at a time: a deeper chain
+//    continues through the evaluation of the bottom operand;
+//  - A/B divides first; the zero-over-zero step is looked at only when B came out tiny;
+//  - A^n for a constant whole n skips power()'s tests.  Powers of one variable met in
+//    one evaluation (the terms of a polynomial) share their multiplication: the running
+//    product and its error after X^3 are where X^4's loop would be after three steps,
+//    so X^4 continues from them, with the same operations in the same order.
+class __attribute__((visibility("hidden"))) arith_evaluator {
+  public:
+    // One evaluation's input and the last whole power of a variable it computed.
+    struct state {
+        const double* x;
+        int power_index = -1;  // the variable, -1 when none yet; the rest is set with it
+        int power_n;           // hi + lo is the unrounded x^power_n
+        double hi, lo;
+    };
+
+    // How a node is evaluated, decided once (law::eval_form).
+    enum form : signed char {
+        form_unknown = 0,
+        form_recursive,  // an operand returns other than one value: the class's evaluate
+        form_plus,
+        form_minus,
+        form_times,
+        form_scaled,        // c*A, c a constant
+        form_scaled_power,  // c*V^n, V^n of form_variable_power
+        form_divide,
+        form_square,           // A^2
+        form_variable_square,  // V^2, V a variable
+        form_variable_power,   // V^n, V a variable, n a constant whole from 3 to 16
+        form_whole_power,      // A^n likewise, A any other law
+        form_power,
+        form_negate
+    };
+
+    static int form_of(const law* l) {
+        int f = l->eval_form;
+        return __builtin_expect(f == form_unknown, 0) ? decide_form(l) : f;
+    }
+
+    // The value of an operand: leaves read in place, arithmetic nodes here, every other
+    // law through evaluateM_R.
+    static double operand(const law* l, state& s) {
+        if (l->leaf_kind == law::leaf_constant) return l->leaf_value;
+        if (l->leaf_kind == law::leaf_variable) return s.x[l->leaf_index];
+        if (l->arith_op != law::op_none) {
+            int f = form_of(l);
+            // V^2 in place, the commonest power.
+            if (f == form_variable_square) {
+                double a = s.x[static_cast<const binary_law*>(l)->fleft()->leaf_index];
+                return a * a;
+            }
+            if (f != form_recursive) return value(l, f, s);
+        }
+        // A function law known to return one value: what evaluateM_R would call.
+        if (l->leaf_kind == law::node_direct && l->return_dim_cache == 1)
+            return l->scalar_value(s.x);
+        return other_law(l, s.x);
+    }
+
+    // The value of an arithmetic node of form `f` (not form_recursive).
+    [[gnu::noinline]] static double value(const law* l, int f, state& s) {
+        return value_inline(l, f, s);
+    }
+
+    // The same, inlined into the entry of each class (one call less where a function
+    // law's argument or the caller's law is an arithmetic node).  The frequent small forms
+    // are here; quotients and powers out of line, so the frame stays small.
+    __attribute__((always_inline)) static double value_inline(const law* l, int f, state& s) {
+        if (f == form_negate) return -operand(static_cast<const unary_law*>(l)->fsub(), s);
+        const binary_law* b = static_cast<const binary_law*>(l);
+        switch (f) {
+            case form_plus:
+            case form_minus:
+            case form_times: {
+                if (chain_link(b->fleft())) return chain_value(b, s);
+                double a = operand(b->fleft(), s);
+                return combine(f, a, operand(b->fright(), s));
+            }
+            case form_scaled:
+                return b->fleft()->leaf_value * operand(b->fright(), s);
+            case form_scaled_power:
+                return b->fleft()->leaf_value * variable_power(b->fright(), s);
+            case form_variable_power:
+                return variable_power(l, s);
+            case form_square:
+            case form_variable_square: {
+                double a = operand(b->fleft(), s);
+                return a * a;
+            }
+            default:
+                return quotient_or_power(b, f, s);
+        }
+    }
+
+  private:
+    static constexpr int spine_depth = 16;
+
+    [[gnu::noinline]] static double other_law(const law* l, const double* x) {
+        return l->evaluateM_R(x);
+    }
+
+    [[gnu::noinline]] static double quotient_or_power(const binary_law* b, int f, state& s) {
+        switch (f) {
+            case form_divide:
+                return quotient_value(b, s);
+            case form_whole_power: {
+                double a = operand(b->fleft(), s);
+                if (std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
+                    return compensated_power(
+                        a, static_cast<const exponent_law*>(static_cast<const law*>(b))
+                               ->whole_exponent_);
+                return power(a, operand(b->fright(), s));
+            }
+            default: {
+                double a = operand(b->fleft(), s);
+                return power(a, operand(b->fright(), s));
+            }
+        }
+    }
+
+    [[gnu::noinline]] static int decide_form(const law* l) {
+        int f;
+        if (l->arith_op == law::op_negate) {
+            const law* sub = static_cast<const unary_law*>(l)->fsub();
+            f = sub && sub->returns_scalar() ? form_negate : form_recursive;
+        } else {
+            const binary_law* b = static_cast<const binary_law*>(l);
+            const law* left = b->fleft();
+            const law* right = b->fright();
+            if (!left || !right || !left->returns_scalar() || !right->returns_scalar())
+                f = form_recursive;
+            else if (l->arith_op == law::op_plus)
+                f = form_plus;
+            else if (l->arith_op == law::op_minus)
+                f = form_minus;
+            else if (l->arith_op == law::op_times)
+                f = left->leaf_kind != law::leaf_constant ? form_times
+                    : right->arith_op == law::op_power && form_of(right) == form_variable_power
+                        ? form_scaled_power
+                        : form_scaled;
+            else if (l->arith_op == law::op_divide)
+                f = form_divide;
+            else
+                f = power_form(static_cast<const exponent_law*>(l));
+        }
+        l->eval_form = (signed char)f;
+        return f;
+    }
+
+    static int power_form(const exponent_law* l) {
+        int n = l->whole_exponent_;
+        if (n == 2)
+            return l->fleft()->leaf_kind == law::leaf_variable ? form_variable_square : form_square;
+        if (n == 0) return form_power;
+        return l->fleft()->leaf_kind == law::leaf_variable ? form_variable_power : form_whole_power;
+    }
+
+    static bool chain_link(const law* l) {
+        if (l->arith_op < law::op_plus || l->arith_op > law::op_times) return false;
+        int f = form_of(l);
+        return f >= form_plus && f <= form_times;
+    }
+
+    static double combine(int f, double a, double b) {
+        if (f == form_plus) return a + b;
+        if (f == form_minus) return a - b;
+        return a * b;
+    }
+
+    [[gnu::noinline]] static double chain_value(const binary_law* top, state& s) {
+        const binary_law* spine[spine_depth];
+        int n = 0;
+        const law* l = top;
+        while (n < spine_depth && chain_link(l)) {
+            spine[n] = static_cast<const binary_law*>(l);
+            l = spine[n++]->fleft();
+        }
+        double v = operand(l, s);
+        while (n > 0) {
+            const binary_law* node = spine[--n];
+            v = combine(node->eval_form, v, operand(node->fright(), s));
+        }
+        return v;
+    }
+
+    // A/B, with the zero-over-zero step taken only when both came out tiny.
+    static double quotient_value(const binary_law* l, state& s) {
+        double a = operand(l->fleft(), s);
+        double b = operand(l->fright(), s);
+        double q = a / b;
+        if (__builtin_expect(std::fabs(b) < tiny, 0) && std::fabs(a) < tiny)
+            return zero_over_zero(l, s.x);
+        return q;
+    }
+
+    [[gnu::noinline, gnu::cold]] static double zero_over_zero(const binary_law* l,
+                                                              const double* x) {
+        law_context().law.lhospital_depth = 0;
+        return lhospital_step(l->fleft(), l->fright(), x, plain_reader());
+    }
+
+    // V^n, continued from the last power of the same variable when it is not higher.
+    static double variable_power(const law* power_law, state& s) {
+        const exponent_law* l = static_cast<const exponent_law*>(power_law);
+        int index = l->fleft()->leaf_index;
+        int n = l->whole_exponent_;
+        double a = s.x[index];
+        if (__builtin_expect(!(std::fabs(a) < 1e15 && std::fabs(a) > 1e-15), 0))
+            return power_beyond_range(a, l, s);
+        int from = 1;
+        double hi = a, lo = 0.0;
+        if (s.power_index == index && s.power_n <= n) {
+            from = s.power_n;
+            hi = s.hi;
+            lo = s.lo;
+        }
+        s.power_index = index;
+        s.power_n = n;
+        return compensated_power_steps(a, hi, lo, from, n, &s.hi, &s.lo);
+    }
+
+    [[gnu::noinline]] static double power_beyond_range(double a, const exponent_law* l, state& s) {
+        return power(a, operand(l->fright(), s));
+    }
+};
+
+// The value in a register: through the evaluator above when every operand returns one
+// value, else evaluate itself (which raises what it raised before).
+#define LAW_SCALAR_VALUE_DEF(cls)                             \
+    double cls::scalar_value(const double* x) const {         \
+        int f = arith_evaluator::form_of(this);               \
+        if (f != arith_evaluator::form_recursive) {           \
+            arith_evaluator::state s;                         \
+            s.x = x;                                          \
+            return arith_evaluator::value_inline(this, f, s); \
+        }                                                     \
+        double y;                                             \
+        cls::evaluate(x, &y);                                 \
+        return y;                                             \
     }
 
 // ================================================================ plus_law
 
 plus_law::plus_law(law* left, law* right) : binary_law(left, right) {
     leaf_kind = node_direct;
+    arith_op = op_plus;
 }
 
 LAW_SCALAR_VALUE_DEF(plus_law)
@@ -420,6 +696,7 @@ law* plus_law::sub_simplify(int, const char*& what) const {
 
 minus_law::minus_law(law* left, law* right) : binary_law(left, right) {
     leaf_kind = node_direct;
+    arith_op = op_minus;
 }
 
 LAW_SCALAR_VALUE_DEF(minus_law)
@@ -467,6 +744,7 @@ law* minus_law::sub_simplify(int, const char*& what) const {
 
 times_law::times_law(law* left, law* right) : binary_law(left, right) {
     leaf_kind = node_direct;
+    arith_op = op_times;
 }
 
 LAW_SCALAR_VALUE_DEF(times_law)
@@ -599,6 +877,7 @@ law* scalar_denominator(law* right) {
 
 division_law::division_law(law* left, law* right) : binary_law(left, scalar_denominator(right)) {
     leaf_kind = node_direct;
+    arith_op = op_divide;
 }
 
 LAW_SCALAR_VALUE_DEF(division_law)
@@ -654,20 +933,16 @@ law* division_law::sub_simplify(int, const char*& what) const {
 
 exponent_law::exponent_law(law* left, law* right) : binary_law(left, right) {
     leaf_kind = node_direct;
+    arith_op = op_power;
     if (right && right->isa(constant_law::id())) {
         double b = static_cast<const constant_law*>(right)->value();
-        if (b >= 3.0 && b <= 16.0 && b == std::trunc(b)) whole_exponent_ = (int)b;
+        if (b >= 2.0 && b <= 16.0 && b == std::trunc(b)) whole_exponent_ = (int)b;
     }
 }
 
 // A whole constant exponent passes power()'s tests by construction: only the base's
-// range is left to test before the multiplication.  Same arithmetic as power().
-double exponent_law::scalar_value(const double* x) const {
-    double a = left_->evaluateM_R(x);
-    if (whole_exponent_ && std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
-        return compensated_power(a, whole_exponent_);
-    return power(a, right_->evaluateM_R(x));
-}
+// range is left to test before the multiplication (arith_evaluator's power forms).
+LAW_SCALAR_VALUE_DEF(exponent_law)
 
 void exponent_law::evaluate(const double* x, double* y) const {
     double a = left_->evaluateM_R(x);
@@ -799,6 +1074,7 @@ law* exponent_law::sub_simplify(int, const char*& what) const {
 
 negate_law::negate_law(law* sub) : unary_law(sub) {
     leaf_kind = node_direct;
+    arith_op = op_negate;
 }
 
 LAW_SCALAR_VALUE_DEF(negate_law)

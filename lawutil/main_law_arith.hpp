@@ -104,7 +104,8 @@ class exponent_law : public binary_law {
     law* deriv(int which) const override;
 
   private:
-    // n when B is a constant whole n from 3 to 16, else 0: decided once, at construction.
+    friend class arith_evaluator;
+    // n when B is a constant whole n from 2 to 16, else 0: decided once, at construction.
     int whole_exponent_ = 0;
 };
 

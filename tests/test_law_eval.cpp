@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <random>
+#include <string>
 
 #include "base/complex_number.hpp"
 #include "base/matrix.hpp"
@@ -244,4 +247,78 @@ TEST(Classification, LevelsAreCachedBothWays) {
     law_holder opaque(VORX_NEW opaque_law);
     EXPECT_FALSE(opaque->linear());
     EXPECT_TRUE(opaque->constant());
+}
+
+namespace {
+
+// A random arithmetic law of X and Y: sums, differences, products, quotients, powers and
+// negations, with whole, negative, fractional and variable exponents.
+std::string random_arithmetic_law(std::mt19937& rng, int depth) {
+    static const char* const leaves[] = {"X", "Y", "2", "0.5", "-3", "X", "0"};
+    static const char* const operators[] = {"+", "-", "*", "/", "^"};
+    static const char* const exponents[] = {"2", "3", "8", "16", "17", "-1", "0.5", "2.5", "X"};
+    int pick = depth <= 0 ? 0 : (int)(rng() % 4);
+    if (pick == 0) return leaves[rng() % 7];
+    if (pick == 1) return "-(" + random_arithmetic_law(rng, depth - 1) + ")";
+    const char* op = operators[rng() % 5];
+    std::string right = *op == '^' ? exponents[rng() % 9] : random_arithmetic_law(rng, depth - 1);
+    return "(" + random_arithmetic_law(rng, depth - 1) + ")" + op + "(" + right + ")";
+}
+
+// A polynomial of X and Y as the parser reads it, a left-deep chain of terms c*V^k in a
+// random order (so powers of one variable come up, down and interleaved), longer than one
+// stretch of the evaluation's spine.
+std::string random_polynomial(std::mt19937& rng) {
+    std::string text = "1";
+    int terms = 4 + (int)(rng() % 40);
+    for (int i = 0; i < terms; ++i)
+        text += std::string(rng() % 3 ? "+" : "-") + std::to_string(1 + rng() % 9) + "*" +
+                (rng() % 4 ? "X" : "Y") + "^" + std::to_string(1 + rng() % 16);
+    return text;
+}
+
+// The value at `in` (bit pattern) or the code raised, `sided` through the side path.
+struct outcome {
+    double value = 0.0;
+    int code = 0;
+};
+outcome evaluate_at(const law* l, const double* in, bool sided) {
+    static const int side[2] = {0, 0};
+    outcome o;
+    try {
+        o.value = l->evaluateM_R(in, sided ? side : nullptr);
+    } catch (const vorx_exception& e) {
+        o.code = e.code();
+    }
+    return o;
+}
+
+}  // namespace
+
+// Scalar arithmetic runs through its own evaluation (chains as loops, shared powers); the
+// side path still runs each node's evaluate, recursively.  Both give the same bits and
+// raise the same codes, at ordinary points and at the edges of the power and 0/0 rules.
+TEST(Evaluate, ScalarArithmeticGivesTheRecursiveValuesBitForBit) {
+    std::mt19937 rng(20261123);
+    const double points[][2] = {{0.7, -0.3}, {-1.3, 2.0},  {0.0, 0.5},     {1e-16, -1e-16},
+                                {2.0, 1e16}, {-0.9, 0.7},  {1e15, 1e-15},  {-7.5, 0.0},
+                                {1.0, -1.0}, {1e300, 3.0}, {-1e-300, 1e8}, {0.25, 0.25}};
+    int compared = 0, raised = 0;
+    for (int i = 0; i < 600; ++i) {
+        std::string text = i % 3 ? random_arithmetic_law(rng, 5) : random_polynomial(rng);
+        law_holder l(str_to_law(text.c_str()));
+        ASSERT_TRUE(l) << text;
+        for (const auto& p : points) {
+            outcome fast = evaluate_at(l.get(), p, false);
+            outcome recursive = evaluate_at(l.get(), p, true);
+            ASSERT_EQ(fast.code, recursive.code) << text << " at " << p[0] << ", " << p[1];
+            ASSERT_EQ(std::memcmp(&fast.value, &recursive.value, sizeof(double)), 0)
+                << text << " at " << p[0] << ", " << p[1] << ": " << fast.value
+                << " != " << recursive.value;
+            ++compared;
+            raised += fast.code != 0;
+        }
+    }
+    EXPECT_GT(raised, 100);
+    EXPECT_GT(compared - raised, 4000);
 }
