@@ -104,6 +104,11 @@ enum opcode : unsigned char {
     op_tree     // a subtree of the law, at the program's inputs
 };
 
+// The single-point pass's own opcodes past the instructions': the affine pre-steps of a
+// function instruction (pre_add .. pre_div, in order), each handing on to the function,
+// and the end of the program.
+enum : unsigned char { step_pre = op_tree + 1, step_end = step_pre + 6 };
+
 // Below this a numerator and a denominator are both zero for the division law.
 constexpr double tiny = 1e-15;
 constexpr int block_lanes = 128;
@@ -161,10 +166,33 @@ inline double horner(const double* c, int n, double x) {
     return p;
 }
 
+// The same steps unrolled (by falling through from the degree), for the single-point
+// pass: no loop counter on the critical path.
+inline double horner_unrolled(const double* c, int n, double x) {
+    if (n > 16) return horner(c, n, x);
+    double p = c[n];
+    switch (n) {
+#define LAWUTIL_STEP(k)   \
+    case k + 1:           \
+        p = p * x + c[k]; \
+        [[fallthrough]];
+        LAWUTIL_STEP(15)
+        LAWUTIL_STEP(14)
+        LAWUTIL_STEP(13) LAWUTIL_STEP(12) LAWUTIL_STEP(11) LAWUTIL_STEP(10) LAWUTIL_STEP(9)
+            LAWUTIL_STEP(8) LAWUTIL_STEP(7) LAWUTIL_STEP(6) LAWUTIL_STEP(5) LAWUTIL_STEP(4)
+                LAWUTIL_STEP(3) LAWUTIL_STEP(2) LAWUTIL_STEP(1) case 1 : p = p * x + c[0];
+#undef LAWUTIL_STEP
+        default:
+            break;
+    }
+    return p;
+}
+
 }  // namespace
 
 struct law_program::instruction {
     unsigned char op;
+    unsigned char step;  // the single-point pass's opcode (see run): op, a pre-step, or the end
     int dst, a, b;
     int n;            // power or degree
     int aux;          // first constant in the pool
@@ -418,7 +446,7 @@ class compiler {
             auto it = numbered_.find(k);
             if (it != numbered_.end()) return it->second;
         }
-        instruction p{(unsigned char)op, 0, a, b, n, (int)pool_.size(), part, node};
+        instruction p{(unsigned char)op, 0, 0, a, b, n, (int)pool_.size(), part, node};
         if (op == op_mulc || op == op_addc || op == op_rsubc || op == op_affine || op == op_divc ||
             (function_op(op) && n != pre_none)) {
             pool_.push_back(c);
@@ -588,7 +616,7 @@ class compiler {
         k.append((const char*)&p.var, sizeof p.var);
         auto it = polynomials_.find(k);
         if (it != polynomials_.end()) return it->second;
-        instruction q{op_horner, 0, p.var, 0, p.deg, (int)pool_.size(), -1, nullptr};
+        instruction q{op_horner, 0, 0, p.var, 0, p.deg, (int)pool_.size(), -1, nullptr};
         for (int i = 0; i <= p.deg; ++i) pool_.push_back(p.c[i]);
         push(q);
         polynomials_[k] = q.dst;
@@ -800,8 +828,14 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
     registers_ = next;
     result_ = reg[result];
 
-    code_ = VORX_ALLOC_ARRAY(instruction, count_ ? count_ : 1);
-    for (int i = 0; i < count_; ++i) code_[i] = c.code_[i];
+    // One instruction more: the end of the single-point pass.
+    code_ = VORX_ALLOC_ARRAY(instruction, count_ + 1);
+    for (int i = 0; i < count_; ++i) {
+        code_[i] = c.code_[i];
+        bool pre = function_op(code_[i].op) && code_[i].n != pre_none;
+        code_[i].step = (unsigned char)(pre ? step_pre + code_[i].n - 1 : code_[i].op);
+    }
+    code_[count_] = instruction{op_tree, step_end, 0, 0, 0, 0, 0, -1, nullptr};
     pool_ = VORX_ALLOC_ARRAY(double, c.pool_.size() + 1);
     for (size_t i = 0; i < c.pool_.size(); ++i) pool_[i] = c.pool_[i];
     helper_count_ = (int)c.helpers_.size();
@@ -839,15 +873,169 @@ law_program::~law_program() {
     law_->remove();
 }
 
-void law_program::run(const double* x, double* r) const {
+// The single-point pass.  Under GCC and Clang each handler ends in its own indirect jump
+// to the next one ("direct threading": the processor predicts every jump from the handler
+// it leaves, which learns a program's sequence), and the operand of the next instruction
+// is loaded before the jump; a last instruction (step_end) ends the pass, so there is no
+// count to test.  Elsewhere the same handlers run as the cases of a switch.  Every
+// handler is the arithmetic of apply(), and the folds at compile time run apply(), so
+// both agree bit for bit.  Cross-jumping would merge the handlers' identical jumps back
+// into one, which is the switch again.
+#if defined(__GNUC__) && !defined(__clang__)
+__attribute__((optimize("no-crossjumping", "no-gcse")))
+#endif
+double
+law_program::evaluate(const double* x) const {
+    double* r = reg_;
     for (int i = 0; i < inputs_; ++i) r[i] = x[i];
-    for (const instruction *p = code_, *e = code_ + count_; p != e; ++p)
-        r[p->dst] = apply(*p, r, pool_, x);
+    const instruction* p = code_;
+    const double* pool = pool_;
+    double a;
+#if defined(__GNUC__)
+    static const void* const handlers[] = {
+        &&h_add,        &&h_sub,     &&h_mul,      &&h_div,     &&h_neg,  &&h_mulc,    &&h_addc,
+        &&h_rsubc,      &&h_affine,  &&h_divc,     &&h_sqr,     &&h_powi, &&h_rpowi,   &&h_half,
+        &&h_horner,     &&h_sin,     &&h_cos,      &&h_exp,     &&h_ln,   &&h_sqrt,    &&h_abs,
+        &&h_sinh,       &&h_cosh,    &&h_apply1,   &&h_apply2,  &&h_tree, &&h_pre_add, &&h_pre_mul,
+        &&h_pre_affine, &&h_pre_neg, &&h_pre_rsub, &&h_pre_div, &&h_end};
+    static_assert(sizeof handlers / sizeof handlers[0] == step_end + 1, "one handler an opcode");
+#define LAWUTIL_HANDLER(name, op) h_##name:
+#define LAWUTIL_NEXT \
+    ++p;             \
+    a = r[p->a];     \
+    goto* handlers[p->step]
+#define LAWUTIL_FUNCTION goto* handlers[p->op]
+    a = r[p->a];
+    goto* handlers[p->step];
+#else
+#define LAWUTIL_HANDLER(name, op) case op:
+#define LAWUTIL_NEXT \
+    ++p;             \
+    continue
+#define LAWUTIL_FUNCTION \
+    op = p->op;          \
+    goto again
+    for (;;) {
+        a = r[p->a];
+        unsigned char op = p->step;
+    again:
+        switch (op) {
+#endif
+    LAWUTIL_HANDLER(add, op_add)
+    r[p->dst] = a + r[p->b];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sub, op_sub)
+    r[p->dst] = a - r[p->b];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(mul, op_mul)
+    r[p->dst] = a * r[p->b];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(div, op_div) {
+        double b = r[p->b];
+        r[p->dst] = std::fabs(a) < tiny && std::fabs(b) < tiny ? p->node->evaluateM_R(x) : a / b;
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(neg, op_neg)
+    r[p->dst] = -a;
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(mulc, op_mulc)
+    r[p->dst] = a * pool[p->aux];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(addc, op_addc)
+    r[p->dst] = a + pool[p->aux];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(rsubc, op_rsubc)
+    r[p->dst] = pool[p->aux] - a;
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(affine, op_affine)
+    r[p->dst] = a * pool[p->aux] + pool[p->aux + 1];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(divc, op_divc)
+    r[p->dst] = a / pool[p->aux];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sqr, op_sqr)
+    r[p->dst] = a * a;
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(powi, op_powi)
+    r[p->dst] = chain_power(a, p->n);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(rpowi, op_rpowi)
+    if (a == 0.0) sys_error(LAW_EXPONENT);
+    r[p->dst] = 1.0 / chain_power(a, p->n);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(half, op_half)
+    if (a < 0.0) sys_error(LAW_EXPONENT);
+    r[p->dst] = std::sqrt(a) + 0.0;
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(horner, op_horner)
+    r[p->dst] = horner_unrolled(pool + p->aux, p->n, a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sin, op_sin)
+    r[p->dst] = std::sin(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(cos, op_cos)
+    r[p->dst] = std::cos(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(exp, op_exp)
+    r[p->dst] = std::exp(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(ln, op_ln)
+    if (a <= 0.0) sys_error(LAW_LN);
+    r[p->dst] = std::log(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sqrt, op_sqrt)
+    if (a < 0.0) sys_error(LAW_SQRT);
+    r[p->dst] = std::sqrt(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(abs, op_abs)
+    r[p->dst] = std::fabs(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sinh, op_sinh)
+    r[p->dst] = std::sinh(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(cosh, op_cosh)
+    r[p->dst] = std::cosh(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(apply1, op_apply1) {
+        double in = a;  // a's address would keep a out of a register in every handler
+        r[p->dst] = p->node->evaluateM_R(&in);
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(apply2, op_apply2) {
+        double ab[2] = {a, r[p->b]};
+        r[p->dst] = p->node->evaluateM_R(ab);
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(tree, op_tree)
+    r[p->dst] = p->node->evaluateM_R(x);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(pre_add, step_pre - 1 + pre_add)
+    a = a + pool[p->aux + 1];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_mul, step_pre - 1 + pre_mul)
+    a = a * pool[p->aux];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_affine, step_pre - 1 + pre_affine)
+    a = a * pool[p->aux] + pool[p->aux + 1];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_neg, step_pre - 1 + pre_neg)
+    a = -a;
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_rsub, step_pre - 1 + pre_rsub)
+    a = pool[p->aux + 1] - a;
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_div, step_pre - 1 + pre_div)
+    a = a / pool[p->aux];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(end, step_end)
+    return r[result_];
+#if !defined(__GNUC__)
 }
-
-double law_program::evaluate(const double* x) const {
-    run(x, reg_);
-    return reg_[result_];
+}
+#endif
+#undef LAWUTIL_HANDLER
+#undef LAWUTIL_NEXT
+#undef LAWUTIL_FUNCTION
 }
 
 double law_program::evaluate_with_gradient(const double* x, double* grad) const {
@@ -1092,9 +1280,9 @@ __attribute__((target("avx2"))) int map_lanes_wide(int op, int lanes, const doub
 }
 #undef LAWUTIL_VECTOR_MATH
 #else
-int map_lanes_wide(int, int, const double*, double*) {
-    return 0;
-}
+        int map_lanes_wide(int, int, const double*, double*) {
+            return 0;
+        }
 #endif
 
 // Square roots by the processor's own instruction (correctly rounded, like std::sqrt,
@@ -1149,9 +1337,9 @@ __attribute__((target("avx2"))) void horner_lanes_wide(const double* cf, int n, 
     horner_lanes_plain(cf, n, lanes - k, a + k, r + k);
 }
 #else
-void horner_lanes_wide(const double* cf, int n, int lanes, const double* a, double* r) {
-    horner_lanes_plain(cf, n, lanes, a, r);
-}
+        void horner_lanes_wide(const double* cf, int n, int lanes, const double* a, double* r) {
+            horner_lanes_plain(cf, n, lanes, a, r);
+        }
 #endif
 
 template <bool wide>

@@ -60,7 +60,6 @@ class law_program : public VORX_OBJECT {
     struct instruction;
 
   private:
-    void run(const double* x, double* reg) const;
     template <int inputs>
     double gradient_pass(const double* x, double* grad) const;
     void run_block(int lanes, double* reg, int* err) const;
