@@ -178,9 +178,10 @@ inline double horner_unrolled(const double* c, int n, double x) {
         [[fallthrough]];
         LAWUTIL_STEP(15)
         LAWUTIL_STEP(14)
-        LAWUTIL_STEP(13) LAWUTIL_STEP(12) LAWUTIL_STEP(11) LAWUTIL_STEP(10) LAWUTIL_STEP(9)
-            LAWUTIL_STEP(8) LAWUTIL_STEP(7) LAWUTIL_STEP(6) LAWUTIL_STEP(5) LAWUTIL_STEP(4)
-                LAWUTIL_STEP(3) LAWUTIL_STEP(2) LAWUTIL_STEP(1) case 1 : p = p * x + c[0];
+        LAWUTIL_STEP(13)
+        LAWUTIL_STEP(12) LAWUTIL_STEP(11) LAWUTIL_STEP(10) LAWUTIL_STEP(9) LAWUTIL_STEP(8)
+            LAWUTIL_STEP(7) LAWUTIL_STEP(6) LAWUTIL_STEP(5) LAWUTIL_STEP(4) LAWUTIL_STEP(3)
+                LAWUTIL_STEP(2) LAWUTIL_STEP(1) case 1 : p = p * x + c[0];
 #undef LAWUTIL_STEP
         default:
             break;
@@ -492,7 +493,7 @@ class compiler {
     // A subtree evaluated by the tree at the program's inputs.
     int tree(const law* l) {
         int part = -1;
-        if (l->returns_scalar())
+        if (l->returns_scalar() && !(mode_ & law_program::values_only))
             for (int i = 0; i < inputs_; ++i) {
                 const law* d = nullptr;
                 try {
@@ -520,6 +521,10 @@ class compiler {
         if (!f) return -1;
         int at = keep(f.release());
         for (int i = 0; i < arity; ++i) {
+            if (mode_ & law_program::values_only) {
+                keep(nullptr);
+                continue;
+            }
             const law* d = nullptr;
             try {
                 d = helpers_[at]->derivative(i);
@@ -641,7 +646,7 @@ class compiler {
             return constant(static_cast<const constant_law*>(l)->value());
         if (l->isa(identity_law::id())) return static_cast<const identity_law*>(l)->fwhich();
         int t = l->type();
-        if (mode_ == law_program::rewrite) {
+        if (!(mode_ & law_program::exact)) {
             int h = try_horner(l);
             if (h >= 0) return h;
         }
@@ -728,7 +733,7 @@ class compiler {
         // The power: a square never raises, and is a*a in the tree too.
         double k = cb ? const_value_[b] : 0.0;
         if (cb && k == 2.0) return emit(op_sqr, a);
-        if (cb && mode_ == law_program::rewrite) {
+        if (cb && !(mode_ & law_program::exact)) {
             bool whole = k == std::trunc(k) && std::fabs(k) <= max_chain_power;
             if (k == 1.0) return a;
             if (whole && k >= 3.0) return emit(op_powi, a, 0, 0.0, 0.0, (int)k);
@@ -1535,7 +1540,7 @@ void (*const run_block_of)(const block_program&, int, double*, int*) = pick_bloc
 }  // namespace
 
 void law_program::run_block(int lanes, double* blk, int* err) const {
-    block_program bp{code_, count_, pool_, inputs_, reg_, mode_ == rewrite, block_in_};
+    block_program bp{code_, count_, pool_, inputs_, reg_, !(mode_ & exact), block_in_};
     run_block_of(bp, lanes, blk, err);
 }
 
@@ -1557,5 +1562,34 @@ void law_program::evaluate_batch(int n, const double* const* x, double* y, int* 
         else
             std::memcpy(y + start, out, sizeof(double) * lanes);
         if (errors) std::memcpy(errors + start, err, sizeof(int) * lanes);
+    }
+}
+
+// ---------------------------------------------------------------- law_evaluator
+
+law_evaluator::~law_evaluator() {
+    delete program_;
+}
+
+void law_evaluator::decide() {
+    decided_ = true;
+    if (!law_->returns_scalar()) return;
+    try {
+        program_ = VORX_NEW law_program(law_, law_program::exact | law_program::values_only);
+    } catch (const vorx_exception&) {
+        return;  // the tree serves on
+    }
+    if (program_->size() < 2) {
+        delete program_;
+        program_ = nullptr;
+    }
+}
+
+double law_evaluator::through(const law_program* p, const double* x) {
+    try {
+        return p->evaluate(x);
+    } catch (const vorx_exception&) {
+        // The tree raises its own exception here, with whatever it carries besides the code.
+        return law_->evaluateM_R(x);
     }
 }
