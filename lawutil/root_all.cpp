@@ -60,16 +60,13 @@
 //
 // Invariants.  Every law evaluation goes through value(), which counts it, refuses it
 // past the bound (answering NaN, which ends every loop), and turns an error raised by the
-// law or a non-finite value into NaN: a gap of the domain, never an escaping error.  It
-// evaluates through a law_evaluator per law (f and its three derivatives), so a law
-// evaluated hundreds of times is compiled, in exact mode: the values, the failing points
-// and the evaluation counts are the tree's.  Every
+// law or a non-finite value into NaN: a gap of the domain, never an escaping error.  Every
 // loop has a fixed iteration bound; each piece costs at least one evaluation, so the
 // search ends within the bound.  The search allocates its work area once, before the
-// first evaluation, and then only to grow its list of results and to compile a law once;
-// evaluation allocates nothing here, and the derivative laws are built before the search.  Results
-// are sorted and entries closer than 1e-10 of |b - a| are merged (a multiple root over a simple
-// one, any root over a pole or jump).
+// first evaluation, and then only to grow its list of results; evaluation allocates
+// nothing here, and the derivative laws are built before the search.  Results are sorted
+// and entries closer than 1e-10 of |b - a| are merged (a multiple root over a simple one,
+// any root over a pole or jump).
 //
 // Error model.  A root of multiplicity m is polished as a simple root of f^(m-1), so its
 // position carries the conditioning of that derivative, not eps^(1/m).  What the method
@@ -92,7 +89,6 @@
 
 #include "base/interval.hpp"
 #include "base/memory.hpp"
-#include "lawutil/compile.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/main_law_err.hpp"
 
@@ -380,15 +376,7 @@ class classified_search : public VORX_OBJECT {
   public:
     classified_search(const law* f, const law* f1, const law* f2, const law* f3, double a, double b,
                       int budget)
-        : f_(f),
-          f1_(f1),
-          f2_(f2),
-          f3_(f3),
-          a_(a),
-          b_(b),
-          length_(b - a),
-          budget_(budget),
-          through_{law_evaluator(f), law_evaluator(f1), law_evaluator(f2), law_evaluator(f3)} {}
+        : f_(f), f1_(f1), f2_(f2), f3_(f3), a_(a), b_(b), length_(b - a), budget_(budget) {}
     ~classified_search() { VORX_FREE(found_); }
     classified_search(const classified_search&) = delete;
     classified_search& operator=(const classified_search&) = delete;
@@ -443,7 +431,6 @@ class classified_search : public VORX_OBJECT {
     double a_, b_, length_;
     int budget_;
     bool out_of_budget_ = false;
-    law_evaluator through_[4];  // f, f', f'', f''': compiled once evaluated often
 
     piece stack_[stack_max];
     int stack_count_ = 0;
@@ -490,9 +477,8 @@ double classified_search::value(const law* g, double x) {
     }
     ++info.evaluations;
     double v;
-    law_evaluator& e = through_[g == f_ ? 0 : g == f1_ ? 1 : g == f2_ ? 2 : 3];
     try {
-        v = e.evaluate(&x);
+        v = g->eval(x);
     } catch (const vorx_exception&) {
         return nan_value;
     }

@@ -55,7 +55,6 @@
 #include "base/errors.hpp"
 #include "base/interval.hpp"
 #include "base/memory.hpp"
-#include "lawutil/compile.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/law_vector.hpp"
 #include "lawutil/main_law_err.hpp"
@@ -70,26 +69,14 @@ using dvec = std::vector<double, vorx_std_allocator<double>>;
 constexpr double accept_fraction = 0.999;
 
 // The law as a point in space: three outputs as they are, two as (x, y, 0), one as the
-// graph (t, f(t), 0).  A scalar law, and each part of a VEC law of scalar parts, is
-// evaluated through a law_evaluator, so an approximation that evaluates it hundreds of
-// times compiles it (in exact mode: the tree's values and errors, bit for bit); any other
-// law through its tree.
+// graph (t, f(t), 0).
 class law_points {
   public:
-    explicit law_points(const law* L)
-        : L_(L),
-          out_(L->return_dim()),
-          split_(splits(L)),
-          parts_{law_evaluator(part(L, 0)), law_evaluator(part(L, 1)), law_evaluator(part(L, 2))} {}
+    explicit law_points(const law* L) : L_(L), out_(L->return_dim()) {}
     void at(double t, double* xyz) {
         double y[3] = {0.0, 0.0, 0.0};
         ++evaluations;
-        if (out_ == 1)
-            y[0] = parts_[0].evaluate(&t);
-        else if (split_)
-            for (int i = 0; i < out_; ++i) y[i] = parts_[i].evaluate(&t);
-        else
-            L_->evaluate(&t, y);
+        L_->evaluate(&t, y);
         if (out_ == 1) {
             xyz[0] = t, xyz[1] = y[0], xyz[2] = 0.0;
         } else {
@@ -102,25 +89,8 @@ class law_points {
     long evaluations = 0;
 
   private:
-    // A VEC law of as many scalar parts as outputs evaluates each part by itself.
-    static bool splits(const law* L) {
-        if (!L->isa(vector_law::id())) return false;
-        const vector_law* v = static_cast<const vector_law*>(L);
-        if (v->fsub_num() != L->return_dim()) return false;
-        for (int i = 0; i < v->fsub_num(); ++i)
-            if (!v->fsub()[i]->returns_scalar()) return false;
-        return true;
-    }
-    static const law* part(const law* L, int i) {
-        if (L->return_dim() == 1) return i == 0 ? L : nullptr;
-        return splits(L) && i < L->return_dim() ? static_cast<const vector_law*>(L)->fsub()[i]
-                                                : nullptr;
-    }
-
     const law* L_;
     int out_;
-    bool split_;
-    law_evaluator parts_[3];
 };
 
 void check_law(const law* L) {
