@@ -179,9 +179,10 @@ inline double horner_unrolled(const double* c, int n, double x) {
         LAWUTIL_STEP(15)
         LAWUTIL_STEP(14)
         LAWUTIL_STEP(13)
-        LAWUTIL_STEP(12) LAWUTIL_STEP(11) LAWUTIL_STEP(10) LAWUTIL_STEP(9) LAWUTIL_STEP(8)
-            LAWUTIL_STEP(7) LAWUTIL_STEP(6) LAWUTIL_STEP(5) LAWUTIL_STEP(4) LAWUTIL_STEP(3)
-                LAWUTIL_STEP(2) LAWUTIL_STEP(1) case 1 : p = p * x + c[0];
+        LAWUTIL_STEP(12)
+        LAWUTIL_STEP(11) LAWUTIL_STEP(10) LAWUTIL_STEP(9) LAWUTIL_STEP(8) LAWUTIL_STEP(7)
+            LAWUTIL_STEP(6) LAWUTIL_STEP(5) LAWUTIL_STEP(4) LAWUTIL_STEP(3) LAWUTIL_STEP(2)
+                LAWUTIL_STEP(1) case 1 : p = p * x + c[0];
 #undef LAWUTIL_STEP
         default:
             break;
@@ -1046,9 +1047,224 @@ law_program::evaluate(const double* x) const {
 double law_program::evaluate_with_gradient(const double* x, double* grad) const {
     // One and two inputs, by far the most common, get passes of their own with the row
     // length a constant.
-    if (inputs_ == 1) return gradient_pass<1>(x, grad);
+    if (inputs_ == 1) return gradient_one(x, grad);
     if (inputs_ == 2) return gradient_pass<2>(x, grad);
     return gradient_pass<0>(x, grad);
+}
+
+// The gradient pass of a law of one input, threaded like the single-point pass: each
+// handler computes the value and the derivative of its instruction directly.  The slopes
+// are those of gradient_pass, formed and applied in the same order (s * da, and
+// s * da + t * db; a slope of 1 or -1 is applied exactly as the sign), so both passes
+// agree bit for bit.
+#if defined(__GNUC__) && !defined(__clang__)
+__attribute__((optimize("no-crossjumping", "no-gcse")))
+#endif
+double
+law_program::gradient_one(const double* x, double* grad) const {
+    double* r = reg_;
+    double* g = grad_;
+    r[0] = x[0];
+    const instruction* p = code_;
+    const double* pool = pool_;
+    double a, s;
+#if defined(__GNUC__)
+    static const void* const handlers[] = {
+        &&h_add,    &&h_sub,    &&h_mul,    &&h_div,    &&h_neg,  &&h_mulc,  &&h_addc,
+        &&h_rsubc,  &&h_affine, &&h_divc,   &&h_sqr,    &&h_powi, &&h_rpowi, &&h_half,
+        &&h_horner, &&h_sin,    &&h_cos,    &&h_exp,    &&h_ln,   &&h_sqrt,  &&h_abs,
+        &&h_sinh,   &&h_cosh,   &&h_apply1, &&h_apply2, &&h_tree, &&h_pre,   &&h_pre,
+        &&h_pre,    &&h_pre,    &&h_pre,    &&h_pre,    &&h_end};
+    static_assert(sizeof handlers / sizeof handlers[0] == step_end + 1, "one handler an opcode");
+#define LAWUTIL_HANDLER(name, op) h_##name:
+#define LAWUTIL_NEXT \
+    ++p;             \
+    a = r[p->a];     \
+    s = 1.0;         \
+    goto* handlers[p->step]
+#define LAWUTIL_FUNCTION goto* handlers[p->op]
+    a = r[p->a];
+    s = 1.0;
+    goto* handlers[p->step];
+#else
+#define LAWUTIL_HANDLER(name, op) case op:
+#define LAWUTIL_NEXT \
+    ++p;             \
+    continue
+#define LAWUTIL_FUNCTION \
+    op = p->op;          \
+    goto again
+            for (;;) {
+                a = r[p->a];
+                s = 1.0;
+                unsigned char op = p->step;
+            again:
+                switch (op) {
+#endif
+#define LAWUTIL_SET(value, slope)          \
+    {                                      \
+        double v_ = (value), s_ = (slope); \
+        g[p->dst] = s_ * s * g[p->a];      \
+        r[p->dst] = v_;                    \
+    }
+    // (A+B)' = A' + B', and so on: slopes s = 1, t = 1
+    LAWUTIL_HANDLER(add, op_add)
+    g[p->dst] = 1.0 * g[p->a] + 1.0 * g[p->b];
+    r[p->dst] = a + r[p->b];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sub, op_sub)
+    g[p->dst] = 1.0 * g[p->a] + -1.0 * g[p->b];
+    r[p->dst] = a - r[p->b];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(mul, op_mul) {
+        double b = r[p->b];
+        g[p->dst] = b * g[p->a] + a * g[p->b];
+        r[p->dst] = a * b;
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(div, op_div) {
+        double b = r[p->b];
+        bool resolved = std::fabs(a) < tiny && std::fabs(b) < tiny;
+        double v = resolved ? p->node->evaluateM_R(x) : a / b;
+        double sa = resolved ? not_a_number : 1.0 / b, tb = resolved ? not_a_number : -v / b;
+        g[p->dst] = sa * g[p->a] + tb * g[p->b];
+        r[p->dst] = v;
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(neg, op_neg)
+    LAWUTIL_SET(-a, -1.0)
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(mulc, op_mulc)
+    LAWUTIL_SET(a * pool[p->aux], pool[p->aux])
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(addc, op_addc)
+    LAWUTIL_SET(a + pool[p->aux], 1.0)
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(rsubc, op_rsubc)
+    LAWUTIL_SET(pool[p->aux] - a, -1.0)
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(affine, op_affine)
+    LAWUTIL_SET(a * pool[p->aux] + pool[p->aux + 1], pool[p->aux])
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(divc, op_divc)
+    LAWUTIL_SET(a / pool[p->aux], 1.0 / pool[p->aux])
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sqr, op_sqr)
+    LAWUTIL_SET(a * a, 2.0 * a)
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(powi, op_powi)
+    LAWUTIL_SET(chain_power(a, p->n), p->n * chain_power(a, p->n - 1))
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(rpowi, op_rpowi) {
+        if (a == 0.0) sys_error(LAW_EXPONENT);
+        double v = 1.0 / chain_power(a, p->n);
+        LAWUTIL_SET(v, -p->n * v / a)
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(half, op_half) {
+        if (a < 0.0) sys_error(LAW_EXPONENT);
+        double v = std::sqrt(a) + 0.0;
+        LAWUTIL_SET(v, 0.5 / v)
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(horner, op_horner) {
+        const double* c = pool + p->aux;
+        double q = c[p->n], dq = 0.0;
+        for (int k = p->n - 1; k >= 0; --k) {
+            dq = dq * a + q;
+            q = q * a + c[k];
+        }
+        LAWUTIL_SET(q, dq)
+    }
+    LAWUTIL_NEXT;
+    // A function's pre-step: its operand, and its slope for the chain rule.
+#if !defined(__GNUC__)
+    case step_pre - 1 + pre_mul:
+    case step_pre - 1 + pre_affine:
+    case step_pre - 1 + pre_neg:
+    case step_pre - 1 + pre_rsub:
+    case step_pre - 1 + pre_div:
+#endif
+        LAWUTIL_HANDLER(pre, step_pre - 1 + pre_add)
+        s = pre_slope(*p, pool);
+        a = pre_value(*p, a, pool);
+        LAWUTIL_FUNCTION;
+        LAWUTIL_HANDLER(sin, op_sin) {
+            double v, c;
+            sin_cos(a, v, c);
+            LAWUTIL_SET(v, c)
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(cos, op_cos) {
+            double sn, v;
+            sin_cos(a, sn, v);
+            LAWUTIL_SET(v, -sn)
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(exp, op_exp) {
+            double v = std::exp(a);
+            LAWUTIL_SET(v, v)
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(ln, op_ln)
+        if (a <= 0.0) sys_error(LAW_LN);
+        LAWUTIL_SET(std::log(a), 1.0 / a)
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(sqrt, op_sqrt) {
+            if (a < 0.0) sys_error(LAW_SQRT);
+            double v = std::sqrt(a);
+            LAWUTIL_SET(v, 0.5 / v)
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(abs, op_abs)
+        // ABS(g)' = SET(g)*g' - (1-SET(g))*g': the slope is -1 at 0
+        LAWUTIL_SET(std::fabs(a), a > 0.0 ? 1.0 : -1.0)
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(sinh, op_sinh)
+        LAWUTIL_SET(std::sinh(a), std::cosh(a))
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(cosh, op_cosh)
+        LAWUTIL_SET(std::cosh(a), std::sinh(a))
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(apply1, op_apply1) {
+            double in = a;
+            double v = p->node->evaluateM_R(&in);
+            const law* d = helpers_[p->part];
+            LAWUTIL_SET(v, d ? d->evaluateM_R(&in) : not_a_number)
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(apply2, op_apply2) {
+            double ab[2] = {a, r[p->b]};
+            double v = p->node->evaluateM_R(ab);
+            const law* dx = helpers_[p->part];
+            const law* dy = helpers_[p->part + 1];
+            double sa = dx ? dx->evaluateM_R(ab) : not_a_number;
+            // A constant exponent has no partials: LN(A) of (A^B)' is not asked for.
+            if (g[p->b] == 0.0)
+                g[p->dst] = sa * g[p->a];
+            else
+                g[p->dst] = sa * g[p->a] + (dy ? dy->evaluateM_R(ab) : not_a_number) * g[p->b];
+            r[p->dst] = v;
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(tree, op_tree) {
+            double v = p->node->evaluateM_R(x);
+            const law* d = p->part >= 0 ? helpers_[p->part] : nullptr;
+            g[p->dst] = d ? d->evaluateM_R(x) : not_a_number;
+            r[p->dst] = v;
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(end, step_end)
+        grad[0] = g[result_];
+        return r[result_];
+#if !defined(__GNUC__)
+}
+}
+#endif
+#undef LAWUTIL_HANDLER
+#undef LAWUTIL_NEXT
+#undef LAWUTIL_FUNCTION
+#undef LAWUTIL_SET
 }
 
 template <int inputs>
@@ -1285,9 +1501,9 @@ __attribute__((target("avx2"))) int map_lanes_wide(int op, int lanes, const doub
 }
 #undef LAWUTIL_VECTOR_MATH
 #else
-        int map_lanes_wide(int, int, const double*, double*) {
-            return 0;
-        }
+                int map_lanes_wide(int, int, const double*, double*) {
+                    return 0;
+                }
 #endif
 
 // Square roots by the processor's own instruction (correctly rounded, like std::sqrt,
@@ -1342,9 +1558,10 @@ __attribute__((target("avx2"))) void horner_lanes_wide(const double* cf, int n, 
     horner_lanes_plain(cf, n, lanes - k, a + k, r + k);
 }
 #else
-        void horner_lanes_wide(const double* cf, int n, int lanes, const double* a, double* r) {
-            horner_lanes_plain(cf, n, lanes, a, r);
-        }
+                void horner_lanes_wide(const double* cf, int n, int lanes, const double* a,
+                                       double* r) {
+                    horner_lanes_plain(cf, n, lanes, a, r);
+                }
 #endif
 
 template <bool wide>
