@@ -33,6 +33,20 @@
 // register it reads (the batch loops rely on it to vectorise).  A dead instruction is
 // dropped only when it cannot raise.
 //
+// One point.  The single-point pass runs the instructions by direct threading (GCC and
+// Clang's labels as values): every handler ends in its own indirect jump, so the
+// processor predicts each jump from the handler it leaves and learns a program's
+// sequence; the next operand is loaded before the jump, and an end instruction past the
+// last stops the pass without a count.  A function instruction's fused pre-step is a
+// handler of its own (step) that hands on to the function's.  Horner steps are unrolled
+// by falling through from the degree.  The gradient pass of a law of one input is
+// threaded the same way; more inputs take the general pass (rows of partials).
+//
+// Routines.  law_evaluator is how a numerical routine uses all this: the tree for the
+// first compile_after evaluations, then the exact program without fallback derivatives
+// (measured: compiling costs about 80 to 260 tree evaluations of E1-E8 and pays for itself
+// after about 300 to 1200; see BM_CompileCost).
+//
 // Batches.  Points go through in blocks of block_lanes: each instruction runs over all
 // the lanes of a block before the next, so the arithmetic loops vectorise.  The block
 // runner is built twice, plainly and for AVX2 (without FMA, so no a*b+c is contracted
@@ -180,9 +194,11 @@ inline double horner_unrolled(const double* c, int n, double x) {
         LAWUTIL_STEP(14)
         LAWUTIL_STEP(13)
         LAWUTIL_STEP(12)
-        LAWUTIL_STEP(11) LAWUTIL_STEP(10) LAWUTIL_STEP(9) LAWUTIL_STEP(8) LAWUTIL_STEP(7)
-            LAWUTIL_STEP(6) LAWUTIL_STEP(5) LAWUTIL_STEP(4) LAWUTIL_STEP(3) LAWUTIL_STEP(2)
-                LAWUTIL_STEP(1) case 1 : p = p * x + c[0];
+        LAWUTIL_STEP(11)
+        LAWUTIL_STEP(10)
+        LAWUTIL_STEP(9) LAWUTIL_STEP(8) LAWUTIL_STEP(7) LAWUTIL_STEP(6) LAWUTIL_STEP(5)
+            LAWUTIL_STEP(4) LAWUTIL_STEP(3) LAWUTIL_STEP(2) LAWUTIL_STEP(1) case 1
+            : p = p * x + c[0];
 #undef LAWUTIL_STEP
         default:
             break;
@@ -1047,24 +1063,26 @@ law_program::evaluate(const double* x) const {
 double law_program::evaluate_with_gradient(const double* x, double* grad) const {
     // One and two inputs, by far the most common, get passes of their own with the row
     // length a constant.
-    if (inputs_ == 1) return gradient_one(x, grad);
-    if (inputs_ == 2) return gradient_pass<2>(x, grad);
+    if (inputs_ == 1) return gradient_threaded<1>(x, grad);
+    if (inputs_ == 2) return gradient_threaded<2>(x, grad);
     return gradient_pass<0>(x, grad);
 }
 
-// The gradient pass of a law of one input, threaded like the single-point pass: each
-// handler computes the value and the derivative of its instruction directly.  The slopes
-// are those of gradient_pass, formed and applied in the same order (s * da, and
-// s * da + t * db; a slope of 1 or -1 is applied exactly as the sign), so both passes
-// agree bit for bit.
+// The gradient pass of a law of one or two inputs, threaded like the single-point pass:
+// each handler computes the value and the partials of its instruction directly.  The
+// slopes are those of gradient_pass, formed and applied in the same order (s * da, and
+// s * da + t * db; a slope of 1 or -1 is applied exactly as the sign), so the values
+// agree with it bit for bit and the partials too (but for the sign of a zero partial of
+// two inputs, where the general pass adds 0 * db).
+template <int M>
 #if defined(__GNUC__) && !defined(__clang__)
 __attribute__((optimize("no-crossjumping", "no-gcse")))
 #endif
 double
-law_program::gradient_one(const double* x, double* grad) const {
+law_program::gradient_threaded(const double* x, double* grad) const {
     double* r = reg_;
     double* g = grad_;
-    r[0] = x[0];
+    for (int i = 0; i < M; ++i) r[i] = x[i];
     const instruction* p = code_;
     const double* pool = pool_;
     double a, s;
@@ -1101,24 +1119,28 @@ law_program::gradient_one(const double* x, double* grad) const {
             again:
                 switch (op) {
 #endif
+#define LAWUTIL_ROWS(e) \
+    for (int i = 0; i < M; ++i) g[p->dst * M + i] = (e);
+#define GA g[p->a * M + i]
+#define GB g[p->b * M + i]
 #define LAWUTIL_SET(value, slope)          \
     {                                      \
         double v_ = (value), s_ = (slope); \
-        g[p->dst] = s_ * s * g[p->a];      \
+        LAWUTIL_ROWS(s_* s* GA)            \
         r[p->dst] = v_;                    \
     }
     // (A+B)' = A' + B', and so on: slopes s = 1, t = 1
     LAWUTIL_HANDLER(add, op_add)
-    g[p->dst] = 1.0 * g[p->a] + 1.0 * g[p->b];
+    LAWUTIL_ROWS(1.0 * GA + 1.0 * GB)
     r[p->dst] = a + r[p->b];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sub, op_sub)
-    g[p->dst] = 1.0 * g[p->a] + -1.0 * g[p->b];
+    LAWUTIL_ROWS(1.0 * GA + -1.0 * GB)
     r[p->dst] = a - r[p->b];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(mul, op_mul) {
         double b = r[p->b];
-        g[p->dst] = b * g[p->a] + a * g[p->b];
+        LAWUTIL_ROWS(b * GA + a * GB)
         r[p->dst] = a * b;
     }
     LAWUTIL_NEXT;
@@ -1127,7 +1149,7 @@ law_program::gradient_one(const double* x, double* grad) const {
         bool resolved = std::fabs(a) < tiny && std::fabs(b) < tiny;
         double v = resolved ? p->node->evaluateM_R(x) : a / b;
         double sa = resolved ? not_a_number : 1.0 / b, tb = resolved ? not_a_number : -v / b;
-        g[p->dst] = sa * g[p->a] + tb * g[p->b];
+        LAWUTIL_ROWS(sa * GA + tb * GB)
         r[p->dst] = v;
     }
     LAWUTIL_NEXT;
@@ -1240,22 +1262,28 @@ law_program::gradient_one(const double* x, double* grad) const {
             const law* dy = helpers_[p->part + 1];
             double sa = dx ? dx->evaluateM_R(ab) : not_a_number;
             // A constant exponent has no partials: LN(A) of (A^B)' is not asked for.
-            if (g[p->b] == 0.0)
-                g[p->dst] = sa * g[p->a];
-            else
-                g[p->dst] = sa * g[p->a] + (dy ? dy->evaluateM_R(ab) : not_a_number) * g[p->b];
+            bool constant_b = true;
+            for (int i = 0; i < M; ++i) constant_b = constant_b && g[p->b * M + i] == 0.0;
+            if (constant_b) {
+                LAWUTIL_ROWS(sa * GA)
+            } else {
+                double tb = dy ? dy->evaluateM_R(ab) : not_a_number;
+                LAWUTIL_ROWS(sa * GA + tb * GB)
+            }
             r[p->dst] = v;
         }
         LAWUTIL_NEXT;
         LAWUTIL_HANDLER(tree, op_tree) {
             double v = p->node->evaluateM_R(x);
-            const law* d = p->part >= 0 ? helpers_[p->part] : nullptr;
-            g[p->dst] = d ? d->evaluateM_R(x) : not_a_number;
+            for (int i = 0; i < M; ++i) {
+                const law* d = p->part >= 0 ? helpers_[p->part + i] : nullptr;
+                g[p->dst * M + i] = d ? d->evaluateM_R(x) : not_a_number;
+            }
             r[p->dst] = v;
         }
         LAWUTIL_NEXT;
         LAWUTIL_HANDLER(end, step_end)
-        grad[0] = g[result_];
+        for (int i = 0; i < M; ++i) grad[i] = g[result_ * M + i];
         return r[result_];
 #if !defined(__GNUC__)
 }
@@ -1265,6 +1293,9 @@ law_program::gradient_one(const double* x, double* grad) const {
 #undef LAWUTIL_NEXT
 #undef LAWUTIL_FUNCTION
 #undef LAWUTIL_SET
+#undef LAWUTIL_ROWS
+#undef GA
+#undef GB
 }
 
 template <int inputs>

@@ -62,7 +62,8 @@ class law_program : public VORX_OBJECT {
     struct instruction;
 
   private:
-    double gradient_one(const double* x, double* grad) const;
+    template <int inputs>
+    double gradient_threaded(const double* x, double* grad) const;
     template <int inputs>
     double gradient_pass(const double* x, double* grad) const;
     void run_block(int lanes, double* reg, int* err) const;
