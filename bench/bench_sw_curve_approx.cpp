@@ -102,8 +102,8 @@ void approx_case_bench(benchmark::State& state, const law* L, const approx_case&
     for (auto _ : state) r = run(L, c, tol, sw_approx_refine_then_remove);
     state.counters["points"] = r.control_points;
     state.counters["evals"] = (double)r.evaluations;
-    state.counters["evals_per_s"] = benchmark::Counter(
-        (double)r.evaluations, benchmark::Counter::kIsIterationInvariantRate);
+    state.counters["evals_per_s"] =
+        benchmark::Counter((double)r.evaluations, benchmark::Counter::kIsIterationInvariantRate);
     state.counters["err/tol"] = r.max_error / tol;
 }
 

@@ -185,24 +185,17 @@ inline double horner(const double* c, int n, double x) {
 inline double horner_unrolled(const double* c, int n, double x) {
     if (n > 16) return horner(c, n, x);
     double p = c[n];
+    // clang-format off
     switch (n) {
-#define LAWUTIL_STEP(k)   \
-    case k + 1:           \
-        p = p * x + c[k]; \
-        [[fallthrough]];
-        LAWUTIL_STEP(15)
-        LAWUTIL_STEP(14)
-        LAWUTIL_STEP(13)
-        LAWUTIL_STEP(12)
-        LAWUTIL_STEP(11)
-        LAWUTIL_STEP(10)
-        LAWUTIL_STEP(9) LAWUTIL_STEP(8) LAWUTIL_STEP(7) LAWUTIL_STEP(6) LAWUTIL_STEP(5)
-            LAWUTIL_STEP(4) LAWUTIL_STEP(3) LAWUTIL_STEP(2) LAWUTIL_STEP(1) case 1
-            : p = p * x + c[0];
+#define LAWUTIL_STEP(k) case k + 1: p = p * x + c[k]; [[fallthrough]];
+        LAWUTIL_STEP(15) LAWUTIL_STEP(14) LAWUTIL_STEP(13) LAWUTIL_STEP(12) LAWUTIL_STEP(11)
+        LAWUTIL_STEP(10) LAWUTIL_STEP(9) LAWUTIL_STEP(8) LAWUTIL_STEP(7) LAWUTIL_STEP(6)
+        LAWUTIL_STEP(5) LAWUTIL_STEP(4) LAWUTIL_STEP(3) LAWUTIL_STEP(2) LAWUTIL_STEP(1)
+        case 1: p = p * x + c[0];
 #undef LAWUTIL_STEP
-        default:
-            break;
+        default: break;
     }
+    // clang-format on
     return p;
 }
 
