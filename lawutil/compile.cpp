@@ -45,7 +45,8 @@
 // Routines.  law_evaluator is how a numerical routine uses all this: the tree for the
 // first compile_after evaluations, then the exact program without fallback derivatives
 // (measured: compiling costs about 80 to 260 tree evaluations of E1-E8 and pays for itself
-// after about 300 to 1200; see BM_CompileCost).
+// after about 300 to 1300, E8 never, its exact program being no faster than its tree; see
+// BM_CompileCost).
 //
 // Batches.  Points go through in blocks of block_lanes: each instruction runs over all
 // the lanes of a block before the next, so the arithmetic loops vectorise.  The block
