@@ -359,6 +359,56 @@ BENCHMARK(BM_DerivativeEval)
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
 
+// What compiling costs, for a routine deciding whether to compile (law_evaluator, in exact
+// mode without derivatives): the time to build the program, in tree evaluations, and the
+// evaluations after which it has paid for itself (compile time over the time one
+// evaluation saves).
+void BM_CompileCost(benchmark::State& state) {
+    const workload& w = work[state.range(0)];
+    const int n = 20000, builds = 200;
+    initialize_law();
+    {
+        law_holder l(str_to_law(w.text));
+        const int mode = law_program::exact | law_program::values_only;
+        law_program prog(l.get(), mode);
+        const double* p = xs().data();
+        std::vector<double> tree_ns, prog_ns, build_ns;
+        for (auto _ : state) {
+            for (int r = 0; r < passes; ++r) {
+                auto per = [&](auto f) { return ns_per_point(f) * points / n; };
+                tree_ns.push_back(per([&] {
+                    double sum = 0;
+                    for (int k = 0; k < n; ++k) sum += l->evaluateM_R(&p[k * (points / n)]);
+                    return sum;
+                }));
+                prog_ns.push_back(per([&] {
+                    double sum = 0;
+                    for (int k = 0; k < n; ++k) sum += prog.evaluate(&p[k * (points / n)]);
+                    return sum;
+                }));
+                build_ns.push_back(ns_per_point([&] {
+                                       int size = 0;
+                                       for (int b = 0; b < builds; ++b)
+                                           size += law_program(l.get(), mode).size();
+                                       return size;
+                                   }) *
+                                   points / builds);
+            }
+        }
+        double t = quantile(tree_ns, 0.5), c = quantile(prog_ns, 0.5);
+        double b = quantile(build_ns, 0.5);
+        state.counters["compile_ns"] = b;
+        state.counters["compile_in_tree_evals"] = b / t;
+        state.counters["break_even_evals"] = t > c ? b / (t - c) : -1;
+        state.SetLabel(std::string(w.id) + " " + w.text);
+    }
+    terminate_law();
+}
+BENCHMARK(BM_CompileCost)
+    ->DenseRange(0, law_count - 1)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+
 // Geometric mean over E1-E8 of each method's ratios measured above (registered last, so
 // it runs last).
 void BM_GeometricMeanRatio(benchmark::State& state) {

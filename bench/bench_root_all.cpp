@@ -118,6 +118,7 @@ void BM_AllRoots(benchmark::State& state) {
     }
     state.counters["classified_us"] = classified_us;
     state.counters["classified_evals"] = classified_evals;
+    state.counters["classified_evals_per_s"] = classified_evals / classified_us * 1e6;
     state.counters["classified_found"] = found;
     state.counters["scan_us"] = scan_us;
     state.counters["scan_evals"] = scan_evals;

@@ -33,6 +33,21 @@
 // register it reads (the batch loops rely on it to vectorise).  A dead instruction is
 // dropped only when it cannot raise.
 //
+// One point.  The single-point pass runs the instructions by direct threading (GCC and
+// Clang's labels as values): every handler ends in its own indirect jump, so the
+// processor predicts each jump from the handler it leaves and learns a program's
+// sequence; the next operand is loaded before the jump, and an end instruction past the
+// last stops the pass without a count.  A function instruction's fused pre-step is a
+// handler of its own (step) that hands on to the function's.  Horner steps are unrolled
+// by falling through from the degree.  The gradient pass of a law of one input is
+// threaded the same way; more inputs take the general pass (rows of partials).
+//
+// Routines.  law_evaluator is how a numerical routine uses all this: the tree for the
+// first compile_after evaluations, then the exact program without fallback derivatives
+// (measured: compiling costs about 80 to 260 tree evaluations of E1-E8 and pays for itself
+// after about 300 to 1300, E8 never, its exact program being no faster than its tree; see
+// BM_CompileCost).
+//
 // Batches.  Points go through in blocks of block_lanes: each instruction runs over all
 // the lanes of a block before the next, so the arithmetic loops vectorise.  The block
 // runner is built twice, plainly and for AVX2 (without FMA, so no a*b+c is contracted
@@ -108,6 +123,11 @@ enum opcode : unsigned char {
     op_tree     // a subtree of the law, at the program's inputs
 };
 
+// The single-point pass's own opcodes past the instructions': the affine pre-steps of a
+// function instruction (pre_add .. pre_div, in order), each handing on to the function,
+// and the end of the program.
+enum : unsigned char { step_pre = op_tree + 1, step_end = step_pre + 6 };
+
 // Below this a numerator and a denominator are both zero for the division law.
 constexpr double tiny = 1e-15;
 constexpr int block_lanes = 128;
@@ -165,10 +185,30 @@ inline double horner(const double* c, int n, double x) {
     return p;
 }
 
+// The same steps unrolled (by falling through from the degree), for the single-point
+// pass: no loop counter on the critical path.
+inline double horner_unrolled(const double* c, int n, double x) {
+    if (n > 16) return horner(c, n, x);
+    double p = c[n];
+    // clang-format off
+    switch (n) {
+#define LAWUTIL_STEP(k) case k + 1: p = p * x + c[k]; [[fallthrough]];
+        LAWUTIL_STEP(15) LAWUTIL_STEP(14) LAWUTIL_STEP(13) LAWUTIL_STEP(12) LAWUTIL_STEP(11)
+        LAWUTIL_STEP(10) LAWUTIL_STEP(9) LAWUTIL_STEP(8) LAWUTIL_STEP(7) LAWUTIL_STEP(6)
+        LAWUTIL_STEP(5) LAWUTIL_STEP(4) LAWUTIL_STEP(3) LAWUTIL_STEP(2) LAWUTIL_STEP(1)
+        case 1: p = p * x + c[0];
+#undef LAWUTIL_STEP
+        default: break;
+    }
+    // clang-format on
+    return p;
+}
+
 }  // namespace
 
 struct law_program::instruction {
     unsigned char op;
+    unsigned char step;  // the single-point pass's opcode (see run): op, a pre-step, or the end
     int dst, a, b;
     int n;            // power or degree
     int aux;          // first constant in the pool
@@ -422,7 +462,7 @@ class compiler {
             auto it = numbered_.find(k);
             if (it != numbered_.end()) return it->second;
         }
-        instruction p{(unsigned char)op, 0, a, b, n, (int)pool_.size(), part, node};
+        instruction p{(unsigned char)op, 0, 0, a, b, n, (int)pool_.size(), part, node};
         if (op == op_mulc || op == op_addc || op == op_rsubc || op == op_affine || op == op_divc ||
             (function_op(op) && n != pre_none)) {
             pool_.push_back(c);
@@ -468,7 +508,7 @@ class compiler {
     // A subtree evaluated by the tree at the program's inputs.
     int tree(const law* l) {
         int part = -1;
-        if (l->returns_scalar())
+        if (l->returns_scalar() && !(mode_ & law_program::values_only))
             for (int i = 0; i < inputs_; ++i) {
                 const law* d = nullptr;
                 try {
@@ -496,6 +536,10 @@ class compiler {
         if (!f) return -1;
         int at = keep(f.release());
         for (int i = 0; i < arity; ++i) {
+            if (mode_ & law_program::values_only) {
+                keep(nullptr);
+                continue;
+            }
             const law* d = nullptr;
             try {
                 d = helpers_[at]->derivative(i);
@@ -592,7 +636,7 @@ class compiler {
         k.append((const char*)&p.var, sizeof p.var);
         auto it = polynomials_.find(k);
         if (it != polynomials_.end()) return it->second;
-        instruction q{op_horner, 0, p.var, 0, p.deg, (int)pool_.size(), -1, nullptr};
+        instruction q{op_horner, 0, 0, p.var, 0, p.deg, (int)pool_.size(), -1, nullptr};
         for (int i = 0; i <= p.deg; ++i) pool_.push_back(p.c[i]);
         push(q);
         polynomials_[k] = q.dst;
@@ -617,7 +661,7 @@ class compiler {
             return constant(static_cast<const constant_law*>(l)->value());
         if (l->isa(identity_law::id())) return static_cast<const identity_law*>(l)->fwhich();
         int t = l->type();
-        if (mode_ == law_program::rewrite) {
+        if (!(mode_ & law_program::exact)) {
             int h = try_horner(l);
             if (h >= 0) return h;
         }
@@ -704,7 +748,7 @@ class compiler {
         // The power: a square never raises, and is a*a in the tree too.
         double k = cb ? const_value_[b] : 0.0;
         if (cb && k == 2.0) return emit(op_sqr, a);
-        if (cb && mode_ == law_program::rewrite) {
+        if (cb && !(mode_ & law_program::exact)) {
             bool whole = k == std::trunc(k) && std::fabs(k) <= max_chain_power;
             if (k == 1.0) return a;
             if (whole && k >= 3.0) return emit(op_powi, a, 0, 0.0, 0.0, (int)k);
@@ -804,8 +848,14 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
     registers_ = next;
     result_ = reg[result];
 
-    code_ = VORX_ALLOC_ARRAY(instruction, count_ ? count_ : 1);
-    for (int i = 0; i < count_; ++i) code_[i] = c.code_[i];
+    // One instruction more: the end of the single-point pass.
+    code_ = VORX_ALLOC_ARRAY(instruction, count_ + 1);
+    for (int i = 0; i < count_; ++i) {
+        code_[i] = c.code_[i];
+        bool pre = function_op(code_[i].op) && code_[i].n != pre_none;
+        code_[i].step = (unsigned char)(pre ? step_pre + code_[i].n - 1 : code_[i].op);
+    }
+    code_[count_] = instruction{op_tree, step_end, 0, 0, 0, 0, 0, -1, nullptr};
     pool_ = VORX_ALLOC_ARRAY(double, c.pool_.size() + 1);
     for (size_t i = 0; i < c.pool_.size(); ++i) pool_[i] = c.pool_[i];
     helper_count_ = (int)c.helpers_.size();
@@ -843,23 +893,407 @@ law_program::~law_program() {
     law_->remove();
 }
 
-void law_program::run(const double* x, double* r) const {
+// The single-point pass.  Under GCC and Clang each handler ends in its own indirect jump
+// to the next one ("direct threading": the processor predicts every jump from the handler
+// it leaves, which learns a program's sequence), and the operand of the next instruction
+// is loaded before the jump; a last instruction (step_end) ends the pass, so there is no
+// count to test.  Elsewhere the same handlers run as the cases of a switch.  Every
+// handler is the arithmetic of apply(), and the folds at compile time run apply(), so
+// both agree bit for bit.  Cross-jumping would merge the handlers' identical jumps back
+// into one, which is the switch again.
+#if defined(__GNUC__) && !defined(__clang__)
+__attribute__((optimize("no-crossjumping", "no-gcse")))
+#endif
+double
+law_program::evaluate(const double* x) const {
+    double* r = reg_;
     for (int i = 0; i < inputs_; ++i) r[i] = x[i];
-    for (const instruction *p = code_, *e = code_ + count_; p != e; ++p)
-        r[p->dst] = apply(*p, r, pool_, x);
+    const instruction* p = code_;
+    const double* pool = pool_;
+    double a;
+#if defined(__GNUC__)
+    static const void* const handlers[] = {
+        &&h_add,        &&h_sub,     &&h_mul,      &&h_div,     &&h_neg,  &&h_mulc,    &&h_addc,
+        &&h_rsubc,      &&h_affine,  &&h_divc,     &&h_sqr,     &&h_powi, &&h_rpowi,   &&h_half,
+        &&h_horner,     &&h_sin,     &&h_cos,      &&h_exp,     &&h_ln,   &&h_sqrt,    &&h_abs,
+        &&h_sinh,       &&h_cosh,    &&h_apply1,   &&h_apply2,  &&h_tree, &&h_pre_add, &&h_pre_mul,
+        &&h_pre_affine, &&h_pre_neg, &&h_pre_rsub, &&h_pre_div, &&h_end};
+    static_assert(sizeof handlers / sizeof handlers[0] == step_end + 1, "one handler an opcode");
+#define LAWUTIL_HANDLER(name, op) h_##name:
+#define LAWUTIL_NEXT \
+    ++p;             \
+    a = r[p->a];     \
+    goto* handlers[p->step]
+#define LAWUTIL_FUNCTION goto* handlers[p->op]
+    a = r[p->a];
+    goto* handlers[p->step];
+#else
+#define LAWUTIL_HANDLER(name, op) case op:
+#define LAWUTIL_NEXT \
+    ++p;             \
+    continue
+#define LAWUTIL_FUNCTION \
+    op = p->op;          \
+    goto again
+    for (;;) {
+        a = r[p->a];
+        unsigned char op = p->step;
+    again:
+        switch (op) {
+#endif
+    LAWUTIL_HANDLER(add, op_add)
+    r[p->dst] = a + r[p->b];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sub, op_sub)
+    r[p->dst] = a - r[p->b];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(mul, op_mul)
+    r[p->dst] = a * r[p->b];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(div, op_div) {
+        double b = r[p->b];
+        r[p->dst] = std::fabs(a) < tiny && std::fabs(b) < tiny ? p->node->evaluateM_R(x) : a / b;
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(neg, op_neg)
+    r[p->dst] = -a;
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(mulc, op_mulc)
+    r[p->dst] = a * pool[p->aux];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(addc, op_addc)
+    r[p->dst] = a + pool[p->aux];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(rsubc, op_rsubc)
+    r[p->dst] = pool[p->aux] - a;
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(affine, op_affine)
+    r[p->dst] = a * pool[p->aux] + pool[p->aux + 1];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(divc, op_divc)
+    r[p->dst] = a / pool[p->aux];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sqr, op_sqr)
+    r[p->dst] = a * a;
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(powi, op_powi)
+    r[p->dst] = chain_power(a, p->n);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(rpowi, op_rpowi)
+    if (a == 0.0) sys_error(LAW_EXPONENT);
+    r[p->dst] = 1.0 / chain_power(a, p->n);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(half, op_half)
+    if (a < 0.0) sys_error(LAW_EXPONENT);
+    r[p->dst] = std::sqrt(a) + 0.0;
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(horner, op_horner)
+    r[p->dst] = horner_unrolled(pool + p->aux, p->n, a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sin, op_sin)
+    r[p->dst] = std::sin(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(cos, op_cos)
+    r[p->dst] = std::cos(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(exp, op_exp)
+    r[p->dst] = std::exp(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(ln, op_ln)
+    if (a <= 0.0) sys_error(LAW_LN);
+    r[p->dst] = std::log(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sqrt, op_sqrt)
+    if (a < 0.0) sys_error(LAW_SQRT);
+    r[p->dst] = std::sqrt(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(abs, op_abs)
+    r[p->dst] = std::fabs(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sinh, op_sinh)
+    r[p->dst] = std::sinh(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(cosh, op_cosh)
+    r[p->dst] = std::cosh(a);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(apply1, op_apply1) {
+        double in = a;  // a's address would keep a out of a register in every handler
+        r[p->dst] = p->node->evaluateM_R(&in);
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(apply2, op_apply2) {
+        double ab[2] = {a, r[p->b]};
+        r[p->dst] = p->node->evaluateM_R(ab);
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(tree, op_tree)
+    r[p->dst] = p->node->evaluateM_R(x);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(pre_add, step_pre - 1 + pre_add)
+    a = a + pool[p->aux + 1];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_mul, step_pre - 1 + pre_mul)
+    a = a * pool[p->aux];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_affine, step_pre - 1 + pre_affine)
+    a = a * pool[p->aux] + pool[p->aux + 1];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_neg, step_pre - 1 + pre_neg)
+    a = -a;
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_rsub, step_pre - 1 + pre_rsub)
+    a = pool[p->aux + 1] - a;
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_div, step_pre - 1 + pre_div)
+    a = a / pool[p->aux];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(end, step_end)
+    return r[result_];
+#if !defined(__GNUC__)
 }
-
-double law_program::evaluate(const double* x) const {
-    run(x, reg_);
-    return reg_[result_];
+}
+#endif
+#undef LAWUTIL_HANDLER
+#undef LAWUTIL_NEXT
+#undef LAWUTIL_FUNCTION
 }
 
 double law_program::evaluate_with_gradient(const double* x, double* grad) const {
     // One and two inputs, by far the most common, get passes of their own with the row
     // length a constant.
-    if (inputs_ == 1) return gradient_pass<1>(x, grad);
-    if (inputs_ == 2) return gradient_pass<2>(x, grad);
+    if (inputs_ == 1) return gradient_threaded<1>(x, grad);
+    if (inputs_ == 2) return gradient_threaded<2>(x, grad);
     return gradient_pass<0>(x, grad);
+}
+
+// The gradient pass of a law of one or two inputs, threaded like the single-point pass:
+// each handler computes the value and the partials of its instruction directly.  The
+// slopes are those of gradient_pass, formed and applied in the same order (s * da, and
+// s * da + t * db; a slope of 1 or -1 is applied exactly as the sign), so the values
+// agree with it bit for bit and the partials too (but for the sign of a zero partial of
+// two inputs, where the general pass adds 0 * db).
+template <int M>
+#if defined(__GNUC__) && !defined(__clang__)
+__attribute__((optimize("no-crossjumping", "no-gcse")))
+#endif
+double
+law_program::gradient_threaded(const double* x, double* grad) const {
+    double* r = reg_;
+    double* g = grad_;
+    for (int i = 0; i < M; ++i) r[i] = x[i];
+    const instruction* p = code_;
+    const double* pool = pool_;
+    double a, s;
+#if defined(__GNUC__)
+    static const void* const handlers[] = {
+        &&h_add,    &&h_sub,    &&h_mul,    &&h_div,    &&h_neg,  &&h_mulc,  &&h_addc,
+        &&h_rsubc,  &&h_affine, &&h_divc,   &&h_sqr,    &&h_powi, &&h_rpowi, &&h_half,
+        &&h_horner, &&h_sin,    &&h_cos,    &&h_exp,    &&h_ln,   &&h_sqrt,  &&h_abs,
+        &&h_sinh,   &&h_cosh,   &&h_apply1, &&h_apply2, &&h_tree, &&h_pre,   &&h_pre,
+        &&h_pre,    &&h_pre,    &&h_pre,    &&h_pre,    &&h_end};
+    static_assert(sizeof handlers / sizeof handlers[0] == step_end + 1, "one handler an opcode");
+#define LAWUTIL_HANDLER(name, op) h_##name:
+#define LAWUTIL_NEXT \
+    ++p;             \
+    a = r[p->a];     \
+    s = 1.0;         \
+    goto* handlers[p->step]
+#define LAWUTIL_FUNCTION goto* handlers[p->op]
+    a = r[p->a];
+    s = 1.0;
+    goto* handlers[p->step];
+#else
+#define LAWUTIL_HANDLER(name, op) case op:
+#define LAWUTIL_NEXT \
+    ++p;             \
+    continue
+#define LAWUTIL_FUNCTION \
+    op = p->op;          \
+    goto again
+            for (;;) {
+                a = r[p->a];
+                s = 1.0;
+                unsigned char op = p->step;
+            again:
+                switch (op) {
+#endif
+#define LAWUTIL_ROWS(e) \
+    for (int i = 0; i < M; ++i) g[p->dst * M + i] = (e);
+#define GA g[p->a * M + i]
+#define GB g[p->b * M + i]
+#define LAWUTIL_SET(value, slope)          \
+    {                                      \
+        double v_ = (value), s_ = (slope); \
+        LAWUTIL_ROWS(s_* s* GA)            \
+        r[p->dst] = v_;                    \
+    }
+    // (A+B)' = A' + B', and so on: slopes s = 1, t = 1
+    LAWUTIL_HANDLER(add, op_add)
+    LAWUTIL_ROWS(1.0 * GA + 1.0 * GB)
+    r[p->dst] = a + r[p->b];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sub, op_sub)
+    LAWUTIL_ROWS(1.0 * GA + -1.0 * GB)
+    r[p->dst] = a - r[p->b];
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(mul, op_mul) {
+        double b = r[p->b];
+        LAWUTIL_ROWS(b * GA + a * GB)
+        r[p->dst] = a * b;
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(div, op_div) {
+        double b = r[p->b];
+        bool resolved = std::fabs(a) < tiny && std::fabs(b) < tiny;
+        double v = resolved ? p->node->evaluateM_R(x) : a / b;
+        double sa = resolved ? not_a_number : 1.0 / b, tb = resolved ? not_a_number : -v / b;
+        LAWUTIL_ROWS(sa * GA + tb * GB)
+        r[p->dst] = v;
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(neg, op_neg)
+    LAWUTIL_SET(-a, -1.0)
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(mulc, op_mulc)
+    LAWUTIL_SET(a * pool[p->aux], pool[p->aux])
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(addc, op_addc)
+    LAWUTIL_SET(a + pool[p->aux], 1.0)
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(rsubc, op_rsubc)
+    LAWUTIL_SET(pool[p->aux] - a, -1.0)
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(affine, op_affine)
+    LAWUTIL_SET(a * pool[p->aux] + pool[p->aux + 1], pool[p->aux])
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(divc, op_divc)
+    LAWUTIL_SET(a / pool[p->aux], 1.0 / pool[p->aux])
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sqr, op_sqr)
+    LAWUTIL_SET(a * a, 2.0 * a)
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(powi, op_powi)
+    LAWUTIL_SET(chain_power(a, p->n), p->n * chain_power(a, p->n - 1))
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(rpowi, op_rpowi) {
+        if (a == 0.0) sys_error(LAW_EXPONENT);
+        double v = 1.0 / chain_power(a, p->n);
+        LAWUTIL_SET(v, -p->n * v / a)
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(half, op_half) {
+        if (a < 0.0) sys_error(LAW_EXPONENT);
+        double v = std::sqrt(a) + 0.0;
+        LAWUTIL_SET(v, 0.5 / v)
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(horner, op_horner) {
+        const double* c = pool + p->aux;
+        double q = c[p->n], dq = 0.0;
+        for (int k = p->n - 1; k >= 0; --k) {
+            dq = dq * a + q;
+            q = q * a + c[k];
+        }
+        LAWUTIL_SET(q, dq)
+    }
+    LAWUTIL_NEXT;
+    // A function's pre-step: its operand, and its slope for the chain rule.
+#if !defined(__GNUC__)
+    case step_pre - 1 + pre_mul:
+    case step_pre - 1 + pre_affine:
+    case step_pre - 1 + pre_neg:
+    case step_pre - 1 + pre_rsub:
+    case step_pre - 1 + pre_div:
+#endif
+        LAWUTIL_HANDLER(pre, step_pre - 1 + pre_add)
+        s = pre_slope(*p, pool);
+        a = pre_value(*p, a, pool);
+        LAWUTIL_FUNCTION;
+        LAWUTIL_HANDLER(sin, op_sin) {
+            double v, c;
+            sin_cos(a, v, c);
+            LAWUTIL_SET(v, c)
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(cos, op_cos) {
+            double sn, v;
+            sin_cos(a, sn, v);
+            LAWUTIL_SET(v, -sn)
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(exp, op_exp) {
+            double v = std::exp(a);
+            LAWUTIL_SET(v, v)
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(ln, op_ln)
+        if (a <= 0.0) sys_error(LAW_LN);
+        LAWUTIL_SET(std::log(a), 1.0 / a)
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(sqrt, op_sqrt) {
+            if (a < 0.0) sys_error(LAW_SQRT);
+            double v = std::sqrt(a);
+            LAWUTIL_SET(v, 0.5 / v)
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(abs, op_abs)
+        // ABS(g)' = SET(g)*g' - (1-SET(g))*g': the slope is -1 at 0
+        LAWUTIL_SET(std::fabs(a), a > 0.0 ? 1.0 : -1.0)
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(sinh, op_sinh)
+        LAWUTIL_SET(std::sinh(a), std::cosh(a))
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(cosh, op_cosh)
+        LAWUTIL_SET(std::cosh(a), std::sinh(a))
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(apply1, op_apply1) {
+            double in = a;
+            double v = p->node->evaluateM_R(&in);
+            const law* d = helpers_[p->part];
+            LAWUTIL_SET(v, d ? d->evaluateM_R(&in) : not_a_number)
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(apply2, op_apply2) {
+            double ab[2] = {a, r[p->b]};
+            double v = p->node->evaluateM_R(ab);
+            const law* dx = helpers_[p->part];
+            const law* dy = helpers_[p->part + 1];
+            double sa = dx ? dx->evaluateM_R(ab) : not_a_number;
+            // A constant exponent has no partials: LN(A) of (A^B)' is not asked for.
+            bool constant_b = true;
+            for (int i = 0; i < M; ++i) constant_b = constant_b && g[p->b * M + i] == 0.0;
+            if (constant_b) {
+                LAWUTIL_ROWS(sa * GA)
+            } else {
+                double tb = dy ? dy->evaluateM_R(ab) : not_a_number;
+                LAWUTIL_ROWS(sa * GA + tb * GB)
+            }
+            r[p->dst] = v;
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(tree, op_tree) {
+            double v = p->node->evaluateM_R(x);
+            for (int i = 0; i < M; ++i) {
+                const law* d = p->part >= 0 ? helpers_[p->part + i] : nullptr;
+                g[p->dst * M + i] = d ? d->evaluateM_R(x) : not_a_number;
+            }
+            r[p->dst] = v;
+        }
+        LAWUTIL_NEXT;
+        LAWUTIL_HANDLER(end, step_end)
+        for (int i = 0; i < M; ++i) grad[i] = g[result_ * M + i];
+        return r[result_];
+#if !defined(__GNUC__)
+}
+}
+#endif
+#undef LAWUTIL_HANDLER
+#undef LAWUTIL_NEXT
+#undef LAWUTIL_FUNCTION
+#undef LAWUTIL_SET
+#undef LAWUTIL_ROWS
+#undef GA
+#undef GB
 }
 
 template <int inputs>
@@ -1096,9 +1530,9 @@ __attribute__((target("avx2"))) int map_lanes_wide(int op, int lanes, const doub
 }
 #undef LAWUTIL_VECTOR_MATH
 #else
-int map_lanes_wide(int, int, const double*, double*) {
-    return 0;
-}
+                int map_lanes_wide(int, int, const double*, double*) {
+                    return 0;
+                }
 #endif
 
 // Square roots by the processor's own instruction (correctly rounded, like std::sqrt,
@@ -1153,9 +1587,10 @@ __attribute__((target("avx2"))) void horner_lanes_wide(const double* cf, int n, 
     horner_lanes_plain(cf, n, lanes - k, a + k, r + k);
 }
 #else
-void horner_lanes_wide(const double* cf, int n, int lanes, const double* a, double* r) {
-    horner_lanes_plain(cf, n, lanes, a, r);
-}
+                void horner_lanes_wide(const double* cf, int n, int lanes, const double* a,
+                                       double* r) {
+                    horner_lanes_plain(cf, n, lanes, a, r);
+                }
 #endif
 
 template <bool wide>
@@ -1351,7 +1786,7 @@ void (*const run_block_of)(const block_program&, int, double*, int*) = pick_bloc
 }  // namespace
 
 void law_program::run_block(int lanes, double* blk, int* err) const {
-    block_program bp{code_, count_, pool_, inputs_, reg_, mode_ == rewrite, block_in_};
+    block_program bp{code_, count_, pool_, inputs_, reg_, !(mode_ & exact), block_in_};
     run_block_of(bp, lanes, blk, err);
 }
 
@@ -1376,4 +1811,32 @@ void law_program::evaluate_batch(int n, const double* const* x, double* y, int* 
     }
 }
 
+// ---------------------------------------------------------------- law_evaluator
+
+law_evaluator::~law_evaluator() {
+    delete program_;
+}
+
+void law_evaluator::decide() {
+    decided_ = true;
+    if (!law_->returns_scalar()) return;
+    try {
+        program_ = VORX_NEW law_program(law_, law_program::exact | law_program::values_only);
+    } catch (const vorx_exception&) {
+        return;  // the tree serves on
+    }
+    if (program_->size() < 2) {
+        delete program_;
+        program_ = nullptr;
+    }
+}
+
+double law_evaluator::through(const law_program* p, const double* x) {
+    try {
+        return p->evaluate(x);
+    } catch (const vorx_exception&) {
+        // The tree raises its own exception here, with whatever it carries besides the code.
+        return law_->evaluateM_R(x);
+    }
+}
 }  // namespace lawutil

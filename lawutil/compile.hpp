@@ -25,8 +25,10 @@ namespace lawutil {
 class law_program : public vorx::VORX_OBJECT {
   public:
     enum : int {
-        rewrite = 0,  // Horner steps, multiplication chains (the default)
-        exact = 1     // the tree's operations only: values equal to the tree's
+        rewrite = 0,     // Horner steps, multiplication chains (the default)
+        exact = 1,       // the tree's operations only: values equal to the tree's
+        values_only = 2  // added to either: no derivatives of fallbacks are made, which
+                         // spares compiling time; the gradient pass gives NaN partials there
     };
 
     // Compiles `l` (any law; classes the compiler does not know are evaluated through
@@ -62,7 +64,8 @@ class law_program : public vorx::VORX_OBJECT {
     struct instruction;
 
   private:
-    void run(const double* x, double* reg) const;
+    template <int inputs>
+    double gradient_threaded(const double* x, double* grad) const;
     template <int inputs>
     double gradient_pass(const double* x, double* grad) const;
     void run_block(int lanes, double* reg, int* err) const;
@@ -83,4 +86,46 @@ class law_program : public vorx::VORX_OBJECT {
     int helper_count_ = 0;
 };
 
+// A law that a numerical routine evaluates many times: through its tree for the first
+// `after` evaluations, then through its program.  Compiling costs a few hundred tree
+// evaluations, so a short run never pays for it.  The program is made in exact mode
+// without derivatives, so every value is the tree's, bit for bit; at a point where the
+// program raises, the tree is asked again and raises its own exception, with all it
+// carries.  A law that is not scalar, or whose program is one instruction (its own top
+// node, or a class the compiler does not know), stays on the tree.  Compiling allocates
+// (once); evaluating does not.  One thread at a time, like the law.
+class law_evaluator {
+  public:
+    static constexpr long compile_after = 512;
+
+    explicit law_evaluator(const law* l, long after = compile_after) : law_(l), after_(after) {}
+    ~law_evaluator();
+    law_evaluator(const law_evaluator&) = delete;
+    law_evaluator& operator=(const law_evaluator&) = delete;
+
+    // l->evaluateM_R(x), counted.
+    double evaluate(const double* x) {
+        const law_program* p = program(evaluations_++);
+        return p ? through(p, x) : law_->evaluateM_R(x);
+    }
+
+    // The program once `evaluations` (the caller's own count, for a routine that counts
+    // its batches itself, or evaluations()) has reached the threshold; null before, and
+    // for a law that stays on the tree.
+    const law_program* program(long evaluations) {
+        if (!decided_ && evaluations >= after_) decide();
+        return program_;
+    }
+    long evaluations() const { return evaluations_; }
+
+  private:
+    void decide();
+    double through(const law_program* p, const double* x);
+
+    const law* law_;
+    long after_;
+    long evaluations_ = 0;
+    law_program* program_ = nullptr;
+    bool decided_ = false;
+};
 }  // namespace lawutil

@@ -12,13 +12,13 @@
 // simple (arguments linear in X, read through hasa, which also looks inside composite
 // laws whose inner variable is not X).
 //
-// Compiled evaluation.  Once an adaptive integration has spent compile_after evaluations
-// (compiling costs a few hundred tree evaluations, so a short one never pays for it), a
-// scalar law of X of two instructions or more is compiled in exact mode, so every value
-// is the tree's, bit for bit, and each Kronrod rule's nodes go through it as one batch, in
-// the order the tree path samples them.  The first failing node is evaluated again by the
-// tree, which raises there as it would have without the program.  Tanh-sinh nodes and
-// probes stay on the tree: they come one at a time.
+// Compiled evaluation.  Once an adaptive integration has spent law_evaluator's
+// compile_after evaluations (compiling costs a few hundred tree evaluations, so a short
+// one never pays for it), a scalar law of X of two instructions or more is compiled in
+// exact mode, so every value is the tree's, bit for bit, and each Kronrod rule's nodes go
+// through it as one batch, in the order the tree path samples them.  The first failing
+// node is evaluated again by the tree, which raises there as it would have without the
+// program.  Tanh-sinh nodes and probes stay on the tree: they come one at a time.
 #include "lawutil/integrate.hpp"
 
 #include <algorithm>
@@ -47,8 +47,6 @@ using tracked_vector = std::vector<T, vorx_std_allocator<T>>;
 constexpr int romberg_level_limit = 10;
 constexpr int romberg_min_level_cap = 20;
 constexpr double split_pull_in = 1e-14;
-// Tree evaluations an adaptive integration spends before its law is compiled.
-constexpr int compile_after = 512;
 
 // One Romberg row in tracked memory, released when it goes (also when an error passes).
 class romberg_row {
@@ -211,8 +209,7 @@ enum { end_unknown = 0, end_regular = 1, end_singular = 2 };
 class adaptive_engine {
   public:
     adaptive_engine(const law* f, const integrate_options& o)
-        : f_(f), opt_(o), rule_(o.kronrod_points == 21 ? rule21 : rule15) {}
-    ~adaptive_engine() { delete program_; }
+        : f_(f), opt_(o), rule_(o.kronrod_points == 21 ? rule21 : rule15), evaluator_(f) {}
     adaptive_engine(const adaptive_engine&) = delete;
     adaptive_engine& operator=(const adaptive_engine&) = delete;
 
@@ -223,8 +220,7 @@ class adaptive_engine {
     const integrate_options& opt_;
     const kronrod_rule& rule_;
     int evaluations_ = 0;
-    law_program* program_ = nullptr;  // made once the integration proves long enough
-    bool compiled_ = false;           // compiling was decided (program_ may stay null)
+    law_evaluator evaluator_;  // compiles the law once the integration proves long enough
     tracked_vector<double> ends_;
     tracked_vector<int> end_state_;
     tracked_vector<span> open_;
@@ -260,18 +256,8 @@ class adaptive_engine {
 // once the integration is long enough.
 void adaptive_engine::sample_rule(double c, double hw, double& fc, double* fv1, double* fv2) {
     const kronrod_rule& k = rule_;
-    if (!compiled_ && evaluations_ >= compile_after) {
-        compiled_ = true;
-        if (f_->take_dim() == 1 && f_->returns_scalar()) {
-            program_ = VORX_NEW law_program(f_, law_program::exact);
-            // One instruction is the tree's own top node (or the whole tree): no gain.
-            if (program_->size() < 2) {
-                delete program_;
-                program_ = nullptr;
-            }
-        }
-    }
-    if (!program_) {
+    const law_program* program = f_->take_dim() == 1 ? evaluator_.program(evaluations_) : nullptr;
+    if (!program) {
         fc = sample(c);
         for (int j = 0; j < k.half; ++j) {
             double dx = hw * k.xk[j];
@@ -289,7 +275,7 @@ void adaptive_engine::sample_rule(double c, double hw, double& fc, double* fv1, 
         x[2 + 2 * j] = c + dx;
     }
     const double* in = x;
-    program_->evaluate_batch(n, &in, y, err);
+    program->evaluate_batch(n, &in, y, err);
     for (int i = 0; i < n; ++i) {
         if (err[i]) {
             // The tree raises its own exception, with whatever it carries besides the code.

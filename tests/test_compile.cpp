@@ -237,3 +237,32 @@ TEST(Compile, TenThousandLevelsCompile) {
     EXPECT_EQ(p.size(), 10000);
     EXPECT_TRUE(same_bits(p.evaluate(&x), tower->evaluateM_R(&x)));
 }
+
+// law_evaluator gives the tree's values and error codes on both sides of its threshold,
+// and compiles only scalar laws of two instructions or more.
+TEST(Compile, EvaluatorGivesTheTreeValuesAcrossItsThreshold) {
+    struct row {
+        const char* text;
+        bool compiles;
+    } rows[] = {
+        {"SQRT(1+X^2)+LN(X)", true},        // raises LN for X <= 0
+        {"(X^3-2*X+1)/(X^2+1)+X/Y", true},  // two inputs
+        {"X/(X*X)", true},                  // 0/0 at 0, resolved by the tree
+        {"SIN(X)", false},                  // one instruction: the tree's own node
+        {"VEC(X,X^2)", false},              // not scalar: LAW_EVALS either way
+    };
+    for (const row& r : rows) {
+        law_holder l(str_to_law(r.text));
+        law_evaluator e(l.get(), 10);
+        for (int k = 0; k < 40; ++k) {
+            double x[2] = {-1.0 + 0.05 * k, 0.5};
+            SCOPED_TRACE(std::string(r.text) + " at " + std::to_string(x[0]));
+            outcome tree = outcome_of([&] { return l->evaluateM_R(x); });
+            outcome through = outcome_of([&] { return e.evaluate(x); });
+            EXPECT_EQ(through.error, tree.error);
+            EXPECT_TRUE(same_bits(through.value, tree.value)) << through.value << " " << tree.value;
+        }
+        EXPECT_EQ(e.evaluations(), 40);
+        EXPECT_EQ(e.program(e.evaluations()) != nullptr, r.compiles) << r.text;
+    }
+}

@@ -8,6 +8,7 @@
 
 #include "base/errors.hpp"
 #include "base/output.hpp"
+#include "lawutil/compile.hpp"
 #include "lawutil/global_names.hpp"
 #include "lawutil/law_base.hpp"
 #include "lawutil/simplfy.hpp"
@@ -84,13 +85,20 @@ void eval_range(const law* l, const std::string& text, const tool_streams& io) {
     std::vector<std::string> header = input_names(l);
     for (const std::string& f : output_names(l)) header.push_back(f);
     put_line(io, joined(header, ","));
+    // A long range of a scalar law compiles it (exact: the tree's values and errors).
+    law_evaluator scalar(l);
     for (long i = 0; i < r.count; ++i) {
         std::vector<double> p = r.at(i);
         std::vector<double> row = p;
         // A point where the law raises an error gets nan and a note; the range goes on,
         // since one bad point must not cost the rest of the table.
         try {
-            for (double v : evaluate_at(l, p)) row.push_back(v);
+            if (l->return_dim() == 1) {
+                std::vector<double> x = p;
+                x.resize(std::max<size_t>(x.size(), (size_t)std::max(l->take_dim(), 1)), 0.0);
+                row.push_back(scalar.evaluate(x.data()));
+            } else
+                for (double v : evaluate_at(l, p)) row.push_back(v);
         } catch (const vorx_exception& e) {
             row.resize(p.size() + (size_t)std::max(l->return_dim(), 0), std::nan(""));
             std::fputs(("lawtool: nan at " + format_values(p, ",") + ": " + e.code_name() + ": " +
