@@ -128,12 +128,12 @@ if [ $can_install = 0 ]; then
         say "missing (required for ${groups[*]}): ${missing_required[*]}"
     fi
     if [ ${#missing_optional[@]} -gt 0 ]; then
-        say "missing (optional, skipped without them): ${missing_optional[*]}"
+        say "missing (optional, the target goes on without them): ${missing_optional[*]}"
     fi
     [ $need_locale = 0 ] || say "missing (optional): the locale $comma_locale; the locale tests skip"
     say "to install, run as root (or once with LAWUTIL_USE_SUDO=1 to let this script use sudo):"
     if [ ${#missing[@]} -gt 0 ]; then
-        say "    apt-get install --no-install-recommends ${missing[*]}"
+        say "    apt-get update && apt-get install --no-install-recommends ${missing[*]}"
     fi
     if [ $need_locale = 1 ]; then
         say "    sed -i 's/^# *\\($comma_locale \\)/\\1/' /etc/locale.gen && locale-gen"
