@@ -14,7 +14,7 @@
 //         return law5.release();
 //     }
 //
-// The text compiles where "lawutil/lawutil.hpp" and <cmath> are included.  A sub-law
+// The text compiles where "lawutil/lawutil.hpp" and `<cmath>` are included.  A sub-law
 // that the source shares (X above) is built once and passed to each parent, so the
 // rebuilt law has the same sharing.  Each variable is a law_holder owning its creator's
 // reference; every constructor takes its own reference on its arguments, so the holders
@@ -76,7 +76,7 @@ char* lawcode(const law* l, const char* function_name = "make_law");
 //
 // law_to_c_function(l, name, with_gradient) writes a function that computes the value of
 // the scalar law `l` and, when `with_gradient` is set, its first partial derivatives in
-// every input, as straight-line code over doubles that calls only <cmath>: a program can
+// every input, as straight-line code over doubles that calls only `<cmath>`: a program can
 // then evaluate the law with no library at run time.  Its form:
 //
 //     // Automatic code for the law <text>: value [and first derivatives]

@@ -44,3 +44,4 @@
 #include "lawutil/sw_surface.hpp"
 #include "lawutil/sw_surface_law.hpp"
 #include "lawutil/sw_surface_util.hpp"
+#include "lawutil/version.hpp"
