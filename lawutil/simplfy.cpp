@@ -49,7 +49,7 @@ SRule* list_tail[3];
 constexpr int max_steps = 500;
 
 // Longest chain whose operands the pair rules see one by one.
-constexpr int max_chain = 64;
+constexpr int max_chain = law_chain::capacity;
 
 // A finished subtree of at most this many nodes is walked like any other: it is cheap,
 // and its parts then take the forms of the running phase, so they compare equal to the
@@ -82,6 +82,35 @@ class pass_memo {
         map_;
 };
 
+// The nodes that a pass of one phase walked and left as they were, per law_simplify.
+// Rules are local and the same rules run in every pass of a phase, so such a node is its
+// own answer in every later pass of that phase: the rounds that only confirm a fixed
+// point then cost a lookup at the top of each unchanged subtree instead of a walk.
+// Each entry holds one use of its law, so no address is reused while it is recorded.
+class stable_set {
+  public:
+    stable_set() = default;
+    ~stable_set() {
+        for (auto& e : map_) e.first->remove();
+    }
+    stable_set(const stable_set&) = delete;
+    stable_set& operator=(const stable_set&) = delete;
+    bool has(const law* l, int phase) const {
+        auto it = map_.find(l);
+        return it != map_.end() && (it->second & (1u << phase));
+    }
+    void record(const law* l, int phase) {
+        auto r = map_.emplace(l, 0u);
+        if (r.second) l->add();
+        r.first->second |= 1u << phase;
+    }
+
+  private:
+    std::unordered_map<const law*, unsigned, std::hash<const law*>, std::equal_to<const law*>,
+                       vorx_std_allocator<std::pair<const law* const, unsigned>>>
+        map_;
+};
+
 // Whether each finished node met so far by one law_simplify is small.
 typedef std::unordered_map<const law*, bool, std::hash<const law*>, std::equal_to<const law*>,
                            vorx_std_allocator<std::pair<const law* const, bool>>>
@@ -93,7 +122,8 @@ struct simplify_state {
     int level = 1;
     pass_memo* memo = nullptr;
     size_memo* sizes = nullptr;
-    bool in_small = false;  // walking inside a small finished subtree
+    stable_set* stable = nullptr;  // null while tracing, so a trace shows every visit
+    bool in_small = false;         // walking inside a small finished subtree
 };
 thread_local simplify_state state;
 
@@ -107,6 +137,7 @@ class state_scope {
         state.level = level;
         state.memo = nullptr;
         state.sizes = &sizes_;
+        state.stable = trace ? nullptr : &stable_;
         state.in_small = false;
     }
     ~state_scope() { state = saved_; }
@@ -116,6 +147,7 @@ class state_scope {
   private:
     simplify_state saved_;
     size_memo sizes_;
+    stable_set stable_;
 };
 
 // The per-law cache fields are protected members of law; a class derived from law may
@@ -332,6 +364,11 @@ law* pass_children(const law* l, int phase) {
 // itself (shared) when nothing changed.  A finished node is not walked into.
 law* simplify_pass(const law* in, int phase) {
     if (!complete(in)) return law_holder::share(in).release();
+    // (Not a node that now stands for another cached form: that form is its answer.)
+    if (state.stable && state.stable->has(in, phase)) {
+        const law* f = finished_form(in);
+        if (!f || f == in) return law_holder::share(in).release();
+    }
     bool shared = in->ref_count() > 1 && state.memo;
     if (shared) {
         if (law* done = state.memo->find(in)) return done;
@@ -361,6 +398,8 @@ law* simplify_pass(const law* in, int phase) {
         cur = std::move(next);
     }
     if (shared) state.memo->record(in, cur.get());
+    // Walked (or a leaf) and unchanged: stable for the rest of this law_simplify.
+    if (state.stable && cur.get() == in && (!finished || small)) state.stable->record(in, phase);
     return cur.release();
 }
 
@@ -875,8 +914,7 @@ bool gather(law* l, int type, law** out, int& k) {
 
 }  // namespace
 
-law_chain::law_chain(const binary_law* l)
-    : op_(l), items_(VORX_ALLOC_ARRAY(law*, max_chain)), n_(0) {
+law_chain::law_chain(const binary_law* l) : op_(l), n_(0) {
     if (!gather(l->fleft(), l->type(), items_, n_) || !gather(l->fright(), l->type(), items_, n_)) {
         // Too long to pair every operand: the chain is seen as its two operands.
         items_[0] = l->fleft();
@@ -885,8 +923,7 @@ law_chain::law_chain(const binary_law* l)
     }
 }
 
-law_chain::law_chain(const law* l, int type_id)
-    : op_(nullptr), items_(VORX_ALLOC_ARRAY(law*, max_chain)), n_(0) {
+law_chain::law_chain(const law* l, int type_id) : op_(nullptr), n_(0) {
     if (l->type() == type_id && l->isa(binary_law::id())) {
         law_chain whole(static_cast<const binary_law*>(l));
         op_ = static_cast<const binary_law*>(l);
@@ -896,10 +933,6 @@ law_chain::law_chain(const law* l, int type_id)
         items_[0] = const_cast<law*>(l);
         n_ = 1;
     }
-}
-
-law_chain::~law_chain() {
-    VORX_FREE(items_);
 }
 
 law* law_chain::rebuild(int i, law* with, int drop) const {
