@@ -26,6 +26,7 @@
 #include "lawutil/simplfy.hpp"
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <unordered_map>
@@ -732,6 +733,187 @@ law* law::simplify(int level, int trace) const {
     store_cached(simplified, s.get());
     simplify_level = level;
     return s.release();
+}
+
+// ================================================================ sharing equal subtrees
+
+namespace {
+
+// The table of one share_equal_subtrees: every subtree met so far under a structural
+// hash (class, own parameters, identities of its already shared operands), and the
+// answer for each node of the input, so a node the input shares is looked at once.
+// Each entry holds one use of its law; the table drops them when it goes, also when an
+// error passes.
+class share_table {
+  public:
+    share_table() = default;
+    ~share_table() {
+        for (auto& e : by_hash_) e.second->remove();
+        for (auto& e : done_) e.second->remove();
+    }
+    share_table(const share_table&) = delete;
+    share_table& operator=(const share_table&) = delete;
+
+    // The one law standing for the subtree `l`; one use.
+    law* canonical(const law* l);
+
+  private:
+    law* canonical_node(const law* l, std::size_t& hash, bool& mergeable);
+    bool library(const law* l);
+
+    template <class K, class V>
+    using table = std::unordered_multimap<K, V, std::hash<K>, std::equal_to<K>,
+                                          vorx_std_allocator<std::pair<const K, V>>>;
+    table<std::size_t, law*> by_hash_;
+    std::unordered_map<const law*, law*, std::hash<const law*>, std::equal_to<const law*>,
+                       vorx_std_allocator<std::pair<const law* const, law*>>>
+        done_;
+    std::unordered_map<int, bool, std::hash<int>, std::equal_to<int>,
+                       vorx_std_allocator<std::pair<const int, bool>>>
+        library_;
+};
+
+std::size_t mix(std::size_t h, std::size_t v) {
+    return h ^ (v + 0x9e3779b97f4a7c15ull + (h << 6) + (h >> 2));
+}
+
+std::size_t pointer_hash(const law* l) {
+    return std::hash<const law*>()(l);
+}
+
+// A class registered with the parser is a pure function of its arguments, so two of its
+// laws over the same operands are interchangeable; a host's class may hold more.
+bool share_table::library(const law* l) {
+    auto it = library_.find(l->type());
+    if (it != library_.end()) return it->second;
+    bool r = library_class(l);
+    library_.emplace(l->type(), r);
+    return r;
+}
+
+// The node `l` over its operands' canonical laws (`l` itself when they are its own),
+// its hash, and whether it may be merged with an equal one.  One use.
+law* share_table::canonical_node(const law* l, std::size_t& hash, bool& mergeable) {
+    hash = mix(0, (std::size_t)l->type());
+    mergeable = true;
+    if (l->isa(constant_law::id())) {
+        double v = constant_value(l);
+        std::uint64_t bits;
+        std::memcpy(&bits, &v, sizeof bits);
+        hash = mix(hash, (std::size_t)bits);
+        return law_holder::share(l).release();
+    }
+    if (l->isa(identity_law::id())) {
+        const identity_law* x = static_cast<const identity_law*>(l);
+        hash = mix(mix(hash, (std::size_t)x->fwhich()), (std::size_t)x->fletter());
+        return law_holder::share(l).release();
+    }
+    mergeable = complete(l) && library(l);
+    if (!mergeable) return law_holder::share(l).release();
+    if (l->isa(unary_law::id())) {
+        const unary_law* u = static_cast<const unary_law*>(l);
+        law_holder sub(canonical(u->fsub()));
+        hash = mix(hash, pointer_hash(sub.get()));
+        if (sub.get() == u->fsub()) return law_holder::share(l).release();
+        law* r = u->make_one(sub.get());
+        return r ? r : law_holder::share(l).release();
+    }
+    if (l->isa(binary_law::id())) {
+        const binary_law* b = static_cast<const binary_law*>(l);
+        law_holder left(canonical(b->fleft()));
+        law_holder right(canonical(b->fright()));
+        hash = mix(mix(hash, pointer_hash(left.get())), pointer_hash(right.get()));
+        if (left.get() == b->fleft() && right.get() == b->fright())
+            return law_holder::share(l).release();
+        law* r = b->make_one(left.get(), right.get());
+        return r ? r : law_holder::share(l).release();
+    }
+    if (l->isa(multiple_law::id())) {
+        const multiple_law* m = static_cast<const multiple_law*>(l);
+        int n = m->fsub_num();
+        if (n < 1 || !m->fsub()) return law_holder::share(l).release();
+        law_array parts(n);
+        bool changed = false;
+        for (int i = 0; i < n; ++i) {
+            parts.set(i, canonical(m->fsub()[i]));
+            hash = mix(hash, pointer_hash(parts[i]));
+            changed = changed || parts[i] != m->fsub()[i];
+        }
+        if (!changed) return law_holder::share(l).release();
+        law* r = m->make_one(parts.get(), n);
+        return r ? r : law_holder::share(l).release();
+    }
+    // A leaf of another kind, or a law over law_data: kept as it is.
+    mergeable = false;
+    return law_holder::share(l).release();
+}
+
+// The same operands (the very objects, in order) and the same own parameters.
+bool same_structure(const law* a, const law* b) {
+    if (a->type() != b->type()) return false;
+    if (a->isa(constant_law::id())) {
+        double va = constant_value(a), vb = constant_value(b);
+        return std::memcmp(&va, &vb, sizeof va) == 0;
+    }
+    if (a->isa(identity_law::id()))
+        return static_cast<const identity_law*>(a)->fwhich() ==
+                   static_cast<const identity_law*>(b)->fwhich() &&
+               static_cast<const identity_law*>(a)->fletter() ==
+                   static_cast<const identity_law*>(b)->fletter();
+    if (a->isa(unary_law::id())) {
+        if (static_cast<const unary_law*>(a)->fsub() != static_cast<const unary_law*>(b)->fsub())
+            return false;
+    } else if (a->isa(binary_law::id())) {
+        const binary_law* x = static_cast<const binary_law*>(a);
+        const binary_law* y = static_cast<const binary_law*>(b);
+        if (x->fleft() != y->fleft() || x->fright() != y->fright()) return false;
+    } else if (a->isa(multiple_law::id())) {
+        const multiple_law* x = static_cast<const multiple_law*>(a);
+        const multiple_law* y = static_cast<const multiple_law*>(b);
+        if (x->fsub_num() != y->fsub_num()) return false;
+        for (int i = 0; i < x->fsub_num(); ++i)
+            if (x->fsub()[i] != y->fsub()[i]) return false;
+    } else {
+        return false;
+    }
+    // The class's own parameters, if it has any, through its equality.
+    return *a == *b;
+}
+
+law* share_table::canonical(const law* l) {
+    auto seen = done_.find(l);
+    if (seen != done_.end()) return law_holder::share(seen->second).release();
+    std::size_t hash;
+    bool mergeable;
+    law_holder node(canonical_node(l, hash, mergeable));
+    if (mergeable) {
+        auto range = by_hash_.equal_range(hash);
+        law* found = nullptr;
+        for (auto it = range.first; it != range.second && !found; ++it)
+            if (same_structure(it->second, node.get())) found = it->second;
+        if (found)
+            node = law_holder::share(found);
+        else {
+            node->add();
+            by_hash_.emplace(hash, node.get());
+        }
+    }
+    node->add();
+    done_.emplace(l, node.get());
+    return node.release();
+}
+
+}  // namespace
+
+law* share_equal_subtrees(const law* in, int level) {
+    if (!in) return nullptr;
+    law_holder r;
+    {
+        share_table table;
+        r.reset(table.canonical(in));
+    }
+    mark_finished(r.get(), level);
+    return r.release();
 }
 
 // ================================================================ factoring helpers

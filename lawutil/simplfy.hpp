@@ -27,6 +27,13 @@ class binary_law;
 // to the caller, and nothing is left behind.
 law* law_simplify(const law* in, int level = 1, int trace = 0);
 
+// `in` with its equal subtrees made one object (hash-consing): subtrees of the same
+// class, the same own parameters and the same operands in the same order become one law,
+// so the result prints and evaluates exactly as `in` does.  Operands of + and * in
+// another order are not merged (they would print differently).  Nodes it builds are
+// marked as finished at `level`, as law_simplify's results are.  One use; null for null.
+law* share_equal_subtrees(const law* in, int level);
+
 // One rule of a phase list.  A rule function answers a new law holding one use that is
 // equivalent to its argument, or null when it does not apply.
 class SRule {
