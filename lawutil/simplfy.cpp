@@ -739,38 +739,80 @@ law* law::simplify(int level, int trace) const {
 
 namespace {
 
+// An open-addressing table of laws under hashes, each entry holding one use of its law:
+// the sharing pass files thousands of nodes per derivative, and a node-based map paid
+// one allocation for each.
+class law_slots {
+  public:
+    law_slots() = default;
+    ~law_slots() {
+        for (std::size_t i = 0; i < capacity_; ++i)
+            if (slots_[i].key) slots_[i].value->remove();
+        VORX_FREE(slots_);
+    }
+    law_slots(const law_slots&) = delete;
+    law_slots& operator=(const law_slots&) = delete;
+
+    // The law of the first entry filed under `hash` for which `match(key, law)` holds;
+    // null when none does.
+    template <class F>
+    law* find(std::size_t hash, F match) const {
+        if (!slots_) return nullptr;
+        for (std::size_t i = hash & (capacity_ - 1); slots_[i].key; i = (i + 1) & (capacity_ - 1))
+            if (slots_[i].hash == hash && match(slots_[i].key, slots_[i].value))
+                return slots_[i].value;
+        return nullptr;
+    }
+    // Files `value` (a use is added) under `hash` and `key`.
+    void insert(std::size_t hash, const law* key, law* value) {
+        if (2 * (used_ + 1) > capacity_) grow();
+        std::size_t i = hash & (capacity_ - 1);
+        while (slots_[i].key) i = (i + 1) & (capacity_ - 1);
+        value->add();
+        slots_[i] = {hash, key, value};
+        ++used_;
+    }
+
+  private:
+    struct slot {
+        std::size_t hash;
+        const law* key;
+        law* value;
+    };
+    void grow() {
+        std::size_t n = capacity_ ? 2 * capacity_ : 64;
+        slot* bigger = VORX_ALLOC_ARRAY(slot, n);
+        std::memset(static_cast<void*>(bigger), 0, n * sizeof(slot));
+        for (std::size_t i = 0; i < capacity_; ++i) {
+            if (!slots_[i].key) continue;
+            std::size_t j = slots_[i].hash & (n - 1);
+            while (bigger[j].key) j = (j + 1) & (n - 1);
+            bigger[j] = slots_[i];
+        }
+        VORX_FREE(slots_);
+        slots_ = bigger;
+        capacity_ = n;
+    }
+    slot* slots_ = nullptr;
+    std::size_t capacity_ = 0;
+    std::size_t used_ = 0;
+};
+
 // The table of one share_equal_subtrees: every subtree met so far under a structural
 // hash (class, own parameters, identities of its already shared operands), and the
 // answer for each node of the input, so a node the input shares is looked at once.
-// Each entry holds one use of its law; the table drops them when it goes, also when an
-// error passes.
+// The tables drop their uses when they go, also when an error passes.
 class share_table {
   public:
-    share_table() = default;
-    ~share_table() {
-        for (auto& e : by_hash_) e.second->remove();
-        for (auto& e : done_) e.second->remove();
-    }
-    share_table(const share_table&) = delete;
-    share_table& operator=(const share_table&) = delete;
-
     // The one law standing for the subtree `l`; one use.
     law* canonical(const law* l);
 
   private:
     law* canonical_node(const law* l, std::size_t& hash, bool& mergeable);
-    bool library(const law* l);
+    static bool library(const law* l);
 
-    template <class K, class V>
-    using table = std::unordered_multimap<K, V, std::hash<K>, std::equal_to<K>,
-                                          vorx_std_allocator<std::pair<const K, V>>>;
-    table<std::size_t, law*> by_hash_;
-    std::unordered_map<const law*, law*, std::hash<const law*>, std::equal_to<const law*>,
-                       vorx_std_allocator<std::pair<const law* const, law*>>>
-        done_;
-    std::unordered_map<int, bool, std::hash<int>, std::equal_to<int>,
-                       vorx_std_allocator<std::pair<const int, bool>>>
-        library_;
+    law_slots by_structure_;
+    law_slots done_;
 };
 
 std::size_t mix(std::size_t h, std::size_t v) {
@@ -783,12 +825,15 @@ std::size_t pointer_hash(const law* l) {
 
 // A class registered with the parser is a pure function of its arguments, so two of its
 // laws over the same operands are interchangeable; a host's class may hold more.
+// The answer is kept per thread by class id (ids are small and never reused), since
+// walking the registry for each class cost more than sharing a small derivative.
 bool share_table::library(const law* l) {
-    auto it = library_.find(l->type());
-    if (it != library_.end()) return it->second;
-    bool r = library_class(l);
-    library_.emplace(l->type(), r);
-    return r;
+    constexpr int known_ids = 1024;
+    thread_local signed char known[known_ids] = {};  // 0 not asked yet, 1 yes, -1 no
+    int t = l->type();
+    if (t < 0 || t >= known_ids) return library_class(l);
+    if (!known[t]) known[t] = library_class(l) ? 1 : -1;
+    return known[t] > 0;
 }
 
 // The node `l` over its operands' canonical laws (`l` itself when they are its own),
@@ -867,6 +912,9 @@ bool same_structure(const law* a, const law* b) {
         const binary_law* x = static_cast<const binary_law*>(a);
         const binary_law* y = static_cast<const binary_law*>(b);
         if (x->fleft() != y->fleft() || x->fright() != y->fright()) return false;
+        // + and * have no parameters of their own, and their equality would flatten
+        // both chains only to find the same operands.
+        if (x->associative() && x->commutative()) return true;
     } else if (a->isa(multiple_law::id())) {
         const multiple_law* x = static_cast<const multiple_law*>(a);
         const multiple_law* y = static_cast<const multiple_law*>(b);
@@ -881,25 +929,22 @@ bool same_structure(const law* a, const law* b) {
 }
 
 law* share_table::canonical(const law* l) {
-    auto seen = done_.find(l);
-    if (seen != done_.end()) return law_holder::share(seen->second).release();
+    std::size_t key_hash = pointer_hash(l);
+    if (law* seen = done_.find(key_hash, [l](const law* key, law*) { return key == l; }))
+        return law_holder::share(seen).release();
     std::size_t hash;
     bool mergeable;
     law_holder node(canonical_node(l, hash, mergeable));
     if (mergeable) {
-        auto range = by_hash_.equal_range(hash);
-        law* found = nullptr;
-        for (auto it = range.first; it != range.second && !found; ++it)
-            if (same_structure(it->second, node.get())) found = it->second;
+        const law* n = node.get();
+        law* found =
+            by_structure_.find(hash, [n](const law*, law* v) { return same_structure(v, n); });
         if (found)
             node = law_holder::share(found);
-        else {
-            node->add();
-            by_hash_.emplace(hash, node.get());
-        }
+        else
+            by_structure_.insert(hash, node.get(), node.get());
     }
-    node->add();
-    done_.emplace(l, node.get());
+    done_.insert(key_hash, l, node.get());
     return node.release();
 }
 
