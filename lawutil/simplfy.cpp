@@ -57,30 +57,82 @@ constexpr int max_chain = law_chain::capacity;
 // same parts built afresh elsewhere in the tree.
 constexpr int small_tree = 256;
 
+// An open-addressing table of laws under hashes, each entry holding one use of its law:
+// the sharing pass files thousands of nodes per derivative, and a node-based map paid
+// one allocation for each.
+class law_slots {
+  public:
+    law_slots() = default;
+    ~law_slots() {
+        for (std::size_t i = 0; i < capacity_; ++i)
+            if (slots_[i].key) slots_[i].value->remove();
+        VORX_FREE(slots_);
+    }
+    law_slots(const law_slots&) = delete;
+    law_slots& operator=(const law_slots&) = delete;
+
+    // The law of the first entry filed under `hash` for which `match(key, law)` holds;
+    // null when none does.
+    template <class F>
+    law* find(std::size_t hash, F match) const {
+        if (!slots_) return nullptr;
+        for (std::size_t i = hash & (capacity_ - 1); slots_[i].key; i = (i + 1) & (capacity_ - 1))
+            if (slots_[i].hash == hash && match(slots_[i].key, slots_[i].value))
+                return slots_[i].value;
+        return nullptr;
+    }
+    // Files `value` (a use is added) under `hash` and `key`.
+    void insert(std::size_t hash, const law* key, law* value) {
+        if (2 * (used_ + 1) > capacity_) grow();
+        std::size_t i = hash & (capacity_ - 1);
+        while (slots_[i].key) i = (i + 1) & (capacity_ - 1);
+        value->add();
+        slots_[i] = {hash, key, value};
+        ++used_;
+    }
+
+  private:
+    struct slot {
+        std::size_t hash;
+        const law* key;
+        law* value;
+    };
+    void grow() {
+        std::size_t n = capacity_ ? 2 * capacity_ : 64;
+        slot* bigger = VORX_ALLOC_ARRAY(slot, n);
+        std::memset(static_cast<void*>(bigger), 0, n * sizeof(slot));
+        for (std::size_t i = 0; i < capacity_; ++i) {
+            if (!slots_[i].key) continue;
+            std::size_t j = slots_[i].hash & (n - 1);
+            while (bigger[j].key) j = (j + 1) & (n - 1);
+            bigger[j] = slots_[i];
+        }
+        VORX_FREE(slots_);
+        slots_ = bigger;
+        capacity_ = n;
+    }
+    slot* slots_ = nullptr;
+    std::size_t capacity_ = 0;
+    std::size_t used_ = 0;
+};
+
+std::size_t pointer_hash(const law* l) {
+    return std::hash<const law*>()(l);
+}
+
 // The results of one pass for the nodes that have several owners, so a shared subtree
 // is simplified once per pass and stays shared.  Holds one use of each result.
 class pass_memo {
   public:
-    pass_memo() = default;
-    ~pass_memo() {
-        for (auto& e : map_) e.second->remove();
-    }
-    pass_memo(const pass_memo&) = delete;
-    pass_memo& operator=(const pass_memo&) = delete;
     // The result recorded for `l` with a use for the caller, or null.
     law* find(const law* l) const {
-        auto it = map_.find(l);
-        return it == map_.end() ? nullptr : law_holder::share(it->second).release();
+        law* r = slots_.find(pointer_hash(l), [l](const law* key, law*) { return key == l; });
+        return r ? law_holder::share(r).release() : nullptr;
     }
-    void record(const law* l, law* result) {
-        result->add();
-        map_.emplace(l, result);
-    }
+    void record(const law* l, law* result) { slots_.insert(pointer_hash(l), l, result); }
 
   private:
-    std::unordered_map<const law*, law*, std::hash<const law*>, std::equal_to<const law*>,
-                       vorx_std_allocator<std::pair<const law* const, law*>>>
-        map_;
+    law_slots slots_;
 };
 
 // The nodes that a pass of one phase walked and left as they were, per law_simplify.
@@ -90,26 +142,16 @@ class pass_memo {
 // Each entry holds one use of its law, so no address is reused while it is recorded.
 class stable_set {
   public:
-    stable_set() = default;
-    ~stable_set() {
-        for (auto& e : map_) e.first->remove();
-    }
-    stable_set(const stable_set&) = delete;
-    stable_set& operator=(const stable_set&) = delete;
     bool has(const law* l, int phase) const {
-        auto it = map_.find(l);
-        return it != map_.end() && (it->second & (1u << phase));
+        return phases_[phase].find(pointer_hash(l),
+                                   [l](const law* key, law*) { return key == l; }) != nullptr;
     }
     void record(const law* l, int phase) {
-        auto r = map_.emplace(l, 0u);
-        if (r.second) l->add();
-        r.first->second |= 1u << phase;
+        if (!has(l, phase)) phases_[phase].insert(pointer_hash(l), l, const_cast<law*>(l));
     }
 
   private:
-    std::unordered_map<const law*, unsigned, std::hash<const law*>, std::equal_to<const law*>,
-                       vorx_std_allocator<std::pair<const law* const, unsigned>>>
-        map_;
+    law_slots phases_[3];
 };
 
 // Whether each finished node met so far by one law_simplify is small.
@@ -739,65 +781,6 @@ law* law::simplify(int level, int trace) const {
 
 namespace {
 
-// An open-addressing table of laws under hashes, each entry holding one use of its law:
-// the sharing pass files thousands of nodes per derivative, and a node-based map paid
-// one allocation for each.
-class law_slots {
-  public:
-    law_slots() = default;
-    ~law_slots() {
-        for (std::size_t i = 0; i < capacity_; ++i)
-            if (slots_[i].key) slots_[i].value->remove();
-        VORX_FREE(slots_);
-    }
-    law_slots(const law_slots&) = delete;
-    law_slots& operator=(const law_slots&) = delete;
-
-    // The law of the first entry filed under `hash` for which `match(key, law)` holds;
-    // null when none does.
-    template <class F>
-    law* find(std::size_t hash, F match) const {
-        if (!slots_) return nullptr;
-        for (std::size_t i = hash & (capacity_ - 1); slots_[i].key; i = (i + 1) & (capacity_ - 1))
-            if (slots_[i].hash == hash && match(slots_[i].key, slots_[i].value))
-                return slots_[i].value;
-        return nullptr;
-    }
-    // Files `value` (a use is added) under `hash` and `key`.
-    void insert(std::size_t hash, const law* key, law* value) {
-        if (2 * (used_ + 1) > capacity_) grow();
-        std::size_t i = hash & (capacity_ - 1);
-        while (slots_[i].key) i = (i + 1) & (capacity_ - 1);
-        value->add();
-        slots_[i] = {hash, key, value};
-        ++used_;
-    }
-
-  private:
-    struct slot {
-        std::size_t hash;
-        const law* key;
-        law* value;
-    };
-    void grow() {
-        std::size_t n = capacity_ ? 2 * capacity_ : 64;
-        slot* bigger = VORX_ALLOC_ARRAY(slot, n);
-        std::memset(static_cast<void*>(bigger), 0, n * sizeof(slot));
-        for (std::size_t i = 0; i < capacity_; ++i) {
-            if (!slots_[i].key) continue;
-            std::size_t j = slots_[i].hash & (n - 1);
-            while (bigger[j].key) j = (j + 1) & (n - 1);
-            bigger[j] = slots_[i];
-        }
-        VORX_FREE(slots_);
-        slots_ = bigger;
-        capacity_ = n;
-    }
-    slot* slots_ = nullptr;
-    std::size_t capacity_ = 0;
-    std::size_t used_ = 0;
-};
-
 // The table of one share_equal_subtrees: every subtree met so far under a structural
 // hash (class, own parameters, identities of its already shared operands), and the
 // answer for each node of the input, so a node the input shares is looked at once.
@@ -817,10 +800,6 @@ class share_table {
 
 std::size_t mix(std::size_t h, std::size_t v) {
     return h ^ (v + 0x9e3779b97f4a7c15ull + (h << 6) + (h >> 2));
-}
-
-std::size_t pointer_hash(const law* l) {
-    return std::hash<const law*>()(l);
 }
 
 // A class registered with the parser is a pure function of its arguments, so two of its
