@@ -20,6 +20,16 @@
 // result shared. Per-phase marks are not kept: a law has one cache slot, and the form of one phase
 // is not the final one.
 //
+// Stable nodes.  A node that a pass of a phase walked and left unchanged is recorded
+// (with a use, so its address is not reused) and answers itself in the later passes of
+// that phase within the same law_simplify; with a trace every node is visited as before.
+//
+// Sharing.  Each new derivative goes through share_equal_subtrees: a table keyed by a
+// structural hash (class, own parameters, identities of the already shared operands)
+// makes subtrees of the same structure one object.  Only the same operands in the same
+// order merge, so the text and values stay as they were; the table holds its uses and
+// drops them when it goes, also when an error passes.
+//
 // Sizes.  Rules that look at pairs of operands of a chain (A+B+C+..., A*B*C*...) see at
 // most max_chain operands; a longer chain is seen as its two operands, so the pair
 // search stays quadratic in a bounded number.
@@ -794,6 +804,7 @@ class share_table {
     law* canonical_node(const law* l, std::size_t& hash, bool& mergeable);
     static bool library(const law* l);
 
+    int depth_ = 0;
     law_slots by_structure_;
     law_slots done_;
 };
@@ -911,6 +922,15 @@ law* share_table::canonical(const law* l) {
     std::size_t key_hash = pointer_hash(l);
     if (law* seen = done_.find(key_hash, [l](const law* key, law*) { return key == l; }))
         return law_holder::share(seen).release();
+    // A subtree deeper than this is kept as it is, so a tree thousands of levels deep
+    // costs no deeper recursion than the rest of the simplifier's.
+    constexpr int max_depth = 1000;
+    if (depth_ >= max_depth) return law_holder::share(l).release();
+    struct nest {
+        int& depth;
+        explicit nest(int& d) : depth(d) { ++depth; }
+        ~nest() { --depth; }
+    } level(depth_);
     std::size_t hash;
     bool mergeable;
     law_holder node(canonical_node(l, hash, mergeable));
