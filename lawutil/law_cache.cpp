@@ -7,6 +7,7 @@
 #include "base/interval.hpp"
 #include "lawutil/internal_law.hpp"
 #include "lawutil/law_data.hpp"
+#include "lawutil/simplfy.hpp"
 
 using namespace vorx;
 
@@ -30,6 +31,9 @@ law* law::derivative(int which) const {
         law_holder d(deriv(which));
         law_holder s(d ? d->simplify(1, 0) : nullptr);
         if (!s) sys_error(LAW_DERIV);
+        // Equal subtrees of the new derivative become one object: the next derivative
+        // is built from this one, and the simplifier meets each shared part once.
+        s.reset(share_equal_subtrees(s.get(), 1));
         store_cached(dlaw_cache[which], s.get());
     }
     law* r = dlaw_cache[which];

@@ -588,14 +588,25 @@ bool scalar_law(const law* l) {
     return l && l->return_dim() == 1;
 }
 
-// c1 * A + c2 * A -> (c1+c2)*A, for two terms of one sum (a term without a constant
-// factor has the factor 1)
-law* like_terms(const law* a, const law* b) {
-    law_holder ra, rb;
-    double ca = simplify_coefficient(a, ra);
-    double cb = simplify_coefficient(b, rb);
+// The terms of a sum, each split once into its constant factor and the rest
+// (simplify_coefficient), for the pair rules that compare them: splitting inside the
+// pair loop rebuilt every product n times over.
+struct split_terms {
+    explicit split_terms(const law_chain& terms) : n(terms.size()) {
+        for (int i = 0; i < n; ++i) c[i] = simplify_coefficient(terms[i], rest[i]);
+    }
+    int n;
+    double c[law_chain::capacity];
+    law_holder rest[law_chain::capacity];
+};
+
+// c1 * A + c2 * A -> (c1+c2)*A, for two terms i and j of one sum (a term without a
+// constant factor has the factor 1)
+law* like_terms(const split_terms& s, int i, int j) {
+    const law_holder& ra = s.rest[i];
+    const law_holder& rb = s.rest[j];
     if (!ra || !rb || !(*ra == *rb)) return nullptr;
-    law_holder c(VORX_NEW constant_law(ca + cb));
+    law_holder c(VORX_NEW constant_law(s.c[i] + s.c[j]));
     return VORX_NEW times_law(c.get(), ra.get());
 }
 
@@ -608,12 +619,12 @@ const law* squared_argument(const law* l) {
     return static_cast<const unary_law*>(p->fleft())->fsub();
 }
 
-// c*COS(A)^2 + c*SIN(A)^2 = c, in either order (c = 1 when absent)
-law* unit_circle(const law* a, const law* b) {
-    law_holder ra, rb;
-    double ca = simplify_coefficient(a, ra);
-    double cb = simplify_coefficient(b, rb);
-    if (!ra || !rb || ca != cb) return nullptr;
+// c*COS(A)^2 + c*SIN(A)^2 = c, in either order (c = 1 when absent), for terms i and j
+law* unit_circle(const split_terms& s, int i, int j) {
+    const law_holder& ra = s.rest[i];
+    const law_holder& rb = s.rest[j];
+    double ca = s.c[i];
+    if (!ra || !rb || ca != s.c[j]) return nullptr;
     const law* cos_arg = squared_argument<cos_law>(ra.get());
     const law* sin_arg = squared_argument<sin_law>(rb.get());
     if (!cos_arg || !sin_arg) {
@@ -680,11 +691,13 @@ law* plus_law::sub_simplify(int, const char*& what) const {
     if (simplify_is(left_, 0.0))
         return simplify_fired(law_holder::share(right_).release(), what, "0 + A = A");
     law_chain terms(this);
+    split_terms split(terms);
     // c1 * A + c2 * A -> (c1+c2)*A
-    if (law* r = terms.combine_pairs(like_terms))
+    if (law* r = terms.combine_indices(split, like_terms))
         return simplify_fired(r, what, "c1 * A + c2 * A -> (c1+c2)*A");
     // COS(A)^2 + SIN(A)^2 = 1
-    if (law* r = terms.combine_pairs(unit_circle)) return simplify_fired(r, what, "cos^2+sin^2=1");
+    if (law* r = terms.combine_indices(split, unit_circle))
+        return simplify_fired(r, what, "cos^2+sin^2=1");
     // VEC(A1,...) + VEC(B1,...) = VEC(A1+B1,...)
     if (law* r = terms.combine_pairs(vector_sum)) return simplify_fired(r, what, "vec+vec=vec");
     // A*B + A*C = A*(B+C)

@@ -20,12 +20,23 @@
 // result shared. Per-phase marks are not kept: a law has one cache slot, and the form of one phase
 // is not the final one.
 //
+// Stable nodes.  A node that a pass of a phase walked and left unchanged is recorded
+// (with a use, so its address is not reused) and answers itself in the later passes of
+// that phase within the same law_simplify; with a trace every node is visited as before.
+//
+// Sharing.  Each new derivative goes through share_equal_subtrees: a table keyed by a
+// structural hash (class, own parameters, identities of the already shared operands)
+// makes subtrees of the same structure one object.  Only the same operands in the same
+// order merge, so the text and values stay as they were; the table holds its uses and
+// drops them when it goes, also when an error passes.
+//
 // Sizes.  Rules that look at pairs of operands of a chain (A+B+C+..., A*B*C*...) see at
 // most max_chain operands; a longer chain is seen as its two operands, so the pair
 // search stays quadratic in a bounded number.
 #include "lawutil/simplfy.hpp"
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <unordered_map>
@@ -53,37 +64,108 @@ SRule* list_tail[3];
 constexpr int max_steps = 500;
 
 // Longest chain whose operands the pair rules see one by one.
-constexpr int max_chain = 64;
+constexpr int max_chain = law_chain::capacity;
 
 // A finished subtree of at most this many nodes is walked like any other: it is cheap,
 // and its parts then take the forms of the running phase, so they compare equal to the
 // same parts built afresh elsewhere in the tree.
 constexpr int small_tree = 256;
 
+// An open-addressing table of laws under hashes, each entry holding one use of its law:
+// the sharing pass files thousands of nodes per derivative, and a node-based map paid
+// one allocation for each.
+class law_slots {
+  public:
+    law_slots() = default;
+    ~law_slots() {
+        for (std::size_t i = 0; i < capacity_; ++i)
+            if (slots_[i].key) slots_[i].value->remove();
+        VORX_FREE(slots_);
+    }
+    law_slots(const law_slots&) = delete;
+    law_slots& operator=(const law_slots&) = delete;
+
+    // The law of the first entry filed under `hash` for which `match(key, law)` holds;
+    // null when none does.
+    template <class F>
+    law* find(std::size_t hash, F match) const {
+        if (!slots_) return nullptr;
+        for (std::size_t i = hash & (capacity_ - 1); slots_[i].key; i = (i + 1) & (capacity_ - 1))
+            if (slots_[i].hash == hash && match(slots_[i].key, slots_[i].value))
+                return slots_[i].value;
+        return nullptr;
+    }
+    // Files `value` (a use is added) under `hash` and `key`.
+    void insert(std::size_t hash, const law* key, law* value) {
+        if (2 * (used_ + 1) > capacity_) grow();
+        std::size_t i = hash & (capacity_ - 1);
+        while (slots_[i].key) i = (i + 1) & (capacity_ - 1);
+        value->add();
+        slots_[i] = {hash, key, value};
+        ++used_;
+    }
+
+  private:
+    struct slot {
+        std::size_t hash;
+        const law* key;
+        law* value;
+    };
+    void grow() {
+        std::size_t n = capacity_ ? 2 * capacity_ : 64;
+        slot* bigger = VORX_ALLOC_ARRAY(slot, n);
+        std::memset(static_cast<void*>(bigger), 0, n * sizeof(slot));
+        for (std::size_t i = 0; i < capacity_; ++i) {
+            if (!slots_[i].key) continue;
+            std::size_t j = slots_[i].hash & (n - 1);
+            while (bigger[j].key) j = (j + 1) & (n - 1);
+            bigger[j] = slots_[i];
+        }
+        VORX_FREE(slots_);
+        slots_ = bigger;
+        capacity_ = n;
+    }
+    slot* slots_ = nullptr;
+    std::size_t capacity_ = 0;
+    std::size_t used_ = 0;
+};
+
+std::size_t pointer_hash(const law* l) {
+    return std::hash<const law*>()(l);
+}
+
 // The results of one pass for the nodes that have several owners, so a shared subtree
 // is simplified once per pass and stays shared.  Holds one use of each result.
 class pass_memo {
   public:
-    pass_memo() = default;
-    ~pass_memo() {
-        for (auto& e : map_) e.second->remove();
-    }
-    pass_memo(const pass_memo&) = delete;
-    pass_memo& operator=(const pass_memo&) = delete;
     // The result recorded for `l` with a use for the caller, or null.
     law* find(const law* l) const {
-        auto it = map_.find(l);
-        return it == map_.end() ? nullptr : law_holder::share(it->second).release();
+        law* r = slots_.find(pointer_hash(l), [l](const law* key, law*) { return key == l; });
+        return r ? law_holder::share(r).release() : nullptr;
     }
-    void record(const law* l, law* result) {
-        result->add();
-        map_.emplace(l, result);
+    void record(const law* l, law* result) { slots_.insert(pointer_hash(l), l, result); }
+
+  private:
+    law_slots slots_;
+};
+
+// The nodes that a pass of one phase walked and left as they were, per law_simplify.
+// Rules are local and the same rules run in every pass of a phase, so such a node is its
+// own answer in every later pass of that phase: the rounds that only confirm a fixed
+// point then cost a lookup at the top of each unchanged subtree instead of a walk.
+// Each entry holds one use of its law, so no address is reused while it is recorded.
+class stable_set {
+  public:
+    bool has(const law* l, int phase) const {
+        return phases_[phase].find(pointer_hash(l),
+                                   [l](const law* key, law*) { return key == l; }) != nullptr;
+    }
+    void record(const law* l, int phase) {
+        if (!has(l, phase)) phases_[phase].insert(pointer_hash(l), l, const_cast<law*>(l));
     }
 
   private:
-    std::unordered_map<const law*, law*, std::hash<const law*>, std::equal_to<const law*>,
-                       vorx_std_allocator<std::pair<const law* const, law*>>>
-        map_;
+    law_slots phases_[3];
 };
 
 // Whether each finished node met so far by one law_simplify is small.
@@ -97,7 +179,8 @@ struct simplify_state {
     int level = 1;
     pass_memo* memo = nullptr;
     size_memo* sizes = nullptr;
-    bool in_small = false;  // walking inside a small finished subtree
+    stable_set* stable = nullptr;  // null while tracing, so a trace shows every visit
+    bool in_small = false;         // walking inside a small finished subtree
 };
 thread_local simplify_state state;
 
@@ -111,6 +194,7 @@ class state_scope {
         state.level = level;
         state.memo = nullptr;
         state.sizes = &sizes_;
+        state.stable = trace ? nullptr : &stable_;
         state.in_small = false;
     }
     ~state_scope() { state = saved_; }
@@ -120,6 +204,7 @@ class state_scope {
   private:
     simplify_state saved_;
     size_memo sizes_;
+    stable_set stable_;
 };
 
 // The per-law cache fields are protected members of law; a class derived from law may
@@ -336,6 +421,11 @@ law* pass_children(const law* l, int phase) {
 // itself (shared) when nothing changed.  A finished node is not walked into.
 law* simplify_pass(const law* in, int phase) {
     if (!complete(in)) return law_holder::share(in).release();
+    // (Not a node that now stands for another cached form: that form is its answer.)
+    if (state.stable && state.stable->has(in, phase)) {
+        const law* f = finished_form(in);
+        if (!f || f == in) return law_holder::share(in).release();
+    }
     bool shared = in->ref_count() > 1 && state.memo;
     if (shared) {
         if (law* done = state.memo->find(in)) return done;
@@ -365,6 +455,8 @@ law* simplify_pass(const law* in, int phase) {
         cur = std::move(next);
     }
     if (shared) state.memo->record(in, cur.get());
+    // Walked (or a leaf) and unchanged: stable for the rest of this law_simplify.
+    if (state.stable && cur.get() == in && (!finished || small)) state.stable->record(in, phase);
     return cur.release();
 }
 
@@ -699,6 +791,179 @@ law* law::simplify(int level, int trace) const {
     return s.release();
 }
 
+// ================================================================ sharing equal subtrees
+
+namespace {
+
+// The table of one share_equal_subtrees: every subtree met so far under a structural
+// hash (class, own parameters, identities of its already shared operands), and the
+// answer for each node of the input, so a node the input shares is looked at once.
+// The tables drop their uses when they go, also when an error passes.
+class share_table {
+  public:
+    // The one law standing for the subtree `l`; one use.
+    law* canonical(const law* l);
+
+  private:
+    law* canonical_node(const law* l, std::size_t& hash, bool& mergeable);
+    static bool library(const law* l);
+
+    int depth_ = 0;
+    law_slots by_structure_;
+    law_slots done_;
+};
+
+std::size_t mix(std::size_t h, std::size_t v) {
+    return h ^ (v + 0x9e3779b97f4a7c15ull + (h << 6) + (h >> 2));
+}
+
+// A class registered with the parser is a pure function of its arguments, so two of its
+// laws over the same operands are interchangeable; a host's class may hold more.
+// The answer is kept per thread by class id (ids are small and never reused), since
+// walking the registry for each class cost more than sharing a small derivative.
+bool share_table::library(const law* l) {
+    constexpr int known_ids = 1024;
+    thread_local signed char known[known_ids] = {};  // 0 not asked yet, 1 yes, -1 no
+    int t = l->type();
+    if (t < 0 || t >= known_ids) return library_class(l);
+    if (!known[t]) known[t] = library_class(l) ? 1 : -1;
+    return known[t] > 0;
+}
+
+// The node `l` over its operands' canonical laws (`l` itself when they are its own),
+// its hash, and whether it may be merged with an equal one.  One use.
+law* share_table::canonical_node(const law* l, std::size_t& hash, bool& mergeable) {
+    hash = mix(0, (std::size_t)l->type());
+    mergeable = true;
+    if (l->isa(constant_law::id())) {
+        double v = constant_value(l);
+        std::uint64_t bits;
+        std::memcpy(&bits, &v, sizeof bits);
+        hash = mix(hash, (std::size_t)bits);
+        return law_holder::share(l).release();
+    }
+    if (l->isa(identity_law::id())) {
+        const identity_law* x = static_cast<const identity_law*>(l);
+        hash = mix(mix(hash, (std::size_t)x->fwhich()), (std::size_t)x->fletter());
+        return law_holder::share(l).release();
+    }
+    mergeable = complete(l) && library(l);
+    if (!mergeable) return law_holder::share(l).release();
+    if (l->isa(unary_law::id())) {
+        const unary_law* u = static_cast<const unary_law*>(l);
+        law_holder sub(canonical(u->fsub()));
+        hash = mix(hash, pointer_hash(sub.get()));
+        if (sub.get() == u->fsub()) return law_holder::share(l).release();
+        law* r = u->make_one(sub.get());
+        return r ? r : law_holder::share(l).release();
+    }
+    if (l->isa(binary_law::id())) {
+        const binary_law* b = static_cast<const binary_law*>(l);
+        law_holder left(canonical(b->fleft()));
+        law_holder right(canonical(b->fright()));
+        hash = mix(mix(hash, pointer_hash(left.get())), pointer_hash(right.get()));
+        if (left.get() == b->fleft() && right.get() == b->fright())
+            return law_holder::share(l).release();
+        law* r = b->make_one(left.get(), right.get());
+        return r ? r : law_holder::share(l).release();
+    }
+    if (l->isa(multiple_law::id())) {
+        const multiple_law* m = static_cast<const multiple_law*>(l);
+        int n = m->fsub_num();
+        if (n < 1 || !m->fsub()) return law_holder::share(l).release();
+        law_array parts(n);
+        bool changed = false;
+        for (int i = 0; i < n; ++i) {
+            parts.set(i, canonical(m->fsub()[i]));
+            hash = mix(hash, pointer_hash(parts[i]));
+            changed = changed || parts[i] != m->fsub()[i];
+        }
+        if (!changed) return law_holder::share(l).release();
+        law* r = m->make_one(parts.get(), n);
+        return r ? r : law_holder::share(l).release();
+    }
+    // A leaf of another kind, or a law over law_data: kept as it is.
+    mergeable = false;
+    return law_holder::share(l).release();
+}
+
+// The same operands (the very objects, in order) and the same own parameters.
+bool same_structure(const law* a, const law* b) {
+    if (a->type() != b->type()) return false;
+    if (a->isa(constant_law::id())) {
+        double va = constant_value(a), vb = constant_value(b);
+        return std::memcmp(&va, &vb, sizeof va) == 0;
+    }
+    if (a->isa(identity_law::id()))
+        return static_cast<const identity_law*>(a)->fwhich() ==
+                   static_cast<const identity_law*>(b)->fwhich() &&
+               static_cast<const identity_law*>(a)->fletter() ==
+                   static_cast<const identity_law*>(b)->fletter();
+    if (a->isa(unary_law::id())) {
+        if (static_cast<const unary_law*>(a)->fsub() != static_cast<const unary_law*>(b)->fsub())
+            return false;
+    } else if (a->isa(binary_law::id())) {
+        const binary_law* x = static_cast<const binary_law*>(a);
+        const binary_law* y = static_cast<const binary_law*>(b);
+        if (x->fleft() != y->fleft() || x->fright() != y->fright()) return false;
+        // + and * have no parameters of their own, and their equality would flatten
+        // both chains only to find the same operands.
+        if (x->associative() && x->commutative()) return true;
+    } else if (a->isa(multiple_law::id())) {
+        const multiple_law* x = static_cast<const multiple_law*>(a);
+        const multiple_law* y = static_cast<const multiple_law*>(b);
+        if (x->fsub_num() != y->fsub_num()) return false;
+        for (int i = 0; i < x->fsub_num(); ++i)
+            if (x->fsub()[i] != y->fsub()[i]) return false;
+    } else {
+        return false;
+    }
+    // The class's own parameters, if it has any, through its equality.
+    return *a == *b;
+}
+
+law* share_table::canonical(const law* l) {
+    std::size_t key_hash = pointer_hash(l);
+    if (law* seen = done_.find(key_hash, [l](const law* key, law*) { return key == l; }))
+        return law_holder::share(seen).release();
+    // A subtree deeper than this is kept as it is, so a tree thousands of levels deep
+    // costs no deeper recursion than the rest of the simplifier's.
+    constexpr int max_depth = 1000;
+    if (depth_ >= max_depth) return law_holder::share(l).release();
+    struct nest {
+        int& depth;
+        explicit nest(int& d) : depth(d) { ++depth; }
+        ~nest() { --depth; }
+    } level(depth_);
+    std::size_t hash;
+    bool mergeable;
+    law_holder node(canonical_node(l, hash, mergeable));
+    if (mergeable) {
+        const law* n = node.get();
+        law* found =
+            by_structure_.find(hash, [n](const law*, law* v) { return same_structure(v, n); });
+        if (found)
+            node = law_holder::share(found);
+        else
+            by_structure_.insert(hash, node.get(), node.get());
+    }
+    done_.insert(key_hash, l, node.get());
+    return node.release();
+}
+
+}  // namespace
+
+law* share_equal_subtrees(const law* in, int level) {
+    if (!in) return nullptr;
+    law_holder r;
+    {
+        share_table table;
+        r.reset(table.canonical(in));
+    }
+    mark_finished(r.get(), level);
+    return r.release();
+}
+
 // ================================================================ factoring helpers
 
 namespace {
@@ -879,8 +1144,7 @@ bool gather(law* l, int type, law** out, int& k) {
 
 }  // namespace
 
-law_chain::law_chain(const binary_law* l)
-    : op_(l), items_(VORX_ALLOC_ARRAY(law*, max_chain)), n_(0) {
+law_chain::law_chain(const binary_law* l) : op_(l), n_(0) {
     if (!gather(l->fleft(), l->type(), items_, n_) || !gather(l->fright(), l->type(), items_, n_)) {
         // Too long to pair every operand: the chain is seen as its two operands.
         items_[0] = l->fleft();
@@ -889,8 +1153,7 @@ law_chain::law_chain(const binary_law* l)
     }
 }
 
-law_chain::law_chain(const law* l, int type_id)
-    : op_(nullptr), items_(VORX_ALLOC_ARRAY(law*, max_chain)), n_(0) {
+law_chain::law_chain(const law* l, int type_id) : op_(nullptr), n_(0) {
     if (l->type() == type_id && l->isa(binary_law::id())) {
         law_chain whole(static_cast<const binary_law*>(l));
         op_ = static_cast<const binary_law*>(l);
@@ -900,10 +1163,6 @@ law_chain::law_chain(const law* l, int type_id)
         items_[0] = const_cast<law*>(l);
         n_ = 1;
     }
-}
-
-law_chain::~law_chain() {
-    VORX_FREE(items_);
 }
 
 law* law_chain::rebuild(int i, law* with, int drop) const {
