@@ -10,8 +10,8 @@
 
 using namespace lawutil;
 using vorx::position;
-using vorx::vector;
 using vorx::sys_error;
+using vorx::vector;
 
 // The catenary (t, cosh t, 0): everything about it is in closed form.
 class catenary_data : public base_curve_law_data {

@@ -14,8 +14,8 @@
 // kind's LAW_DATA_* error beyond.
 #pragma once
 
-#include "lawutil/law_data_geom.hpp"
 #include "lawutil/global_names.hpp"
+#include "lawutil/law_data_geom.hpp"
 
 class helix_curve_data : public base_curve_law_data {
     LAWUTIL_TYPE_DECL(helix_curve_data, base_curve_law_data)
