@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Prints the share of tests in the code base, counting non-blank, non-comment lines.
 
-code  = base/ lawutil/ tools/ examples/  (C++ sources and headers)
+code  = base/ lawutil/ tools/ examples/ python/  (C++ sources and headers)
 tests = tests/  (C++ sources and headers, including support headers and tests/codegen,
-        tests/consumer; lawtool .cases files and tests' CMake and shell scripts)
+        tests/consumer; lawtool .cases files and tests' CMake and shell scripts), and the
+        Python module's tests (python/test_*.py)
 
 A C++ line counts unless it is blank, a // comment or inside a /* */ block; a line of a
 .cases, CMakeLists.txt or shell file counts unless it is blank or a # comment.
@@ -13,7 +14,7 @@ import os
 import sys
 
 CPP = {".cpp", ".hpp", ".h", ".cc"}
-HASH = {".cases", ".sh", ".cmake", ".txt"}
+HASH = {".cases", ".sh", ".cmake", ".txt", ".py"}
 
 
 def count_file(path):
@@ -53,11 +54,15 @@ def count_tree(root, exts):
 def main():
     top = sys.argv[1] if len(sys.argv) > 1 else os.path.join(os.path.dirname(__file__), "..")
     code = {}
-    for d in ("base", "lawutil", "tools", "examples"):
+    for d in ("base", "lawutil", "tools", "examples", "python"):
         n = sum(count_tree(os.path.join(top, d), CPP).values())
         code[d] = n
         print(f"code  {d + '/':10} {n:6}")
     tests = count_tree(os.path.join(top, "tests"), CPP | HASH)
+    pydir = os.path.join(top, "python")
+    for name in sorted(os.listdir(pydir)) if os.path.isdir(pydir) else []:
+        if name.startswith("test_") and name.endswith(".py"):
+            tests[".py"] = tests.get(".py", 0) + count_file(os.path.join(pydir, name))
     for ext in sorted(tests):
         print(f"tests {ext:10} {tests[ext]:6}")
     c, t = sum(code.values()), sum(tests.values())
