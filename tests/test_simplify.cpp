@@ -86,6 +86,9 @@ const simplify_row simplify_rows[] = {
     {"(-c)*A=-(c*A)", "(-1)*X", "-X", 1},
     {"(-c)*A=-(c*A)", "(-1.00000000000001)*X", "-X", 1},
     {"(-c)*A=-(c*A)", "(-2)*X", "-(2*X)", 1},
+    // The factoring phase runs only at level 2 and above.
+    {"A/B=A*B^(-1)", "(2*X+4*Y)/(X+2*Y)", "(2*X+4*Y)*(X+2*Y)^-1", 1},
+    {"", "(2*X)^Y*X^Z", "(2*X)^Y*X^Z", 1},
     {"mA/A = m", "(2*X+4*Y)/(X+2*Y)", "2", 2},
     {"mA^B*A^C=m^B*A^(B+C)", "(2*X)^Y*X^Z", "2^Y*X^(Y+Z)", 2},
     {"mA^B*A^C=m^B*A^(B+C)", "2^X*3^X", "6^X", 2},
@@ -107,11 +110,8 @@ std::string row_name(const testing::TestParamInfo<Row>& info) {
 
 INSTANTIATE_TEST_SUITE_P(Rules, Simplify, testing::ValuesIn(simplify_rows), row_name<simplify_row>);
 
-// The factoring phase runs only at level 2 and above.
-TEST(SimplifyLevels, FactoringRulesNeedLevelTwo) {
-    EXPECT_EQ(simplified("(2*X+4*Y)/(X+2*Y)", 1), "(2*X+4*Y)*(X+2*Y)^-1");
-    EXPECT_EQ(simplified("(2*X)^Y*X^Z", 1), "(2*X)^Y*X^Z");
-    // m < 0 with a non-integer exponent: m^B would raise where (m*A)^B has a value.
+// m < 0 with a non-integer exponent: m^B would raise where (m*A)^B has a value.
+TEST(SimplifyLevels, FactoringSkipsANegativeFactorUnderAnExponent) {
     EXPECT_FALSE(fires("(-2*X)^Y*X^Z", "mA^B*A^C", 2));
 }
 
@@ -368,7 +368,7 @@ TEST(SimplifyFolding, OnlyTheLibrarysPureLawsFold) {
 
 // A simplest law, and one whose form is equal to it (X-Y goes to X+(-1)*Y and back), is
 // its own form, and the self-pointer holds no reference.
-TEST(SimplifyCache, ASimplestLawIsItsOwnFormAndHoldsNoReference) {
+TEST(SimplifyCache, OwnFormOnceForAllLevelsAndSeenByConstant) {
     for (const char* text : {"X*Y", "X-Y"}) {
         law_holder l = parse(text);
         int uses = l->ref_count();
@@ -378,20 +378,12 @@ TEST(SimplifyCache, ASimplestLawIsItsOwnFormAndHoldsNoReference) {
         s.reset();
         EXPECT_EQ(l->ref_count(), uses);
     }
-}
-
-TEST(SimplifyCache, TheFormIsMadeOnceAndServesLowerLevels) {
+    // The form is made once, serves lower levels, and is its own form.
     law_holder l = parse("X+0*Y");
-    law_holder a(l->simplify(2, 0));
-    law_holder b(l->simplify(1, 0));
+    law_holder a(l->simplify(2, 0)), b(l->simplify(1, 0)), again(a->simplify(2, 0));
     EXPECT_EQ(a.get(), b.get());
-    EXPECT_EQ(text_of(a.get()), "X");
-    // The form is its own form.
-    law_holder again(a->simplify(2, 0));
     EXPECT_EQ(again.get(), a.get());
-}
-
-TEST(SimplifyCache, ConstantSeesThroughTheSimplifiedForm) {
+    EXPECT_EQ(text_of(a.get()), "X");
     EXPECT_TRUE(parse("X-X")->constant());
     EXPECT_TRUE(parse("COS(X)^2+SIN(X)^2")->constant());
     EXPECT_FALSE(parse("X*X-X")->constant());

@@ -417,11 +417,4 @@ TEST(UnaryLawDerivatives, AgreeWithCentralDifferences) {
     }
 }
 
-TEST(UnaryLawDerivatives, PartialInTheSecondInput) {
-    law_holder d(parse("SIN(X*Y)")->derivative(1));
-    double at[] = {0.3, 0.4};
-    // d/dY SIN(X*Y) = COS(X*Y) * X
-    EXPECT_NEAR(d->evaluateM_R(at), std::cos(0.12) * 0.3, 1e-12);
-}
-
 }  // namespace
