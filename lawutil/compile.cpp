@@ -1058,20 +1058,69 @@ law_program::evaluate(const double* x) const {
 #undef LAWUTIL_FUNCTION
 }
 
-double law_program::evaluate_with_gradient(const double* x, double* grad) const {
-    // One and two inputs, by far the most common, get passes of their own with the row
-    // length a constant.
-    if (inputs_ == 1) return gradient_threaded<1>(x, grad);
-    if (inputs_ == 2) return gradient_threaded<2>(x, grad);
-    return gradient_pass<0>(x, grad);
+namespace {
+
+// The slopes both gradient passes share, so that they agree bit for bit.
+
+// A Horner step with its derivative in the same steps, unrolled by falling through from
+// the degree like horner_unrolled (whose value it gives, bit for bit): dq takes q's
+// previous value before q takes its next one.
+inline double horner_with_slope(const double* c, int n, double x, double& slope) {
+    double q = c[n], dq = 0.0;
+    if (n > 16) {
+        for (int k = n - 1; k >= 0; --k) {
+            dq = dq * x + q;
+            q = q * x + c[k];
+        }
+        slope = dq;
+        return q;
+    }
+    // clang-format off
+    switch (n) {
+#define LAWUTIL_STEP(k) case k + 1: dq = dq * x + q; q = q * x + c[k]; [[fallthrough]];
+        LAWUTIL_STEP(15) LAWUTIL_STEP(14) LAWUTIL_STEP(13) LAWUTIL_STEP(12) LAWUTIL_STEP(11)
+        LAWUTIL_STEP(10) LAWUTIL_STEP(9) LAWUTIL_STEP(8) LAWUTIL_STEP(7) LAWUTIL_STEP(6)
+        LAWUTIL_STEP(5) LAWUTIL_STEP(4) LAWUTIL_STEP(3) LAWUTIL_STEP(2) LAWUTIL_STEP(1)
+        case 1: dq = dq * x + q; q = q * x + c[0];
+#undef LAWUTIL_STEP
+        default: break;
+    }
+    // clang-format on
+    slope = dq;
+    return q;
 }
+
+// (A^n)' = n A^(n-1) A'.  The cube, the commonest, shares its square with its slope.
+inline double power_with_slope(double a, int n, double& slope) {
+    if (n == 3) {
+        double a2 = a * a;
+        slope = 3.0 * a2;
+        return a2 * a;
+    }
+    slope = n * chain_power(a, n - 1);
+    return chain_power(a, n);
+}
+
+// SINH(A)' = COSH(A) A', with COSH(A) = SQRT(1+SINH(A)^2): a square root instead of a
+// second exponential (within 2 ulp of cosh; cosh itself where the square overflows).
+inline double sinh_slope(double a, double sinh_a) {
+    return std::fabs(sinh_a) < 1e150 ? std::sqrt(1.0 + sinh_a * sinh_a) : std::cosh(a);
+}
+
+}  // namespace
 
 // The gradient pass of a law of one or two inputs, threaded like the single-point pass:
 // each handler computes the value and the partials of its instruction directly.  The
-// slopes are those of gradient_pass, formed and applied in the same order (s * da, and
-// s * da + t * db; a slope of 1 or -1 is applied exactly as the sign), so the values
-// agree with it bit for bit and the partials too (but for the sign of a zero partial of
-// two inputs, where the general pass adds 0 * db).
+// result of the last instruction stays in registers (v, dv) besides being stored, and
+// an operand that is that result (the next instruction reads it, more often than not) is
+// taken from there, without waiting on the store.  A pre-step scales the operand's
+// partials before the function's slope does.  The slopes and their order are those of
+// gradient_pass, so the two agree bit for bit (but for the sign of a zero partial of two
+// inputs, where the general pass adds 0 * db); the values are evaluate's.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC push_options
+#pragma GCC optimize("no-tree-slp-vectorize")
+#endif
 template <int M>
 #if defined(__GNUC__) && !defined(__clang__)
 __attribute__((optimize("no-crossjumping", "no-gcse")))
@@ -1083,206 +1132,243 @@ law_program::gradient_threaded(const double* x, double* grad) const {
     for (int i = 0; i < M; ++i) r[i] = x[i];
     const instruction* p = code_;
     const double* pool = pool_;
-    double a, s;
+    double a, da0 = 0.0, da1 = 0.0, v = 0.0, dv0 = 0.0, dv1 = 0.0;
+#define LAWUTIL_D(x, i) (*((i) == 0 ? &x##0 : &x##1))
+    int last = -1;  // the register of v
+#define LAWUTIL_FETCH                                                    \
+    if (p->a == last) {                                                  \
+        a = v;                                                           \
+        for (int i = 0; i < M; ++i) LAWUTIL_D(da, i) = LAWUTIL_D(dv, i); \
+    } else {                                                             \
+        a = r[p->a];                                                     \
+        for (int i = 0; i < M; ++i) LAWUTIL_D(da, i) = g[p->a * M + i];  \
+    }
 #if defined(__GNUC__)
     static const void* const handlers[] = {
-        &&h_add,    &&h_sub,    &&h_mul,    &&h_div,    &&h_neg,  &&h_mulc,  &&h_addc,
-        &&h_rsubc,  &&h_affine, &&h_divc,   &&h_sqr,    &&h_powi, &&h_rpowi, &&h_half,
-        &&h_horner, &&h_sin,    &&h_cos,    &&h_exp,    &&h_ln,   &&h_sqrt,  &&h_abs,
-        &&h_sinh,   &&h_cosh,   &&h_apply1, &&h_apply2, &&h_tree, &&h_pre,   &&h_pre,
-        &&h_pre,    &&h_pre,    &&h_pre,    &&h_pre,    &&h_end};
+        &&h_add,        &&h_sub,     &&h_mul,      &&h_div,     &&h_neg,  &&h_mulc,    &&h_addc,
+        &&h_rsubc,      &&h_affine,  &&h_divc,     &&h_sqr,     &&h_powi, &&h_rpowi,   &&h_half,
+        &&h_horner,     &&h_sin,     &&h_cos,      &&h_exp,     &&h_ln,   &&h_sqrt,    &&h_abs,
+        &&h_sinh,       &&h_cosh,    &&h_apply1,   &&h_apply2,  &&h_tree, &&h_pre_add, &&h_pre_mul,
+        &&h_pre_affine, &&h_pre_neg, &&h_pre_rsub, &&h_pre_div, &&h_end};
     static_assert(sizeof handlers / sizeof handlers[0] == step_end + 1, "one handler an opcode");
 #define LAWUTIL_HANDLER(name, op) h_##name:
 #define LAWUTIL_NEXT \
+    last = p->dst;   \
     ++p;             \
-    a = r[p->a];     \
-    s = 1.0;         \
+    LAWUTIL_FETCH    \
     goto* handlers[p->step]
 #define LAWUTIL_FUNCTION goto* handlers[p->op]
-    a = r[p->a];
-    s = 1.0;
+    LAWUTIL_FETCH
     goto* handlers[p->step];
 #else
 #define LAWUTIL_HANDLER(name, op) case op:
 #define LAWUTIL_NEXT \
+    last = p->dst;   \
     ++p;             \
     continue
 #define LAWUTIL_FUNCTION \
     op = p->op;          \
     goto again
             for (;;) {
-                a = r[p->a];
-                s = 1.0;
+                LAWUTIL_FETCH
                 unsigned char op = p->step;
             again:
                 switch (op) {
 #endif
-#define LAWUTIL_ROWS(e) \
-    for (int i = 0; i < M; ++i) g[p->dst * M + i] = (e);
-#define GA g[p->a * M + i]
-#define GB g[p->b * M + i]
-#define LAWUTIL_SET(value, slope)          \
-    {                                      \
-        double v_ = (value), s_ = (slope); \
-        LAWUTIL_ROWS(s_* s* GA)            \
-        r[p->dst] = v_;                    \
+// The second operand and its partials, from the registers when it is the last result.
+#define LAWUTIL_OPERAND_B                                  \
+    bool b_last = p->b == last;                            \
+    double b = b_last ? v : r[p->b], db0 = 0.0, db1 = 0.0; \
+    for (int i = 0; i < M; ++i) LAWUTIL_D(db, i) = b_last ? LAWUTIL_D(dv, i) : g[p->b * M + i];
+#define LAWUTIL_STORE \
+    r[p->dst] = v;    \
+    for (int i = 0; i < M; ++i) g[p->dst * M + i] = LAWUTIL_D(dv, i);
+// d(result) = s * da
+#define LAWUTIL_UNARY(value, slope)                                           \
+    {                                                                         \
+        double v_ = (value), s_ = (slope);                                    \
+        v = v_;                                                               \
+        for (int i = 0; i < M; ++i) LAWUTIL_D(dv, i) = s_ * LAWUTIL_D(da, i); \
+        LAWUTIL_STORE                                                         \
     }
-    // (A+B)' = A' + B', and so on: slopes s = 1, t = 1
-    LAWUTIL_HANDLER(add, op_add)
-    LAWUTIL_ROWS(1.0 * GA + 1.0 * GB)
-    r[p->dst] = a + r[p->b];
+    // (A+B)' = A' + B', (A-B)' = A' - B', (AB)' = B A' + A B'
+    LAWUTIL_HANDLER(add, op_add) {
+        LAWUTIL_OPERAND_B
+        v = a + b;
+        for (int i = 0; i < M; ++i) LAWUTIL_D(dv, i) = LAWUTIL_D(da, i) + LAWUTIL_D(db, i);
+        LAWUTIL_STORE
+    }
     LAWUTIL_NEXT;
-    LAWUTIL_HANDLER(sub, op_sub)
-    LAWUTIL_ROWS(1.0 * GA + -1.0 * GB)
-    r[p->dst] = a - r[p->b];
+    LAWUTIL_HANDLER(sub, op_sub) {
+        LAWUTIL_OPERAND_B
+        v = a - b;
+        for (int i = 0; i < M; ++i) LAWUTIL_D(dv, i) = LAWUTIL_D(da, i) - LAWUTIL_D(db, i);
+        LAWUTIL_STORE
+    }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(mul, op_mul) {
-        double b = r[p->b];
-        LAWUTIL_ROWS(b * GA + a * GB)
-        r[p->dst] = a * b;
+        LAWUTIL_OPERAND_B
+        v = a * b;
+        for (int i = 0; i < M; ++i) LAWUTIL_D(dv, i) = b * LAWUTIL_D(da, i) + a * LAWUTIL_D(db, i);
+        LAWUTIL_STORE
     }
     LAWUTIL_NEXT;
+    // (A/B)' = (1/B) A' - (A/B)(1/B) B'; no slopes where the tree resolved 0/0
     LAWUTIL_HANDLER(div, op_div) {
-        double b = r[p->b];
+        LAWUTIL_OPERAND_B
         bool resolved = std::fabs(a) < tiny && std::fabs(b) < tiny;
-        double v = resolved ? p->node->evaluateM_R(x) : a / b;
-        double sa = resolved ? not_a_number : 1.0 / b, tb = resolved ? not_a_number : -v / b;
-        LAWUTIL_ROWS(sa * GA + tb * GB)
-        r[p->dst] = v;
+        double q = resolved ? p->node->evaluateM_R(x) : a / b;
+        double s = resolved ? not_a_number : 1.0 / b, t = resolved ? not_a_number : -q * s;
+        v = q;
+        for (int i = 0; i < M; ++i) LAWUTIL_D(dv, i) = s * LAWUTIL_D(da, i) + t * LAWUTIL_D(db, i);
+        LAWUTIL_STORE
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(neg, op_neg)
-    LAWUTIL_SET(-a, -1.0)
+    LAWUTIL_UNARY(-a, -1.0)
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(mulc, op_mulc)
-    LAWUTIL_SET(a * pool[p->aux], pool[p->aux])
+    LAWUTIL_UNARY(a * pool[p->aux], pool[p->aux])
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(addc, op_addc)
-    LAWUTIL_SET(a + pool[p->aux], 1.0)
+    LAWUTIL_UNARY(a + pool[p->aux], 1.0)
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(rsubc, op_rsubc)
-    LAWUTIL_SET(pool[p->aux] - a, -1.0)
+    LAWUTIL_UNARY(pool[p->aux] - a, -1.0)
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(affine, op_affine)
-    LAWUTIL_SET(a * pool[p->aux] + pool[p->aux + 1], pool[p->aux])
+    LAWUTIL_UNARY(a * pool[p->aux] + pool[p->aux + 1], pool[p->aux])
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(divc, op_divc)
-    LAWUTIL_SET(a / pool[p->aux], 1.0 / pool[p->aux])
+    LAWUTIL_UNARY(a / pool[p->aux], 1.0 / pool[p->aux])
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sqr, op_sqr)
-    LAWUTIL_SET(a * a, 2.0 * a)
+    LAWUTIL_UNARY(a * a, 2.0 * a)
     LAWUTIL_NEXT;
-    LAWUTIL_HANDLER(powi, op_powi)
-    LAWUTIL_SET(chain_power(a, p->n), p->n * chain_power(a, p->n - 1))
+    LAWUTIL_HANDLER(powi, op_powi) {
+        double s, w = power_with_slope(a, p->n, s);
+        LAWUTIL_UNARY(w, s)
+    }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(rpowi, op_rpowi) {
         if (a == 0.0) sys_error(LAW_EXPONENT);
-        double v = 1.0 / chain_power(a, p->n);
-        LAWUTIL_SET(v, -p->n * v / a)
+        double w = 1.0 / chain_power(a, p->n);
+        LAWUTIL_UNARY(w, -p->n * w / a)
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(half, op_half) {
         if (a < 0.0) sys_error(LAW_EXPONENT);
-        double v = std::sqrt(a) + 0.0;
-        LAWUTIL_SET(v, 0.5 / v)
+        double w = std::sqrt(a) + 0.0;
+        LAWUTIL_UNARY(w, 0.5 / w)
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(horner, op_horner) {
-        const double* c = pool + p->aux;
-        double q = c[p->n], dq = 0.0;
-        for (int k = p->n - 1; k >= 0; --k) {
-            dq = dq * a + q;
-            q = q * a + c[k];
-        }
-        LAWUTIL_SET(q, dq)
+        double s, w = horner_with_slope(pool + p->aux, p->n, a, s);
+        LAWUTIL_UNARY(w, s)
     }
     LAWUTIL_NEXT;
-    // A function's pre-step: its operand, and its slope for the chain rule.
-#if !defined(__GNUC__)
-    case step_pre - 1 + pre_mul:
-    case step_pre - 1 + pre_affine:
-    case step_pre - 1 + pre_neg:
-    case step_pre - 1 + pre_rsub:
-    case step_pre - 1 + pre_div:
-#endif
-        LAWUTIL_HANDLER(pre, step_pre - 1 + pre_add)
-        s = pre_slope(*p, pool);
-        a = pre_value(*p, a, pool);
-        LAWUTIL_FUNCTION;
-        LAWUTIL_HANDLER(sin, op_sin) {
-            double v, c;
-            sin_cos(a, v, c);
-            LAWUTIL_SET(v, c)
+    // A function's pre-step: its operand, and the operand's partials scaled by its slope.
+    LAWUTIL_HANDLER(pre_add, step_pre - 1 + pre_add)
+    a = a + pool[p->aux + 1];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_mul, step_pre - 1 + pre_mul)
+    a = a * pool[p->aux];
+    for (int i = 0; i < M; ++i) LAWUTIL_D(da, i) = pool[p->aux] * LAWUTIL_D(da, i);
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_affine, step_pre - 1 + pre_affine)
+    a = a * pool[p->aux] + pool[p->aux + 1];
+    for (int i = 0; i < M; ++i) LAWUTIL_D(da, i) = pool[p->aux] * LAWUTIL_D(da, i);
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_neg, step_pre - 1 + pre_neg)
+    a = -a;
+    for (int i = 0; i < M; ++i) LAWUTIL_D(da, i) = -LAWUTIL_D(da, i);
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_rsub, step_pre - 1 + pre_rsub)
+    a = pool[p->aux + 1] - a;
+    for (int i = 0; i < M; ++i) LAWUTIL_D(da, i) = -LAWUTIL_D(da, i);
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_div, step_pre - 1 + pre_div) {
+        double s = 1.0 / pool[p->aux];
+        a = a / pool[p->aux];
+        for (int i = 0; i < M; ++i) LAWUTIL_D(da, i) = s * LAWUTIL_D(da, i);
+    }
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(sin, op_sin) {
+        double w, c;
+        sin_cos(a, w, c);
+        LAWUTIL_UNARY(w, c)
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(cos, op_cos) {
+        double sn, w;
+        sin_cos(a, sn, w);
+        LAWUTIL_UNARY(w, -sn)
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(exp, op_exp) {
+        double w = std::exp(a);
+        LAWUTIL_UNARY(w, w)
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(ln, op_ln)
+    if (a <= 0.0) sys_error(LAW_LN);
+    LAWUTIL_UNARY(std::log(a), 1.0 / a)
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sqrt, op_sqrt) {
+        if (a < 0.0) sys_error(LAW_SQRT);
+        double w = std::sqrt(a);
+        LAWUTIL_UNARY(w, 0.5 / w)
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(abs, op_abs)
+    // ABS(g)' = SET(g)*g' - (1-SET(g))*g': the slope is -1 at 0
+    LAWUTIL_UNARY(std::fabs(a), a > 0.0 ? 1.0 : -1.0)
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sinh, op_sinh) {
+        double w = std::sinh(a);
+        LAWUTIL_UNARY(w, sinh_slope(a, w))
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(cosh, op_cosh)
+    LAWUTIL_UNARY(std::cosh(a), std::sinh(a))
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(apply1, op_apply1) {
+        double in = a;
+        double w = p->node->evaluateM_R(&in);
+        const law* d = helpers_[p->part];
+        LAWUTIL_UNARY(w, d ? d->evaluateM_R(&in) : not_a_number)
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(apply2, op_apply2) {
+        LAWUTIL_OPERAND_B
+        double ab[2] = {a, b};
+        double w = p->node->evaluateM_R(ab);
+        const law* dx = helpers_[p->part];
+        const law* dy = helpers_[p->part + 1];
+        double s = dx ? dx->evaluateM_R(ab) : not_a_number;
+        // A constant exponent has no partials: LN(A) of (A^B)' is not asked for.
+        bool constant_b = true;
+        for (int i = 0; i < M; ++i) constant_b = constant_b && LAWUTIL_D(db, i) == 0.0;
+        double t = constant_b ? 0.0 : dy ? dy->evaluateM_R(ab) : not_a_number;
+        v = w;
+        for (int i = 0; i < M; ++i)
+            LAWUTIL_D(dv, i) =
+                constant_b ? s * LAWUTIL_D(da, i) : s * LAWUTIL_D(da, i) + t * LAWUTIL_D(db, i);
+        LAWUTIL_STORE
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(tree, op_tree) {
+        v = p->node->evaluateM_R(x);
+        for (int i = 0; i < M; ++i) {
+            const law* d = p->part >= 0 ? helpers_[p->part + i] : nullptr;
+            LAWUTIL_D(dv, i) = d ? d->evaluateM_R(x) : not_a_number;
         }
-        LAWUTIL_NEXT;
-        LAWUTIL_HANDLER(cos, op_cos) {
-            double sn, v;
-            sin_cos(a, sn, v);
-            LAWUTIL_SET(v, -sn)
-        }
-        LAWUTIL_NEXT;
-        LAWUTIL_HANDLER(exp, op_exp) {
-            double v = std::exp(a);
-            LAWUTIL_SET(v, v)
-        }
-        LAWUTIL_NEXT;
-        LAWUTIL_HANDLER(ln, op_ln)
-        if (a <= 0.0) sys_error(LAW_LN);
-        LAWUTIL_SET(std::log(a), 1.0 / a)
-        LAWUTIL_NEXT;
-        LAWUTIL_HANDLER(sqrt, op_sqrt) {
-            if (a < 0.0) sys_error(LAW_SQRT);
-            double v = std::sqrt(a);
-            LAWUTIL_SET(v, 0.5 / v)
-        }
-        LAWUTIL_NEXT;
-        LAWUTIL_HANDLER(abs, op_abs)
-        // ABS(g)' = SET(g)*g' - (1-SET(g))*g': the slope is -1 at 0
-        LAWUTIL_SET(std::fabs(a), a > 0.0 ? 1.0 : -1.0)
-        LAWUTIL_NEXT;
-        LAWUTIL_HANDLER(sinh, op_sinh)
-        LAWUTIL_SET(std::sinh(a), std::cosh(a))
-        LAWUTIL_NEXT;
-        LAWUTIL_HANDLER(cosh, op_cosh)
-        LAWUTIL_SET(std::cosh(a), std::sinh(a))
-        LAWUTIL_NEXT;
-        LAWUTIL_HANDLER(apply1, op_apply1) {
-            double in = a;
-            double v = p->node->evaluateM_R(&in);
-            const law* d = helpers_[p->part];
-            LAWUTIL_SET(v, d ? d->evaluateM_R(&in) : not_a_number)
-        }
-        LAWUTIL_NEXT;
-        LAWUTIL_HANDLER(apply2, op_apply2) {
-            double ab[2] = {a, r[p->b]};
-            double v = p->node->evaluateM_R(ab);
-            const law* dx = helpers_[p->part];
-            const law* dy = helpers_[p->part + 1];
-            double sa = dx ? dx->evaluateM_R(ab) : not_a_number;
-            // A constant exponent has no partials: LN(A) of (A^B)' is not asked for.
-            bool constant_b = true;
-            for (int i = 0; i < M; ++i) constant_b = constant_b && g[p->b * M + i] == 0.0;
-            if (constant_b) {
-                LAWUTIL_ROWS(sa * GA)
-            } else {
-                double tb = dy ? dy->evaluateM_R(ab) : not_a_number;
-                LAWUTIL_ROWS(sa * GA + tb * GB)
-            }
-            r[p->dst] = v;
-        }
-        LAWUTIL_NEXT;
-        LAWUTIL_HANDLER(tree, op_tree) {
-            double v = p->node->evaluateM_R(x);
-            for (int i = 0; i < M; ++i) {
-                const law* d = p->part >= 0 ? helpers_[p->part + i] : nullptr;
-                g[p->dst * M + i] = d ? d->evaluateM_R(x) : not_a_number;
-            }
-            r[p->dst] = v;
-        }
-        LAWUTIL_NEXT;
-        LAWUTIL_HANDLER(end, step_end)
-        for (int i = 0; i < M; ++i) grad[i] = g[result_ * M + i];
-        return r[result_];
+        LAWUTIL_STORE
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(end, step_end)
+    for (int i = 0; i < M; ++i) grad[i] = result_ == last ? LAWUTIL_D(dv, i) : g[result_ * M + i];
+    return result_ == last ? v : r[result_];
 #if !defined(__GNUC__)
 }
 }
@@ -1290,11 +1376,15 @@ law_program::gradient_threaded(const double* x, double* grad) const {
 #undef LAWUTIL_HANDLER
 #undef LAWUTIL_NEXT
 #undef LAWUTIL_FUNCTION
-#undef LAWUTIL_SET
-#undef LAWUTIL_ROWS
-#undef GA
-#undef GB
+#undef LAWUTIL_FETCH
+#undef LAWUTIL_OPERAND_B
+#undef LAWUTIL_STORE
+#undef LAWUTIL_UNARY
+#undef LAWUTIL_D
 }
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC pop_options
+#endif
 
 template <int inputs>
 double law_program::gradient_pass(const double* x, double* grad) const {
@@ -1309,8 +1399,8 @@ double law_program::gradient_pass(const double* x, double* grad) const {
         bool pre = function_op(p->op) && p->n != pre_none;
         double a = pre ? pre_value(*p, r[p->a], pool_) : r[p->a];
         double v;
-        // d(result) = s * da (+ t * db)
-        double s = 0.0, t = 0.0;
+        // d(result) = s * (ps * da) (+ t * db), ps the slope of a function's pre-step
+        double s = 0.0, t = 0.0, ps = pre ? pre_slope(*p, pool_) : 1.0;
         bool two = false;
         switch (p->op) {
             case op_add:
@@ -1333,10 +1423,10 @@ double law_program::gradient_pass(const double* x, double* grad) const {
             case op_div: {
                 double b = r[p->b];
                 v = apply(*p, r, pool_, x);
-                // (A/B)' = (A' - (A/B) B') / B; no slope where the tree resolved 0/0
+                // (A/B)' = (1/B) A' - (A/B)(1/B) B'; no slopes where the tree resolved 0/0
                 bool resolved = std::fabs(a) < tiny && std::fabs(b) < tiny;
                 s = resolved ? not_a_number : 1.0 / b;
-                t = resolved ? not_a_number : -v / b;
+                t = resolved ? not_a_number : -v * s;
                 two = true;
                 break;
             }
@@ -1369,8 +1459,7 @@ double law_program::gradient_pass(const double* x, double* grad) const {
                 s = 2.0 * a;
                 break;
             case op_powi:
-                v = chain_power(a, p->n);
-                s = p->n * chain_power(a, p->n - 1);
+                v = power_with_slope(a, p->n, s);
                 break;
             case op_rpowi:
                 v = apply(*p, r, pool_, x);
@@ -1380,17 +1469,9 @@ double law_program::gradient_pass(const double* x, double* grad) const {
                 v = apply(*p, r, pool_, x);
                 s = 0.5 / v;
                 break;
-            case op_horner: {
-                const double* c = pool_ + p->aux;
-                double q = c[p->n], dq = 0.0;
-                for (int k = p->n - 1; k >= 0; --k) {
-                    dq = dq * a + q;
-                    q = q * a + c[k];
-                }
-                v = q;
-                s = dq;
+            case op_horner:
+                v = horner_with_slope(pool_ + p->aux, p->n, a, s);
                 break;
-            }
             case op_sin:
                 sin_cos(a, v, s);
                 break;
@@ -1419,7 +1500,7 @@ double law_program::gradient_pass(const double* x, double* grad) const {
                 break;
             case op_sinh:
                 v = std::sinh(a);
-                s = std::cosh(a);
+                s = sinh_slope(a, v);
                 break;
             case op_cosh:
                 v = std::cosh(a);
@@ -1455,21 +1536,28 @@ double law_program::gradient_pass(const double* x, double* grad) const {
             }
         }
         if (!two) t = 0.0;
-        if (pre) s *= pre_slope(*p, pool_);
         // One and two inputs, by far the most common, as plain scalars: a vector loop
         // here would read rows just written lane by lane, and stall on every instruction.
         if (m == 1)
-            gd[0] = two ? s * ga[0] + t * gb[0] : s * ga[0];
+            gd[0] = two ? s * ga[0] + t * gb[0] : s * (ps * ga[0]);
         else if (m == 2) {
-            double g0 = s * ga[0] + t * gb[0], g1 = s * ga[1] + t * gb[1];
+            double g0 = s * (ps * ga[0]) + t * gb[0], g1 = s * (ps * ga[1]) + t * gb[1];
             gd[0] = g0;
             gd[1] = g1;
         } else
-            for (int i = 0; i < m; ++i) gd[i] = two ? s * ga[i] + t * gb[i] : s * ga[i];
+            for (int i = 0; i < m; ++i) gd[i] = two ? s * ga[i] + t * gb[i] : s * (ps * ga[i]);
         r[p->dst] = v;
     }
     for (int i = 0; i < m; ++i) grad[i] = g[result_ * m + i];
     return r[result_];
+}
+
+double law_program::evaluate_with_gradient(const double* x, double* grad) const {
+    // One and two inputs, by far the most common, get passes of their own with the row
+    // length a constant.
+    if (inputs_ == 1) return gradient_threaded<1>(x, grad);
+    if (inputs_ == 2) return gradient_threaded<2>(x, grad);
+    return gradient_pass<0>(x, grad);
 }
 
 // ---------------------------------------------------------------- batch evaluation
