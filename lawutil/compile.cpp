@@ -1133,6 +1133,19 @@ law_program::gradient_threaded(const double* x, double* grad) const {
     const instruction* p = code_;
     const double* pool = pool_;
     double a, da0 = 0.0, da1 = 0.0, v = 0.0, dv0 = 0.0, dv1 = 0.0;
+    // The last sine and cosine computed, and the bits of their argument: SIN(A) and
+    // COS(A) of the same A (the commonest pair) make one call.  sin(+0) = +0, cos(+0) = 1.
+    double sc_sin = 0.0, sc_cos = 1.0;
+    unsigned long long sc_arg = 0;
+#define LAWUTIL_SIN_COS                      \
+    {                                        \
+        unsigned long long bits;             \
+        std::memcpy(&bits, &a, sizeof bits); \
+        if (bits != sc_arg) {                \
+            sin_cos(a, sc_sin, sc_cos);      \
+            sc_arg = bits;                   \
+        }                                    \
+    }
 #define LAWUTIL_D(x, i) (*((i) == 0 ? &x##0 : &x##1))
     int last = -1;  // the register of v
 #define LAWUTIL_FETCH                                                    \
@@ -1293,17 +1306,13 @@ law_program::gradient_threaded(const double* x, double* grad) const {
         for (int i = 0; i < M; ++i) LAWUTIL_D(da, i) = s * LAWUTIL_D(da, i);
     }
     LAWUTIL_FUNCTION;
-    LAWUTIL_HANDLER(sin, op_sin) {
-        double w, c;
-        sin_cos(a, w, c);
-        LAWUTIL_UNARY(w, c)
-    }
+    LAWUTIL_HANDLER(sin, op_sin)
+    LAWUTIL_SIN_COS
+    LAWUTIL_UNARY(sc_sin, sc_cos)
     LAWUTIL_NEXT;
-    LAWUTIL_HANDLER(cos, op_cos) {
-        double sn, w;
-        sin_cos(a, sn, w);
-        LAWUTIL_UNARY(w, -sn)
-    }
+    LAWUTIL_HANDLER(cos, op_cos)
+    LAWUTIL_SIN_COS
+    LAWUTIL_UNARY(sc_cos, -sc_sin)
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(exp, op_exp) {
         double w = std::exp(a);
@@ -1381,6 +1390,7 @@ law_program::gradient_threaded(const double* x, double* grad) const {
 #undef LAWUTIL_STORE
 #undef LAWUTIL_UNARY
 #undef LAWUTIL_D
+#undef LAWUTIL_SIN_COS
 }
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC pop_options

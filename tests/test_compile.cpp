@@ -142,6 +142,19 @@ TEST(Compile, AgreesWithTheTreeOverRandomLaws) {
     EXPECT_GT(evaluated, 1000);
 }
 
+// The gradient passes where they take a shortcut: a result read from the registers by
+// the next instruction or the one after, the sine and cosine of one argument made by
+// one call (not of -A after A), and three inputs (the general pass).
+TEST(Compile, GradientShortcutsKeepThePartials) {
+    for (const char* text :
+         {"SIN(X)*COS(X)+COS(X)*SIN(-X)+SIN(X)/COS(X+0)", "SINH(X/2)*COSH(X)-SIN(X*Y)*COS(X*Y)+Y^3",
+          "(X^3-2*X+1)/(X^2+1)*Z+SIN(Z)*COS(Z)"}) {
+        law_holder l(str_to_law(text));
+        ASSERT_TRUE(l) << text;
+        EXPECT_EQ(check_law(l.get()), 10) << text;
+    }
+}
+
 // The rewrites, by the size of the program they leave (instructions).
 TEST(Compile, RewritesShrinkThePrograms) {
     struct row {
