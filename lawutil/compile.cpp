@@ -1123,7 +1123,7 @@ inline double sinh_slope(double a, double sinh_a) {
 #endif
 template <int M>
 #if defined(__GNUC__) && !defined(__clang__)
-__attribute__((optimize("no-crossjumping", "no-gcse")))
+__attribute__((optimize("no-crossjumping", "no-gcse"), visibility("hidden")))
 #endif
 double
 law_program::gradient_threaded(const double* x, double* grad) const {
@@ -1397,7 +1397,8 @@ law_program::gradient_threaded(const double* x, double* grad) const {
 #endif
 
 template <int inputs>
-double law_program::gradient_pass(const double* x, double* grad) const {
+__attribute__((visibility("hidden"))) double law_program::gradient_pass(const double* x,
+                                                                        double* grad) const {
     const int m = inputs > 0 ? inputs : inputs_;
     double* r = reg_;
     double* g = grad_;
