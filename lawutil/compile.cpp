@@ -878,6 +878,7 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
             for (int k = 0; k < block_lanes; ++k)
                 block_[reg[v] * block_lanes + k] = c.const_value_[v];
         }
+    plan_gradient();
     held.release();
 }
 
@@ -890,6 +891,7 @@ law_program::~law_program() {
     VORX_FREE(grad_);
     VORX_FREE(block_);
     VORX_FREE(block_in_);
+    VORX_FREE(gradient_code_);
     law_->remove();
 }
 
@@ -1107,7 +1109,28 @@ inline double sinh_slope(double a, double sinh_a) {
     return std::fabs(sinh_a) < 1e150 ? std::sqrt(1.0 + sinh_a * sinh_a) : std::cosh(a);
 }
 
+// The gradient pass's own step past the single-point pass's: P(A)/Q(A), two Horner steps
+// over one operand and the division of the first by the second, in one handler.
+enum : unsigned char { step_rational = step_end + 1 };
+
 }  // namespace
+
+// The threaded gradient pass runs a copy of the code with steps of its own: a Horner step,
+// a second one over the same operand and the division of the first result by the second
+// (a rational function, as the compiler leaves it) are one rational step, which computes
+// the three results as the three instructions do and stores them all.
+void law_program::plan_gradient() {
+    gradient_code_ = VORX_ALLOC_ARRAY(instruction, count_ + 1);
+    for (int i = 0; i <= count_; ++i) gradient_code_[i] = code_[i];
+    for (int i = 0; i + 2 < count_; ++i) {
+        const instruction* p = code_ + i;
+        if (p[0].op == op_horner && p[1].op == op_horner && p[2].op == op_div && p[1].a == p[0].a &&
+            p[2].a == p[0].dst && p[2].b == p[1].dst) {
+            gradient_code_[i].step = step_rational;
+            i += 2;
+        }
+    }
+}
 
 // The gradient pass of a law of one or two inputs, threaded like the single-point pass:
 // each handler computes the value and the partials of its instruction directly.  The
@@ -1130,7 +1153,7 @@ law_program::gradient_threaded(const double* x, double* grad) const {
     double* r = reg_;
     double* g = grad_;
     for (int i = 0; i < M; ++i) r[i] = x[i];
-    const instruction* p = code_;
+    const instruction* p = gradient_code_;
     const double* pool = pool_;
     double a, da0 = 0.0, da1 = 0.0, v = 0.0, dv0 = 0.0, dv1 = 0.0;
     // The last sine and cosine computed, and the bits of their argument: SIN(A) and
@@ -1162,8 +1185,8 @@ law_program::gradient_threaded(const double* x, double* grad) const {
         &&h_rsubc,      &&h_affine,  &&h_divc,     &&h_sqr,     &&h_powi, &&h_rpowi,   &&h_half,
         &&h_horner,     &&h_sin,     &&h_cos,      &&h_exp,     &&h_ln,   &&h_sqrt,    &&h_abs,
         &&h_sinh,       &&h_cosh,    &&h_apply1,   &&h_apply2,  &&h_tree, &&h_pre_add, &&h_pre_mul,
-        &&h_pre_affine, &&h_pre_neg, &&h_pre_rsub, &&h_pre_div, &&h_end};
-    static_assert(sizeof handlers / sizeof handlers[0] == step_end + 1, "one handler an opcode");
+        &&h_pre_affine, &&h_pre_neg, &&h_pre_rsub, &&h_pre_div, &&h_end,  &&h_rational};
+    static_assert(sizeof handlers / sizeof handlers[0] == step_rational + 1, "one an opcode");
 #define LAWUTIL_HANDLER(name, op) h_##name:
 #define LAWUTIL_NEXT \
     last = p->dst;   \
@@ -1278,6 +1301,30 @@ law_program::gradient_threaded(const double* x, double* grad) const {
     LAWUTIL_HANDLER(horner, op_horner) {
         double s, w = horner_with_slope(pool + p->aux, p->n, a, s);
         LAWUTIL_UNARY(w, s)
+    }
+    LAWUTIL_NEXT;
+    // P(A)/Q(A): the steps of horner, horner and div, the two Horner steps side by side.
+    LAWUTIL_HANDLER(rational, step_rational) {
+        double sp, sq;
+        double pv = horner_with_slope(pool + p[0].aux, p[0].n, a, sp);
+        double qv = horner_with_slope(pool + p[1].aux, p[1].n, a, sq);
+        double dp0 = sp * da0, dq0 = sq * da0, dp1 = sp * da1, dq1 = sq * da1;
+        r[p[0].dst] = pv;
+        r[p[1].dst] = qv;
+        g[p[0].dst * M] = dp0;
+        g[p[1].dst * M] = dq0;
+        if (M == 2) {
+            g[p[0].dst * M + 1] = dp1;
+            g[p[1].dst * M + 1] = dq1;
+        }
+        p += 2;
+        bool resolved = std::fabs(pv) < tiny && std::fabs(qv) < tiny;
+        double q = resolved ? p->node->evaluateM_R(x) : pv / qv;
+        double s = resolved ? not_a_number : 1.0 / qv, t = resolved ? not_a_number : -q * s;
+        v = q;
+        dv0 = s * dp0 + t * dq0;
+        dv1 = s * dp1 + t * dq1;
+        LAWUTIL_STORE
     }
     LAWUTIL_NEXT;
     // A function's pre-step: its operand, and the operand's partials scaled by its slope.

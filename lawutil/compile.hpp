@@ -69,6 +69,7 @@ class law_program : public vorx::VORX_OBJECT {
     template <int inputs>
     double gradient_pass(const double* x, double* grad) const;
     void run_block(int lanes, double* reg, int* err) const;
+    void plan_gradient();
 
     const law* law_;
     int mode_;
@@ -84,6 +85,8 @@ class law_program : public vorx::VORX_OBJECT {
     const double** block_in_ = nullptr;  // where the batch inputs of one block are
     const law** helpers_ = nullptr;      // laws the program owns (adapters, derivatives)
     int helper_count_ = 0;
+    // The code with the gradient pass's own steps (see plan_gradient).
+    instruction* gradient_code_ = nullptr;
 };
 
 // A law that a numerical routine evaluates many times: through its tree for the first
