@@ -1075,11 +1075,16 @@ namespace {
 
 // A Horner step with its derivative in the same steps, unrolled by falling through from
 // the degree like horner_unrolled (whose value it gives, bit for bit): dq takes q's
-// previous value before q takes its next one.
+// previous value before q takes its next one, and starts as the leading coefficient.
 inline double horner_with_slope(const double* c, int n, double x, double& slope) {
-    double q = c[n], dq = 0.0;
+    double q = c[n], dq = q;
+    if (n < 1) {
+        slope = 0.0;
+        return q;
+    }
+    q = q * x + c[n - 1];
     if (n > 16) {
-        for (int k = n - 1; k >= 0; --k) {
+        for (int k = n - 2; k >= 0; --k) {
             dq = dq * x + q;
             q = q * x + c[k];
         }
@@ -1087,11 +1092,11 @@ inline double horner_with_slope(const double* c, int n, double x, double& slope)
         return q;
     }
     // clang-format off
-    switch (n) {
+    switch (n - 1) {
 #define LAWUTIL_STEP(k) case k + 1: dq = dq * x + q; q = q * x + c[k]; [[fallthrough]];
-        LAWUTIL_STEP(15) LAWUTIL_STEP(14) LAWUTIL_STEP(13) LAWUTIL_STEP(12) LAWUTIL_STEP(11)
-        LAWUTIL_STEP(10) LAWUTIL_STEP(9) LAWUTIL_STEP(8) LAWUTIL_STEP(7) LAWUTIL_STEP(6)
-        LAWUTIL_STEP(5) LAWUTIL_STEP(4) LAWUTIL_STEP(3) LAWUTIL_STEP(2) LAWUTIL_STEP(1)
+        LAWUTIL_STEP(14) LAWUTIL_STEP(13) LAWUTIL_STEP(12) LAWUTIL_STEP(11) LAWUTIL_STEP(10)
+        LAWUTIL_STEP(9) LAWUTIL_STEP(8) LAWUTIL_STEP(7) LAWUTIL_STEP(6) LAWUTIL_STEP(5)
+        LAWUTIL_STEP(4) LAWUTIL_STEP(3) LAWUTIL_STEP(2) LAWUTIL_STEP(1)
         case 1: dq = dq * x + q; q = q * x + c[0];
 #undef LAWUTIL_STEP
         default: break;
