@@ -39,8 +39,16 @@
 // sequence; the next operand is loaded before the jump, and an end instruction past the
 // last stops the pass without a count.  A function instruction's fused pre-step is a
 // handler of its own (step) that hands on to the function's.  Horner steps are unrolled
-// by falling through from the degree.  The gradient pass of a law of one input is
-// threaded the same way; more inputs take the general pass (rows of partials).
+// by falling through from the degree.  The pass runs its own copy of the code with
+// steps fused, decided over the values before registers are given (point_fusion): a
+// function of a Horner polynomial of an input takes the polynomial as its pre-step, a
+// quotient of two such polynomials of one input is one step (E2), a Horner step all of
+// whose readers took it in is dropped, and the last instruction, when it is an add, a
+// subtraction, a product, a Horner step or a quotient making the value, returns it
+// instead of storing it for the end.  The arithmetic is the same, in the same order, so
+// the values are those of the unfused code, bit for bit; what is saved is dispatches
+// and stores (on E2 and E5, the whole program is one step).  The gradient pass of a law of one
+// input is threaded the same way; more inputs take the general pass (rows of partials).
 //
 // Routines.  law_evaluator is how a numerical routine uses all this: the tree for the
 // first compile_after evaluations, then the exact program without fallback derivatives
@@ -127,6 +135,20 @@ enum opcode : unsigned char {
 // function instruction (pre_add .. pre_div, in order), each handing on to the function,
 // and the end of the program.
 enum : unsigned char { step_pre = op_tree + 1, step_end = step_pre + 6 };
+
+// Steps of the single-point pass's own code only (see point_fusion): a function of a Horner
+// polynomial (the Horner step is its pre-step), a quotient of two Horner polynomials of one
+// operand, and the last instruction returning its value instead of storing it for the end.
+enum : unsigned char {
+    step_pre_horner = step_end + 1,
+    step_ratio,
+    step_end_add,
+    step_end_sub,
+    step_end_mul,
+    step_end_horner,
+    step_end_ratio,
+    step_count
+};
 
 // Below this a numerator and a denominator are both zero for the division law.
 constexpr double tiny = 1e-15;
@@ -215,6 +237,9 @@ struct law_program::instruction {
     int part;         // first derivative law in the helpers, or -1
     const law* node;  // the tree node or the adapter law
 };
+// In the single-point pass's code, a fused step reads a Horner polynomial's operand in a:
+// step_pre_horner has the polynomial's degree in b and coefficients at aux; step_ratio
+// the numerator's in n and aux, the denominator's in b and part.
 
 namespace {
 
@@ -772,6 +797,74 @@ class compiler {
     tracked_map<tracked_string, int, string_hash> polynomials_;
 };
 
+// How the single-point pass runs one instruction of the program (values, before registers
+// are given): as it is; absorbed, for a Horner step all of whose readers take it in
+// themselves; or fused with the Horner steps that make its operands (a function of a
+// polynomial, a quotient of two polynomials of one operand).  The fused steps read the
+// polynomials' operand in place of their results, so that operand must stay in its
+// register the whole pass: only inputs and constants qualify.  The arithmetic is the same
+// (horner_unrolled), so values do not change, only the dispatches and stores saved.
+struct point_fusion {
+    unsigned char step = 0;  // 0: the instruction as it is
+    bool absorbed = false;
+    int a = 0, n = 0, b = 0, aux = 0, part = 0;
+};
+
+tracked_vector<point_fusion> fuse_for_point(const tracked_vector<instruction>& code,
+                                            const tracked_vector<int>& uses,
+                                            const tracked_vector<char>& is_const, int inputs) {
+    int values = (int)uses.size();
+    tracked_vector<point_fusion> f(code.size());
+    tracked_vector<int> maker(values, -1), fused_uses(values, 0);
+    for (int i = 0; i < (int)code.size(); ++i)
+        if (code[i].op != 255) maker[code[i].dst] = i;
+    auto horner_at = [&](int v) -> const instruction* {
+        int i = maker[v];
+        if (i < 0 || code[i].op != op_horner) return nullptr;
+        int a = code[i].a;
+        return a < inputs || is_const[a] ? &code[i] : nullptr;
+    };
+    for (int j = 0; j < (int)code.size(); ++j) {
+        const instruction& p = code[j];
+        if (p.op == op_div) {
+            // (c0 + ... + cn X^n) / (d0 + ... + dm X^m) in one step
+            const instruction *u = horner_at(p.a), *v = horner_at(p.b);
+            if (!u || !v || u->a != v->a) continue;
+            f[j] = point_fusion{step_ratio, false, u->a, u->n, v->n, u->aux, v->aux};
+            ++fused_uses[p.a];
+            ++fused_uses[p.b];
+        } else if (function_op(p.op) && p.n == pre_none) {
+            // F(c0 + ... + cn X^n) in one step
+            const instruction* u = horner_at(p.a);
+            if (!u) continue;
+            f[j] = point_fusion{step_pre_horner, false, u->a, 0, u->n, u->aux, 0};
+            ++fused_uses[p.a];
+        }
+    }
+    for (int i = 0; i < (int)code.size(); ++i)
+        if (code[i].op == op_horner && fused_uses[code[i].dst] == uses[code[i].dst])
+            f[i].absorbed = true;
+    return f;
+}
+
+// The step that ends the pass with the last instruction's value, or 0.
+unsigned char ending_step(unsigned char step) {
+    switch (step) {
+        case op_add:
+            return step_end_add;
+        case op_sub:
+            return step_end_sub;
+        case op_mul:
+            return step_end_mul;
+        case op_horner:
+            return step_end_horner;
+        case step_ratio:
+            return step_end_ratio;
+        default:
+            return 0;
+    }
+}
+
 }  // namespace
 
 law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
@@ -813,6 +906,9 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         }
     }
 
+    tracked_vector<point_fusion> fusion = fuse_for_point(c.code_, uses, c.is_const_, inputs_);
+    tracked_vector<instruction> point;
+
     // Registers: inputs, constants, then results by linear scan.
     tracked_vector<int> reg(values, -1);
     int next = inputs_;
@@ -843,6 +939,22 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         p.a = p.op == op_tree ? 0 : reg[p.a];
         p.b = binary ? reg[p.b] : 0;
         c.code_[count_++] = p;
+        const point_fusion& f = fusion[i];
+        if (f.absorbed) continue;
+        instruction q = p;
+        bool pre = function_op(q.op) && q.n != pre_none;
+        q.step = (unsigned char)(pre ? step_pre + q.n - 1 : q.op);
+        if (f.step) {
+            q.step = f.step;
+            q.a = reg[f.a];
+            q.b = f.b;
+            if (f.step == step_ratio) {
+                q.n = f.n;
+                q.part = f.part;
+            }
+            q.aux = f.aux;
+        }
+        point.push_back(q);
     }
     if (next == 0) next = 1;  // a program of no input and no instruction still has a cell
     registers_ = next;
@@ -856,6 +968,13 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         code_[i].step = (unsigned char)(pre ? step_pre + code_[i].n - 1 : code_[i].op);
     }
     code_[count_] = instruction{op_tree, step_end, 0, 0, 0, 0, 0, -1, nullptr};
+    // The single-point pass's code: the last instruction, when it makes the value, returns
+    // it itself.
+    if (!point.empty() && point.back().dst == result_ && ending_step(point.back().step))
+        point.back().step = ending_step(point.back().step);
+    point.push_back(code_[count_]);
+    point_ = VORX_ALLOC_ARRAY(instruction, point.size());
+    for (size_t i = 0; i < point.size(); ++i) point_[i] = point[i];
     pool_ = VORX_ALLOC_ARRAY(double, c.pool_.size() + 1);
     for (size_t i = 0; i < c.pool_.size(); ++i) pool_[i] = c.pool_[i];
     helper_count_ = (int)c.helpers_.size();
@@ -885,6 +1004,7 @@ law_program::~law_program() {
     for (int i = 0; i < helper_count_; ++i) law_remove(helpers_[i]);
     VORX_FREE(helpers_);
     VORX_FREE(code_);
+    VORX_FREE(point_);
     VORX_FREE(pool_);
     VORX_FREE(reg_);
     VORX_FREE(grad_);
@@ -892,6 +1012,19 @@ law_program::~law_program() {
     VORX_FREE(block_in_);
     law_->remove();
 }
+
+namespace {
+
+// The quotient of two Horner polynomials of a, as op_div over the two Horner steps gives
+// it: both below tiny hand the point to the division law.
+inline double ratio(const instruction* p, double a, const double* pool, const double* x) {
+    double num = horner_unrolled(pool + p->aux, p->n, a);
+    double den = horner_unrolled(pool + p->part, p->b, a);
+    if (std::fabs(num) < tiny && std::fabs(den) < tiny) return p->node->evaluateM_R(x);
+    return num / den;
+}
+
+}  // namespace
 
 // The single-point pass.  Under GCC and Clang each handler ends in its own indirect jump
 // to the next one ("direct threading": the processor predicts every jump from the handler
@@ -907,18 +1040,23 @@ __attribute__((optimize("no-crossjumping", "no-gcse")))
 double
 law_program::evaluate(const double* x) const {
     double* r = reg_;
-    for (int i = 0; i < inputs_; ++i) r[i] = x[i];
-    const instruction* p = code_;
+    if (inputs_ == 1)
+        r[0] = x[0];
+    else
+        for (int i = 0; i < inputs_; ++i) r[i] = x[i];
+    const instruction* p = point_;
     const double* pool = pool_;
     double a;
 #if defined(__GNUC__)
     static const void* const handlers[] = {
-        &&h_add,        &&h_sub,     &&h_mul,      &&h_div,     &&h_neg,  &&h_mulc,    &&h_addc,
-        &&h_rsubc,      &&h_affine,  &&h_divc,     &&h_sqr,     &&h_powi, &&h_rpowi,   &&h_half,
-        &&h_horner,     &&h_sin,     &&h_cos,      &&h_exp,     &&h_ln,   &&h_sqrt,    &&h_abs,
-        &&h_sinh,       &&h_cosh,    &&h_apply1,   &&h_apply2,  &&h_tree, &&h_pre_add, &&h_pre_mul,
-        &&h_pre_affine, &&h_pre_neg, &&h_pre_rsub, &&h_pre_div, &&h_end};
-    static_assert(sizeof handlers / sizeof handlers[0] == step_end + 1, "one handler an opcode");
+        &&h_add,      &&h_sub,     &&h_mul,        &&h_div,        &&h_neg,        &&h_mulc,
+        &&h_addc,     &&h_rsubc,   &&h_affine,     &&h_divc,       &&h_sqr,        &&h_powi,
+        &&h_rpowi,    &&h_half,    &&h_horner,     &&h_sin,        &&h_cos,        &&h_exp,
+        &&h_ln,       &&h_sqrt,    &&h_abs,        &&h_sinh,       &&h_cosh,       &&h_apply1,
+        &&h_apply2,   &&h_tree,    &&h_pre_add,    &&h_pre_mul,    &&h_pre_affine, &&h_pre_neg,
+        &&h_pre_rsub, &&h_pre_div, &&h_end,        &&h_pre_horner, &&h_ratio,      &&h_end_add,
+        &&h_end_sub,  &&h_end_mul, &&h_end_horner, &&h_end_ratio};
+    static_assert(sizeof handlers / sizeof handlers[0] == step_count, "one handler an opcode");
 #define LAWUTIL_HANDLER(name, op) h_##name:
 #define LAWUTIL_NEXT \
     ++p;             \
@@ -1047,8 +1185,24 @@ law_program::evaluate(const double* x) const {
     LAWUTIL_HANDLER(pre_div, step_pre - 1 + pre_div)
     a = a / pool[p->aux];
     LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_horner, step_pre_horner)
+    a = horner_unrolled(pool + p->aux, p->b, a);
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(ratio, step_ratio)
+    r[p->dst] = ratio(p, a, pool, x);
+    LAWUTIL_NEXT;
     LAWUTIL_HANDLER(end, step_end)
     return r[result_];
+    LAWUTIL_HANDLER(end_add, step_end_add)
+    return a + r[p->b];
+    LAWUTIL_HANDLER(end_sub, step_end_sub)
+    return a - r[p->b];
+    LAWUTIL_HANDLER(end_mul, step_end_mul)
+    return a * r[p->b];
+    LAWUTIL_HANDLER(end_horner, step_end_horner)
+    return horner_unrolled(pool + p->aux, p->n, a);
+    LAWUTIL_HANDLER(end_ratio, step_end_ratio)
+    return ratio(p, a, pool, x);
 #if !defined(__GNUC__)
 }
 }

@@ -77,6 +77,8 @@ class law_program : public vorx::VORX_OBJECT {
     int count_ = 0;
     int result_ = 0;
     instruction* code_ = nullptr;
+    // The single-point pass's own code: code_ with steps fused (see compile.cpp).
+    instruction* point_ = nullptr;
     double* pool_ = nullptr;             // constants of the instructions (Horner coefficients)
     double* reg_ = nullptr;              // registers of a point; inputs first, then constants
     double* grad_ = nullptr;             // registers x inputs partials of the gradient pass
