@@ -138,10 +138,12 @@ enum : unsigned char { step_pre = op_tree + 1, step_end = step_pre + 6 };
 
 // Steps of the single-point pass's own code only (see point_fusion): a function of a Horner
 // polynomial (the Horner step is its pre-step), a quotient of two Horner polynomials of one
-// operand, and the last instruction returning its value instead of storing it for the end.
+// operand, sine and cosine of one operand in one call, and the last instruction returning
+// its value instead of storing it for the end.
 enum : unsigned char {
     step_pre_horner = step_end + 1,
     step_ratio,
+    step_sincos,
     step_end_add,
     step_end_sub,
     step_end_mul,
@@ -239,7 +241,8 @@ struct law_program::instruction {
 };
 // In the single-point pass's code, a fused step reads a Horner polynomial's operand in a:
 // step_pre_horner has the polynomial's degree in b and coefficients at aux; step_ratio
-// the numerator's in n and aux, the denominator's in b and part.
+// the numerator's in n and aux, the denominator's in b and part.  step_sincos (also the op
+// its pre-step hands on to) writes the sine to dst and the cosine to b.
 
 namespace {
 
@@ -800,7 +803,10 @@ class compiler {
 // How the single-point pass runs one instruction of the program (values, before registers
 // are given): as it is; absorbed, for a Horner step all of whose readers take it in
 // themselves; or fused with the Horner steps that make its operands (a function of a
-// polynomial, a quotient of two polynomials of one operand).  The fused steps read the
+// polynomial, a quotient of two polynomials of one operand); or, for a sine and a cosine
+// of one operand (and pre-step) next to each other, both by one call of sin_cos at the
+// second, the first absorbed.  Next to each other, no value is made or freed between
+// them, so the first's register is not written between them.  The fused steps read the
 // polynomials' operand in place of their results, so that operand must stay in its
 // register the whole pass: only inputs and constants qualify.  The arithmetic is the same
 // (horner_unrolled), so values do not change, only the dispatches and stores saved.
@@ -808,11 +814,13 @@ struct point_fusion {
     unsigned char step = 0;  // 0: the instruction as it is
     bool absorbed = false;
     int a = 0, n = 0, b = 0, aux = 0, part = 0;
+    int sine = 0, cosine = 0;  // the values step_sincos writes
 };
 
 tracked_vector<point_fusion> fuse_for_point(const tracked_vector<instruction>& code,
                                             const tracked_vector<int>& uses,
-                                            const tracked_vector<char>& is_const, int inputs) {
+                                            const tracked_vector<char>& is_const,
+                                            const tracked_vector<double>& pool, int inputs) {
     int values = (int)uses.size();
     tracked_vector<point_fusion> f(code.size());
     tracked_vector<int> maker(values, -1), fused_uses(values, 0);
@@ -844,6 +852,23 @@ tracked_vector<point_fusion> fuse_for_point(const tracked_vector<instruction>& c
     for (int i = 0; i < (int)code.size(); ++i)
         if (code[i].op == op_horner && fused_uses[code[i].dst] == uses[code[i].dst])
             f[i].absorbed = true;
+    // SIN(A) and COS(A) next to each other: both at the second
+    for (int i = 0, j; i < (int)code.size(); i = j) {
+        for (j = i + 1; j < (int)code.size() && code[j].op == 255; ++j) {
+        }
+        if (j == (int)code.size()) break;
+        const instruction &u = code[i], &v = code[j];
+        bool pair = (u.op == op_sin && v.op == op_cos) || (u.op == op_cos && v.op == op_sin);
+        if (!pair || u.a != v.a || u.n != v.n || f[i].step || f[j].step) continue;
+        if (u.n != pre_none && (pool[u.aux] != pool[v.aux] || pool[u.aux + 1] != pool[v.aux + 1]))
+            continue;
+        f[i].absorbed = true;
+        f[j].step = step_sincos;
+        f[j].sine = u.op == op_sin ? u.dst : v.dst;
+        f[j].cosine = u.op == op_sin ? v.dst : u.dst;
+        for (++j; j < (int)code.size() && code[j].op == 255; ++j) {
+        }
+    }
     return f;
 }
 
@@ -906,7 +931,8 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         }
     }
 
-    tracked_vector<point_fusion> fusion = fuse_for_point(c.code_, uses, c.is_const_, inputs_);
+    tracked_vector<point_fusion> fusion =
+        fuse_for_point(c.code_, uses, c.is_const_, c.pool_, inputs_);
     tracked_vector<instruction> point;
 
     // Registers: inputs, constants, then results by linear scan.
@@ -944,7 +970,12 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         instruction q = p;
         bool pre = function_op(q.op) && q.n != pre_none;
         q.step = (unsigned char)(pre ? step_pre + q.n - 1 : q.op);
-        if (f.step) {
+        if (f.step == step_sincos) {
+            q.op = step_sincos;
+            if (!pre) q.step = step_sincos;
+            q.dst = reg[f.sine];
+            q.b = reg[f.cosine];
+        } else if (f.step) {
             q.step = f.step;
             q.a = reg[f.a];
             q.b = f.b;
@@ -1049,13 +1080,13 @@ law_program::evaluate(const double* x) const {
     double a;
 #if defined(__GNUC__)
     static const void* const handlers[] = {
-        &&h_add,      &&h_sub,     &&h_mul,        &&h_div,        &&h_neg,        &&h_mulc,
-        &&h_addc,     &&h_rsubc,   &&h_affine,     &&h_divc,       &&h_sqr,        &&h_powi,
-        &&h_rpowi,    &&h_half,    &&h_horner,     &&h_sin,        &&h_cos,        &&h_exp,
-        &&h_ln,       &&h_sqrt,    &&h_abs,        &&h_sinh,       &&h_cosh,       &&h_apply1,
-        &&h_apply2,   &&h_tree,    &&h_pre_add,    &&h_pre_mul,    &&h_pre_affine, &&h_pre_neg,
-        &&h_pre_rsub, &&h_pre_div, &&h_end,        &&h_pre_horner, &&h_ratio,      &&h_end_add,
-        &&h_end_sub,  &&h_end_mul, &&h_end_horner, &&h_end_ratio};
+        &&h_add,      &&h_sub,     &&h_mul,     &&h_div,        &&h_neg,        &&h_mulc,
+        &&h_addc,     &&h_rsubc,   &&h_affine,  &&h_divc,       &&h_sqr,        &&h_powi,
+        &&h_rpowi,    &&h_half,    &&h_horner,  &&h_sin,        &&h_cos,        &&h_exp,
+        &&h_ln,       &&h_sqrt,    &&h_abs,     &&h_sinh,       &&h_cosh,       &&h_apply1,
+        &&h_apply2,   &&h_tree,    &&h_pre_add, &&h_pre_mul,    &&h_pre_affine, &&h_pre_neg,
+        &&h_pre_rsub, &&h_pre_div, &&h_end,     &&h_pre_horner, &&h_ratio,      &&h_sincos,
+        &&h_end_add,  &&h_end_sub, &&h_end_mul, &&h_end_horner, &&h_end_ratio};
     static_assert(sizeof handlers / sizeof handlers[0] == step_count, "one handler an opcode");
 #define LAWUTIL_HANDLER(name, op) h_##name:
 #define LAWUTIL_NEXT \
@@ -1190,6 +1221,13 @@ law_program::evaluate(const double* x) const {
     LAWUTIL_FUNCTION;
     LAWUTIL_HANDLER(ratio, step_ratio)
     r[p->dst] = ratio(p, a, pool, x);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sincos, step_sincos) {
+        double sn, cs;
+        sin_cos(a, sn, cs);
+        r[p->dst] = sn;
+        r[p->b] = cs;
+    }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(end, step_end)
     return r[result_];
