@@ -90,6 +90,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "lawutil/internal_law.hpp"
@@ -238,6 +239,9 @@ struct law_program::instruction {
     int aux;          // first constant in the pool
     int part;         // first derivative law in the helpers, or -1
     const law* node;  // the tree node or the adapter law
+    // In the single-point pass's code: a is the previous step's result, which the pass
+    // still holds (v), so it does not wait for the store to reach the register file.
+    bool from_previous = false;
 };
 // In the single-point pass's code, a fused step reads a Horner polynomial's operand in a:
 // step_pre_horner has the polynomial's degree in b and coefficients at aux; step_ratio
@@ -1003,6 +1007,16 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
     // it itself.
     if (!point.empty() && point.back().dst == result_ && ending_step(point.back().step))
         point.back().step = ending_step(point.back().step);
+    // An operand that the previous step made is taken from the pass, not from its register
+    // (a sum or a product takes it first: the same value, either order).
+    for (size_t k = 1; k < point.size(); ++k) {
+        instruction& q = point[k];
+        int prev = point[k - 1].dst;
+        unsigned char s = q.step;
+        bool commutes = s == op_add || s == op_mul || s == step_end_add || s == step_end_mul;
+        if (commutes && q.b == prev && q.a != prev) std::swap(q.a, q.b);
+        q.from_previous = q.a == prev && q.op != op_tree && point[k - 1].step != step_end;
+    }
     point.push_back(code_[count_]);
     point_ = VORX_ALLOC_ARRAY(instruction, point.size());
     for (size_t i = 0; i < point.size(); ++i) point_[i] = point[i];
@@ -1077,7 +1091,7 @@ law_program::evaluate(const double* x) const {
         for (int i = 0; i < inputs_; ++i) r[i] = x[i];
     const instruction* p = point_;
     const double* pool = pool_;
-    double a;
+    double a, v = 0.0;
 #if defined(__GNUC__)
     static const void* const handlers[] = {
         &&h_add,      &&h_sub,     &&h_mul,     &&h_div,        &&h_neg,        &&h_mulc,
@@ -1089,9 +1103,12 @@ law_program::evaluate(const double* x) const {
         &&h_end_add,  &&h_end_sub, &&h_end_mul, &&h_end_horner, &&h_end_ratio};
     static_assert(sizeof handlers / sizeof handlers[0] == step_count, "one handler an opcode");
 #define LAWUTIL_HANDLER(name, op) h_##name:
-#define LAWUTIL_NEXT \
-    ++p;             \
-    a = r[p->a];     \
+#define LAWUTIL_NEXT      \
+    ++p;                  \
+    if (p->from_previous) \
+        a = v;            \
+    else                  \
+        a = r[p->a];      \
     goto* handlers[p->step]
 #define LAWUTIL_FUNCTION goto* handlers[p->op]
     a = r[p->a];
@@ -1105,98 +1122,99 @@ law_program::evaluate(const double* x) const {
     op = p->op;          \
     goto again
     for (;;) {
-        a = r[p->a];
+        a = p->from_previous ? v : r[p->a];
         unsigned char op = p->step;
     again:
         switch (op) {
 #endif
     LAWUTIL_HANDLER(add, op_add)
-    r[p->dst] = a + r[p->b];
+    r[p->dst] = v = a + r[p->b];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sub, op_sub)
-    r[p->dst] = a - r[p->b];
+    r[p->dst] = v = a - r[p->b];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(mul, op_mul)
-    r[p->dst] = a * r[p->b];
+    r[p->dst] = v = a * r[p->b];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(div, op_div) {
         double b = r[p->b];
-        r[p->dst] = std::fabs(a) < tiny && std::fabs(b) < tiny ? p->node->evaluateM_R(x) : a / b;
+        r[p->dst] = v =
+            std::fabs(a) < tiny && std::fabs(b) < tiny ? p->node->evaluateM_R(x) : a / b;
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(neg, op_neg)
-    r[p->dst] = -a;
+    r[p->dst] = v = -a;
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(mulc, op_mulc)
-    r[p->dst] = a * pool[p->aux];
+    r[p->dst] = v = a * pool[p->aux];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(addc, op_addc)
-    r[p->dst] = a + pool[p->aux];
+    r[p->dst] = v = a + pool[p->aux];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(rsubc, op_rsubc)
-    r[p->dst] = pool[p->aux] - a;
+    r[p->dst] = v = pool[p->aux] - a;
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(affine, op_affine)
-    r[p->dst] = a * pool[p->aux] + pool[p->aux + 1];
+    r[p->dst] = v = a * pool[p->aux] + pool[p->aux + 1];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(divc, op_divc)
-    r[p->dst] = a / pool[p->aux];
+    r[p->dst] = v = a / pool[p->aux];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sqr, op_sqr)
-    r[p->dst] = a * a;
+    r[p->dst] = v = a * a;
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(powi, op_powi)
-    r[p->dst] = chain_power(a, p->n);
+    r[p->dst] = v = chain_power(a, p->n);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(rpowi, op_rpowi)
     if (a == 0.0) sys_error(LAW_EXPONENT);
-    r[p->dst] = 1.0 / chain_power(a, p->n);
+    r[p->dst] = v = 1.0 / chain_power(a, p->n);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(half, op_half)
     if (a < 0.0) sys_error(LAW_EXPONENT);
-    r[p->dst] = std::sqrt(a) + 0.0;
+    r[p->dst] = v = std::sqrt(a) + 0.0;
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(horner, op_horner)
-    r[p->dst] = horner_unrolled(pool + p->aux, p->n, a);
+    r[p->dst] = v = horner_unrolled(pool + p->aux, p->n, a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sin, op_sin)
-    r[p->dst] = std::sin(a);
+    r[p->dst] = v = std::sin(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(cos, op_cos)
-    r[p->dst] = std::cos(a);
+    r[p->dst] = v = std::cos(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(exp, op_exp)
-    r[p->dst] = std::exp(a);
+    r[p->dst] = v = std::exp(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(ln, op_ln)
     if (a <= 0.0) sys_error(LAW_LN);
-    r[p->dst] = std::log(a);
+    r[p->dst] = v = std::log(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sqrt, op_sqrt)
     if (a < 0.0) sys_error(LAW_SQRT);
-    r[p->dst] = std::sqrt(a);
+    r[p->dst] = v = std::sqrt(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(abs, op_abs)
-    r[p->dst] = std::fabs(a);
+    r[p->dst] = v = std::fabs(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sinh, op_sinh)
-    r[p->dst] = std::sinh(a);
+    r[p->dst] = v = std::sinh(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(cosh, op_cosh)
-    r[p->dst] = std::cosh(a);
+    r[p->dst] = v = std::cosh(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(apply1, op_apply1) {
         double in = a;  // a's address would keep a out of a register in every handler
-        r[p->dst] = p->node->evaluateM_R(&in);
+        r[p->dst] = v = p->node->evaluateM_R(&in);
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(apply2, op_apply2) {
         double ab[2] = {a, r[p->b]};
-        r[p->dst] = p->node->evaluateM_R(ab);
+        r[p->dst] = v = p->node->evaluateM_R(ab);
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(tree, op_tree)
-    r[p->dst] = p->node->evaluateM_R(x);
+    r[p->dst] = v = p->node->evaluateM_R(x);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(pre_add, step_pre - 1 + pre_add)
     a = a + pool[p->aux + 1];
@@ -1220,12 +1238,12 @@ law_program::evaluate(const double* x) const {
     a = horner_unrolled(pool + p->aux, p->b, a);
     LAWUTIL_FUNCTION;
     LAWUTIL_HANDLER(ratio, step_ratio)
-    r[p->dst] = ratio(p, a, pool, x);
+    r[p->dst] = v = ratio(p, a, pool, x);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sincos, step_sincos) {
         double sn, cs;
         sin_cos(a, sn, cs);
-        r[p->dst] = sn;
+        r[p->dst] = v = sn;
         r[p->b] = cs;
     }
     LAWUTIL_NEXT;
