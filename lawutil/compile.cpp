@@ -47,7 +47,11 @@
 // subtraction, a product, a Horner step or a quotient making the value, returns it
 // instead of storing it for the end.  The arithmetic is the same, in the same order, so
 // the values are those of the unfused code, bit for bit; what is saved is dispatches
-// and stores (on E2 and E5, the whole program is one step).  The gradient pass of a law of one
+// and stores.  An operand the previous step made is taken from the pass itself (v), not
+// reloaded from the register it was just stored to, which would put a store-to-load
+// forwarding on the critical path of every step.  A program that is one polynomial or
+// one quotient of polynomials of an input (E5, E2) is computed by evaluate itself,
+// without entering the pass (run_point) and its frame.  The gradient pass of a law of one
 // input is threaded the same way; more inputs take the general pass (rows of partials).
 //
 // Routines.  law_evaluator is how a numerical routine uses all this: the tree for the
@@ -1018,6 +1022,11 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         q.from_previous = q.a == prev && q.op != op_tree && point[k - 1].step != step_end;
     }
     point.push_back(code_[count_]);
+    // A polynomial or a quotient of polynomials of one input is all the program: evaluate
+    // computes it without entering the pass (no frame, no copy of the inputs).
+    if (point.size() == 2 && point[0].a < inputs_ &&
+        (point[0].step == step_end_horner || point[0].step == step_end_ratio))
+        entry_ = point[0].step;
     point_ = VORX_ALLOC_ARRAY(instruction, point.size());
     for (size_t i = 0; i < point.size(); ++i) point_[i] = point[i];
     pool_ = VORX_ALLOC_ARRAY(double, c.pool_.size() + 1);
@@ -1079,11 +1088,18 @@ inline double ratio(const instruction* p, double a, const double* pool, const do
 // handler is the arithmetic of apply(), and the folds at compile time run apply(), so
 // both agree bit for bit.  Cross-jumping would merge the handlers' identical jumps back
 // into one, which is the switch again.
+double law_program::evaluate(const double* x) const {
+    const instruction* p = point_;
+    if (entry_ == step_end_horner) return horner_unrolled(pool_ + p->aux, p->n, x[p->a]);
+    if (entry_ == step_end_ratio) return ratio(p, x[p->a], pool_, x);
+    return run_point(x);
+}
+
 #if defined(__GNUC__) && !defined(__clang__)
-__attribute__((optimize("no-crossjumping", "no-gcse")))
+__attribute__((noinline, optimize("no-crossjumping", "no-gcse")))
 #endif
 double
-law_program::evaluate(const double* x) const {
+law_program::run_point(const double* x) const {
     double* r = reg_;
     if (inputs_ == 1)
         r[0] = x[0];
