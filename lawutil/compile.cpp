@@ -41,8 +41,9 @@
 // handler of its own (step) that hands on to the function's.  Horner steps are unrolled
 // by falling through from the degree.  The pass runs its own copy of the code with
 // steps fused, decided over the values before registers are given (point_fusion): a
-// function of a Horner polynomial of an input takes the polynomial as its pre-step, a
-// quotient of two such polynomials of one input is one step (E2), a Horner step all of
+// function of a Horner polynomial of an input, or of a sum or product made just before
+// it, takes that as its pre-step, sine and cosine of one operand are one sincos, a
+// quotient of two Horner polynomials of one input is one step (E2), a Horner step all of
 // whose readers took it in is dropped, and the last instruction, when it is an add, a
 // subtraction, a product, a Horner step or a quotient making the value, returns it
 // instead of storing it for the end.  The arithmetic is the same, in the same order, so
@@ -154,6 +155,9 @@ enum : unsigned char {
     step_end_mul,
     step_end_horner,
     step_end_ratio,
+    step_pre_add_r,  // F(A+B), F(A-B), F(A*B): the operation the pre-step of F
+    step_pre_sub_r,
+    step_pre_mul_r,
     step_count
 };
 
@@ -217,6 +221,8 @@ inline double horner(const double* c, int n, double x) {
 // The same steps unrolled (by falling through from the degree), for the single-point
 // pass: no loop counter on the critical path.
 inline double horner_unrolled(const double* c, int n, double x) {
+    // a quadratic (1+X^2), the most common, without the jump into the steps
+    if (n == 2) return (c[2] * x + c[1]) * x + c[0];
     if (n > 16) return horner(c, n, x);
     double p = c[n];
     // clang-format off
@@ -813,11 +819,13 @@ class compiler {
 // themselves; or fused with the Horner steps that make its operands (a function of a
 // polynomial, a quotient of two polynomials of one operand); or, for a sine and a cosine
 // of one operand (and pre-step) next to each other, both by one call of sin_cos at the
-// second, the first absorbed.  Next to each other, no value is made or freed between
-// them, so the first's register is not written between them.  The fused steps read the
-// polynomials' operand in place of their results, so that operand must stay in its
-// register the whole pass: only inputs and constants qualify.  The arithmetic is the same
-// (horner_unrolled), so values do not change, only the dispatches and stores saved.
+// second, the first absorbed; or a function of a sum, difference or product made right
+// before it and read by it alone, the operation its pre-step.  Next to each other, no
+// value is made or freed between them, so no register the fused step reads is written
+// between them (and a step reads its operands before it writes its result).  The fused steps read
+// the polynomials' operand in place of their results, so that operand must stay in its register the
+// whole pass: only inputs and constants qualify.  The arithmetic is the same (horner_unrolled), so
+// values do not change, only the dispatches and stores saved.
 struct point_fusion {
     unsigned char step = 0;  // 0: the instruction as it is
     bool absorbed = false;
@@ -876,6 +884,22 @@ tracked_vector<point_fusion> fuse_for_point(const tracked_vector<instruction>& c
         f[j].cosine = u.op == op_sin ? v.dst : u.dst;
         for (++j; j < (int)code.size() && code[j].op == 255; ++j) {
         }
+    }
+    // F(A+B), F(A-B), F(A*B) next to each other, the sum read by F alone: F takes it as its
+    // pre-step
+    for (int i = 0, j; i < (int)code.size(); i = j) {
+        for (j = i + 1; j < (int)code.size() && code[j].op == 255; ++j) {
+        }
+        if (j == (int)code.size()) break;
+        const instruction &u = code[i], &v = code[j];
+        bool binary = u.op == op_add || u.op == op_sub || u.op == op_mul;
+        if (!binary || !function_op(v.op) || v.n != pre_none || v.a != u.dst || uses[u.dst] != 1 ||
+            f[i].step || f[i].absorbed || f[j].step || f[j].absorbed)
+            continue;
+        f[i].absorbed = true;
+        f[j].step = (unsigned char)(step_pre_add_r + (u.op - op_add));
+        f[j].a = u.a;
+        f[j].b = u.b;
     }
     return f;
 }
@@ -983,6 +1007,10 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
             if (!pre) q.step = step_sincos;
             q.dst = reg[f.sine];
             q.b = reg[f.cosine];
+        } else if (f.step >= step_pre_add_r) {
+            q.step = f.step;
+            q.a = reg[f.a];
+            q.b = reg[f.b];
         } else if (f.step) {
             q.step = f.step;
             q.a = reg[f.a];
@@ -1110,13 +1138,14 @@ law_program::run_point(const double* x) const {
     double a, v = 0.0;
 #if defined(__GNUC__)
     static const void* const handlers[] = {
-        &&h_add,      &&h_sub,     &&h_mul,     &&h_div,        &&h_neg,        &&h_mulc,
-        &&h_addc,     &&h_rsubc,   &&h_affine,  &&h_divc,       &&h_sqr,        &&h_powi,
-        &&h_rpowi,    &&h_half,    &&h_horner,  &&h_sin,        &&h_cos,        &&h_exp,
-        &&h_ln,       &&h_sqrt,    &&h_abs,     &&h_sinh,       &&h_cosh,       &&h_apply1,
-        &&h_apply2,   &&h_tree,    &&h_pre_add, &&h_pre_mul,    &&h_pre_affine, &&h_pre_neg,
-        &&h_pre_rsub, &&h_pre_div, &&h_end,     &&h_pre_horner, &&h_ratio,      &&h_sincos,
-        &&h_end_add,  &&h_end_sub, &&h_end_mul, &&h_end_horner, &&h_end_ratio};
+        &&h_add,       &&h_sub,      &&h_mul,     &&h_div,        &&h_neg,        &&h_mulc,
+        &&h_addc,      &&h_rsubc,    &&h_affine,  &&h_divc,       &&h_sqr,        &&h_powi,
+        &&h_rpowi,     &&h_half,     &&h_horner,  &&h_sin,        &&h_cos,        &&h_exp,
+        &&h_ln,        &&h_sqrt,     &&h_abs,     &&h_sinh,       &&h_cosh,       &&h_apply1,
+        &&h_apply2,    &&h_tree,     &&h_pre_add, &&h_pre_mul,    &&h_pre_affine, &&h_pre_neg,
+        &&h_pre_rsub,  &&h_pre_div,  &&h_end,     &&h_pre_horner, &&h_ratio,      &&h_sincos,
+        &&h_end_add,   &&h_end_sub,  &&h_end_mul, &&h_end_horner, &&h_end_ratio,  &&h_pre_add_r,
+        &&h_pre_sub_r, &&h_pre_mul_r};
     static_assert(sizeof handlers / sizeof handlers[0] == step_count, "one handler an opcode");
 #define LAWUTIL_HANDLER(name, op) h_##name:
 #define LAWUTIL_NEXT      \
@@ -1249,6 +1278,15 @@ law_program::run_point(const double* x) const {
     LAWUTIL_FUNCTION;
     LAWUTIL_HANDLER(pre_div, step_pre - 1 + pre_div)
     a = a / pool[p->aux];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_add_r, step_pre_add_r)
+    a = a + r[p->b];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_sub_r, step_pre_sub_r)
+    a = a - r[p->b];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_mul_r, step_pre_mul_r)
+    a = a * r[p->b];
     LAWUTIL_FUNCTION;
     LAWUTIL_HANDLER(pre_horner, step_pre_horner)
     a = horner_unrolled(pool + p->aux, p->b, a);
