@@ -1047,9 +1047,11 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         unsigned char s = q.step;
         bool commutes = s == op_add || s == op_mul || s == step_end_add || s == step_end_mul;
         if (commutes && q.b == prev && q.a != prev) std::swap(q.a, q.b);
-        q.from_previous = q.a == prev && q.op != op_tree && point[k - 1].step != step_end;
+        bool reads_a = q.op != op_tree || q.step == step_end;
+        q.from_previous = q.a == prev && reads_a && point[k - 1].step != step_end;
     }
     point.push_back(code_[count_]);
+    point.back().a = result_;
     // A polynomial or a quotient of polynomials of one input is all the program: evaluate
     // computes it without entering the pass (no frame, no copy of the inputs).
     if (point.size() == 2 && point[0].a < inputs_ &&
@@ -1118,8 +1120,10 @@ inline double ratio(const instruction* p, double a, const double* pool, const do
 // into one, which is the switch again.
 double law_program::evaluate(const double* x) const {
     const instruction* p = point_;
-    if (entry_ == step_end_horner) return horner_unrolled(pool_ + p->aux, p->n, x[p->a]);
-    if (entry_ == step_end_ratio) return ratio(p, x[p->a], pool_, x);
+    if (__builtin_expect(entry_ != 0, 0)) {
+        if (entry_ == step_end_horner) return horner_unrolled(pool_ + p->aux, p->n, x[p->a]);
+        return ratio(p, x[p->a], pool_, x);
+    }
     return run_point(x);
 }
 
@@ -1129,9 +1133,13 @@ __attribute__((noinline, optimize("no-crossjumping", "no-gcse")))
 double
 law_program::run_point(const double* x) const {
     double* r = reg_;
-    if (inputs_ == 1)
+    // one and two inputs, by far the most common, without a loop
+    if (inputs_ == 1) {
         r[0] = x[0];
-    else
+    } else if (inputs_ == 2) {
+        r[0] = x[0];
+        r[1] = x[1];
+    } else
         for (int i = 0; i < inputs_; ++i) r[i] = x[i];
     const instruction* p = point_;
     const double* pool = pool_;
@@ -1302,7 +1310,7 @@ law_program::run_point(const double* x) const {
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(end, step_end)
-    return r[result_];
+    return a;  // the end's operand is the result
     LAWUTIL_HANDLER(end_add, step_end_add)
     return a + r[p->b];
     LAWUTIL_HANDLER(end_sub, step_end_sub)
