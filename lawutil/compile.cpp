@@ -46,11 +46,11 @@
 // quotient of two Horner polynomials of one input is one step (E2), a Horner step all of
 // whose readers took it in is dropped, and the last instruction, when it is an add, a
 // subtraction, a product, a Horner step or a quotient making the value, returns it
-// instead of storing it for the end.  The arithmetic is the same, in the same order, so
-// the values are those of the unfused code, bit for bit; what is saved is dispatches
-// and stores.  An operand the previous step made is taken from the pass itself (v), not
-// reloaded from the register it was just stored to, which would put a store-to-load
-// forwarding on the critical path of every step.  A program that is one polynomial or
+// instead of storing it for the end (a product and the sum after it, A*B+C, in one).  The
+// arithmetic is the same, in the same order, so the values are those of the unfused code, bit for
+// bit; what is saved is dispatches and stores.  An operand the previous step made is taken from the
+// pass itself (v), not reloaded from the register it was just stored to, which would put a
+// store-to-load forwarding on the critical path of every step.  A program that is one polynomial or
 // one quotient of polynomials of an input (E5, E2) is computed by evaluate itself,
 // without entering the pass (run_point) and its frame.  The gradient pass of a law of one
 // input is threaded the same way; more inputs take the general pass (rows of partials).
@@ -158,6 +158,7 @@ enum : unsigned char {
     step_pre_add_r,  // F(A+B), F(A-B), F(A*B): the operation the pre-step of F
     step_pre_sub_r,
     step_pre_mul_r,
+    step_end_mul_add,  // A*B+C, the product made by the step before, C in n
     step_count
 };
 
@@ -1039,13 +1040,24 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
     // it itself.
     if (!point.empty() && point.back().dst == result_ && ending_step(point.back().step))
         point.back().step = ending_step(point.back().step);
+    // A*B+C at the end, the product made by the step before and read by the sum alone
+    size_t k = point.size();
+    if (k >= 2 && point[k - 1].step == step_end_add && point[k - 2].step == op_mul &&
+        (point[k - 1].a == point[k - 2].dst) != (point[k - 1].b == point[k - 2].dst)) {
+        instruction& sum = point[k - 1];
+        int addend = sum.a == point[k - 2].dst ? sum.b : sum.a;
+        point[k - 2].step = step_end_mul_add;
+        point[k - 2].n = addend;
+        point.pop_back();
+    }
     // An operand that the previous step made is taken from the pass, not from its register
     // (a sum or a product takes it first: the same value, either order).
     for (size_t k = 1; k < point.size(); ++k) {
         instruction& q = point[k];
         int prev = point[k - 1].dst;
         unsigned char s = q.step;
-        bool commutes = s == op_add || s == op_mul || s == step_end_add || s == step_end_mul;
+        bool commutes = s == op_add || s == op_mul || s == step_end_add || s == step_end_mul ||
+                        s == step_end_mul_add;
         if (commutes && q.b == prev && q.a != prev) std::swap(q.a, q.b);
         bool reads_a = q.op != op_tree || q.step == step_end;
         q.from_previous = q.a == prev && reads_a && point[k - 1].step != step_end;
@@ -1146,14 +1158,14 @@ law_program::run_point(const double* x) const {
     double a, v = 0.0;
 #if defined(__GNUC__)
     static const void* const handlers[] = {
-        &&h_add,       &&h_sub,      &&h_mul,     &&h_div,        &&h_neg,        &&h_mulc,
-        &&h_addc,      &&h_rsubc,    &&h_affine,  &&h_divc,       &&h_sqr,        &&h_powi,
-        &&h_rpowi,     &&h_half,     &&h_horner,  &&h_sin,        &&h_cos,        &&h_exp,
-        &&h_ln,        &&h_sqrt,     &&h_abs,     &&h_sinh,       &&h_cosh,       &&h_apply1,
-        &&h_apply2,    &&h_tree,     &&h_pre_add, &&h_pre_mul,    &&h_pre_affine, &&h_pre_neg,
-        &&h_pre_rsub,  &&h_pre_div,  &&h_end,     &&h_pre_horner, &&h_ratio,      &&h_sincos,
-        &&h_end_add,   &&h_end_sub,  &&h_end_mul, &&h_end_horner, &&h_end_ratio,  &&h_pre_add_r,
-        &&h_pre_sub_r, &&h_pre_mul_r};
+        &&h_add,       &&h_sub,       &&h_mul,        &&h_div,        &&h_neg,        &&h_mulc,
+        &&h_addc,      &&h_rsubc,     &&h_affine,     &&h_divc,       &&h_sqr,        &&h_powi,
+        &&h_rpowi,     &&h_half,      &&h_horner,     &&h_sin,        &&h_cos,        &&h_exp,
+        &&h_ln,        &&h_sqrt,      &&h_abs,        &&h_sinh,       &&h_cosh,       &&h_apply1,
+        &&h_apply2,    &&h_tree,      &&h_pre_add,    &&h_pre_mul,    &&h_pre_affine, &&h_pre_neg,
+        &&h_pre_rsub,  &&h_pre_div,   &&h_end,        &&h_pre_horner, &&h_ratio,      &&h_sincos,
+        &&h_end_add,   &&h_end_sub,   &&h_end_mul,    &&h_end_horner, &&h_end_ratio,  &&h_pre_add_r,
+        &&h_pre_sub_r, &&h_pre_mul_r, &&h_end_mul_add};
     static_assert(sizeof handlers / sizeof handlers[0] == step_count, "one handler an opcode");
 #define LAWUTIL_HANDLER(name, op) h_##name:
 #define LAWUTIL_NEXT      \
@@ -1319,6 +1331,8 @@ law_program::run_point(const double* x) const {
     return a * r[p->b];
     LAWUTIL_HANDLER(end_horner, step_end_horner)
     return horner_unrolled(pool + p->aux, p->n, a);
+    LAWUTIL_HANDLER(end_mul_add, step_end_mul_add)
+    return a * r[p->b] + r[p->n];
     LAWUTIL_HANDLER(end_ratio, step_end_ratio)
     return ratio(p, a, pool, x);
 #if !defined(__GNUC__)
