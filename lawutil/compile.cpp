@@ -39,21 +39,24 @@
 // sequence; the next operand is loaded before the jump, and an end instruction past the
 // last stops the pass without a count.  A function instruction's fused pre-step is a
 // handler of its own (step) that hands on to the function's.  Horner steps are unrolled
-// by falling through from the degree.  The pass runs its own copy of the code with
-// steps fused, decided over the values before registers are given (point_fusion): a
-// function of a Horner polynomial of an input, or of a sum or product made just before
-// it, takes that as its pre-step, sine and cosine of one operand are one sincos, a
-// quotient of two Horner polynomials of one input is one step (E2), a Horner step all of
-// whose readers took it in is dropped, and the last instruction, when it is an add, a
-// subtraction, a product, a Horner step or a quotient making the value, returns it
-// instead of storing it for the end (a product and the sum after it, A*B+C, in one).  The
-// arithmetic is the same, in the same order, so the values are those of the unfused code, bit for
-// bit; what is saved is dispatches and stores.  An operand the previous step made is taken from the
-// pass itself (v), not reloaded from the register it was just stored to, which would put a
-// store-to-load forwarding on the critical path of every step.  A program that is one polynomial or
-// one quotient of polynomials of an input (E5, E2) is computed by evaluate itself,
-// without entering the pass (run_point) and its frame.  The gradient pass of a law of one
-// input is threaded the same way; more inputs take the general pass (rows of partials).
+// by falling through from the degree.
+// The pass runs its own copy of the code (point_) with steps fused, decided over the
+// values before registers are given (point_fusion): a function of a Horner polynomial
+// of an input, or of a sum or product made just before it, takes that as its pre-step;
+// sine and cosine of one operand are one sincos; a quotient of two Horner polynomials of
+// one input is one step (E2); a Horner step all of whose readers took it in is dropped;
+// and the last instruction, when it is a sum, difference, product, Horner step or
+// quotient making the value, returns it instead of storing it for the end (a product and
+// the sum after it, A*B+C, in one).  The arithmetic is the same, in the same order, so
+// the values are those of the unfused code, bit for bit; what is saved is dispatches and
+// stores.  Each step of the copy keeps its handler's address (filled once by
+// run_point(..., link)), so a dispatch is one load and one jump.  An operand the
+// previous step made is taken from the pass itself (v), not reloaded from the register
+// it was just stored to, which would put a store-to-load forwarding on the critical path
+// of every step.  A program that is one polynomial or one quotient of polynomials of an
+// input (E5, E2) is computed by evaluate itself, without entering the pass and its frame.
+// The gradient pass of a law of one input is threaded like the unfused code; more inputs
+// take the general pass (rows of partials).
 //
 // Routines.  law_evaluator is how a numerical routine uses all this: the tree for the
 // first compile_after evaluations, then the exact program without fallback derivatives
@@ -274,6 +277,8 @@ struct law_program::instruction {
     // In the single-point pass's code: a is the previous step's result, which the pass
     // still holds (v), so it does not wait for the store to reach the register file.
     bool from_previous = false;
+    // In the single-point pass's code: the address of its handler (see run_point).
+    const void* jump = nullptr;
 };
 // In the single-point pass's code, a fused step reads a Horner polynomial's operand in a:
 // step_pre_horner has the polynomial's degree in b and coefficients at aux; step_ratio
@@ -1092,6 +1097,7 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         entry_ = point[0].step;
     point_ = VORX_ALLOC_ARRAY(instruction, point.size());
     for (size_t i = 0; i < point.size(); ++i) point_[i] = point[i];
+    run_point(nullptr, true);  // the handlers' addresses
     pool_ = VORX_ALLOC_ARRAY(double, c.pool_.size() + 1);
     for (size_t i = 0; i < c.pool_.size(); ++i) pool_[i] = c.pool_[i];
     helper_count_ = (int)c.helpers_.size();
@@ -1164,7 +1170,25 @@ double law_program::evaluate(const double* x) const {
 __attribute__((noinline, optimize("no-crossjumping", "no-gcse")))
 #endif
 double
-law_program::run_point(const double* x) const {
+law_program::run_point(const double* x, bool link) const {
+#if defined(__GNUC__)
+    static const void* const handlers[] = {
+        &&h_add,       &&h_sub,       &&h_mul,        &&h_div,        &&h_neg,        &&h_mulc,
+        &&h_addc,      &&h_rsubc,     &&h_affine,     &&h_divc,       &&h_sqr,        &&h_powi,
+        &&h_rpowi,     &&h_half,      &&h_horner,     &&h_sin,        &&h_cos,        &&h_exp,
+        &&h_ln,        &&h_sqrt,      &&h_abs,        &&h_sinh,       &&h_cosh,       &&h_apply1,
+        &&h_apply2,    &&h_tree,      &&h_pre_add,    &&h_pre_mul,    &&h_pre_affine, &&h_pre_neg,
+        &&h_pre_rsub,  &&h_pre_div,   &&h_end,        &&h_pre_horner, &&h_ratio,      &&h_sincos,
+        &&h_end_add,   &&h_end_sub,   &&h_end_mul,    &&h_end_horner, &&h_end_ratio,  &&h_pre_add_r,
+        &&h_pre_sub_r, &&h_pre_mul_r, &&h_end_mul_add};
+    static_assert(sizeof handlers / sizeof handlers[0] == step_count, "one handler an opcode");
+    if (__builtin_expect(link, 0)) {
+        for (instruction* q = point_;; ++q) {
+            q->jump = handlers[q->step];
+            if (q->step == step_end) return 0.0;
+        }
+    }
+#endif
     double* r = reg_;
     // one and two inputs, by far the most common, without a loop
     if (inputs_ == 1) {
@@ -1178,16 +1202,6 @@ law_program::run_point(const double* x) const {
     const double* pool = pool_;
     double a, v = 0.0;
 #if defined(__GNUC__)
-    static const void* const handlers[] = {
-        &&h_add,       &&h_sub,       &&h_mul,        &&h_div,        &&h_neg,        &&h_mulc,
-        &&h_addc,      &&h_rsubc,     &&h_affine,     &&h_divc,       &&h_sqr,        &&h_powi,
-        &&h_rpowi,     &&h_half,      &&h_horner,     &&h_sin,        &&h_cos,        &&h_exp,
-        &&h_ln,        &&h_sqrt,      &&h_abs,        &&h_sinh,       &&h_cosh,       &&h_apply1,
-        &&h_apply2,    &&h_tree,      &&h_pre_add,    &&h_pre_mul,    &&h_pre_affine, &&h_pre_neg,
-        &&h_pre_rsub,  &&h_pre_div,   &&h_end,        &&h_pre_horner, &&h_ratio,      &&h_sincos,
-        &&h_end_add,   &&h_end_sub,   &&h_end_mul,    &&h_end_horner, &&h_end_ratio,  &&h_pre_add_r,
-        &&h_pre_sub_r, &&h_pre_mul_r, &&h_end_mul_add};
-    static_assert(sizeof handlers / sizeof handlers[0] == step_count, "one handler an opcode");
 #define LAWUTIL_HANDLER(name, op) h_##name:
 #define LAWUTIL_NEXT      \
     ++p;                  \
@@ -1195,11 +1209,12 @@ law_program::run_point(const double* x) const {
         a = v;            \
     else                  \
         a = r[p->a];      \
-    goto* handlers[p->step]
+    goto * p->jump
 #define LAWUTIL_FUNCTION goto* handlers[p->op]
     a = r[p->a];
-    goto* handlers[p->step];
+    goto * p->jump;
 #else
+    (void)link;
 #define LAWUTIL_HANDLER(name, op) case op:
 #define LAWUTIL_NEXT \
     ++p;             \

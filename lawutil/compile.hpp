@@ -69,7 +69,7 @@ class law_program : public vorx::VORX_OBJECT {
     template <int inputs>
     double gradient_pass(const double* x, double* grad) const;
     void run_block(int lanes, double* reg, int* err) const;
-    double run_point(const double* x) const;
+    double run_point(const double* x, bool link = false) const;
 
     const law* law_;
     int mode_;
