@@ -841,18 +841,22 @@ class compiler {
     tracked_map<tracked_string, int, string_hash> polynomials_;
 };
 
-// How the single-point pass runs one instruction of the program (values, before registers
-// are given): as it is; absorbed, for a Horner step all of whose readers take it in
-// themselves; or fused with the Horner steps that make its operands (a function of a
-// polynomial, a quotient of two polynomials of one operand); or, for a sine and a cosine
-// of one operand (and pre-step) next to each other, both by one call of sin_cos at the
-// second, the first absorbed; or a function of a sum, difference or product made right
-// before it and read by it alone, the operation its pre-step.  Next to each other, no
-// value is made or freed between them, so no register the fused step reads is written
-// between them (and a step reads its operands before it writes its result).  The fused steps read
-// the polynomials' operand in place of their results, so that operand must stay in its register the
-// whole pass: only inputs and constants qualify.  The arithmetic is the same (horner_unrolled), so
-// values do not change, only the dispatches and stores saved.
+// How the single-point pass runs one instruction of the program (values, before
+// registers are given):
+// - as it is;
+// - absorbed: a Horner step all of whose readers take it in themselves;
+// - fused with the Horner steps that make its operands (a function of a polynomial, a
+//   quotient of two polynomials of one operand).  The fused step reads the polynomials'
+//   operand in place of their results, so that operand must stay in its register the
+//   whole pass: only inputs and constants qualify;
+// - a sine and a cosine of one operand (and pre-step) next to each other: both by one
+//   call of sin_cos at the second, the first absorbed;
+// - a function of a sum, difference or product made right before it and read by it
+//   alone: the operation is the function's pre-step, the operation absorbed.
+// Next to each other, no value is made or freed between the two, so no register the
+// fused step reads is written between them (and a step reads its operands before it
+// writes its result).  The arithmetic is the same, in the same order, so values do not
+// change; only dispatches and stores are saved.
 struct point_fusion {
     unsigned char step = 0;  // 0: the instruction as it is
     bool absorbed = false;
