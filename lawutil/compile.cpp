@@ -277,6 +277,10 @@ struct law_program::instruction {
     // In the single-point pass's code: a is the previous step's result, which the pass
     // still holds (v), so it does not wait for the store to reach the register file.
     bool from_previous = false;
+    // In the single-point pass's code: a is an input, read where the caller keeps it (not
+    // from the register it was just copied to, which would add a store-to-load forwarding
+    // to the critical path).
+    bool from_input = false;
     // In the single-point pass's code: the address of its handler (see run_point).
     const void* jump = nullptr;
 };
@@ -1082,18 +1086,19 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
     }
     // An operand that the previous step made is taken from the pass, not from its register
     // (a sum or a product takes it first: the same value, either order).
-    for (size_t k = 1; k < point.size(); ++k) {
+    point.push_back(code_[count_]);
+    point.back().a = result_;
+    for (size_t k = 0; k < point.size(); ++k) {
         instruction& q = point[k];
-        int prev = point[k - 1].dst;
+        int prev = k ? point[k - 1].dst : -1;
         unsigned char s = q.step;
         bool commutes = s == op_add || s == op_mul || s == step_end_add || s == step_end_mul ||
                         s == step_end_mul_add;
         if (commutes && q.b == prev && q.a != prev) std::swap(q.a, q.b);
         bool reads_a = q.op != op_tree || q.step == step_end;
-        q.from_previous = q.a == prev && reads_a && point[k - 1].step != step_end;
+        q.from_previous = q.a == prev && reads_a;
+        q.from_input = !q.from_previous && reads_a && q.a < inputs_;
     }
-    point.push_back(code_[count_]);
-    point.back().a = result_;
     // A polynomial or a quotient of polynomials of one input is all the program: evaluate
     // computes it without entering the pass (no frame, no copy of the inputs).
     if (point.size() == 2 && point[0].a < inputs_ &&
@@ -1207,15 +1212,15 @@ law_program::run_point(const double* x, bool link) const {
     double a, v = 0.0;
 #if defined(__GNUC__)
 #define LAWUTIL_HANDLER(name, op) h_##name:
-#define LAWUTIL_NEXT      \
-    ++p;                  \
-    if (p->from_previous) \
-        a = v;            \
-    else                  \
-        a = r[p->a];      \
+#define LAWUTIL_NEXT                       \
+    ++p;                                   \
+    if (p->from_previous)                  \
+        a = v;                             \
+    else                                   \
+        a = (p->from_input ? x : r)[p->a]; \
     goto * p->jump
 #define LAWUTIL_FUNCTION goto* handlers[p->op]
-    a = r[p->a];
+    a = (p->from_input ? x : r)[p->a];
     goto * p->jump;
 #else
     (void)link;
@@ -1227,7 +1232,7 @@ law_program::run_point(const double* x, bool link) const {
     op = p->op;          \
     goto again
     for (;;) {
-        a = p->from_previous ? v : r[p->a];
+        a = p->from_previous ? v : (p->from_input ? x : r)[p->a];
         unsigned char op = p->step;
     again:
         switch (op) {
