@@ -39,8 +39,24 @@
 // sequence; the next operand is loaded before the jump, and an end instruction past the
 // last stops the pass without a count.  A function instruction's fused pre-step is a
 // handler of its own (step) that hands on to the function's.  Horner steps are unrolled
-// by falling through from the degree.  The gradient pass of a law of one or two inputs
-// is threaded the same way; more inputs take the general pass (rows of partials).
+// by falling through from the degree.
+// The pass runs its own copy of the code (point_) with steps fused, decided over the
+// values before registers are given (point_fusion): a function of a Horner polynomial
+// of an input, or of a sum or product made just before it, takes that as its pre-step;
+// sine and cosine of one operand are one sincos; a quotient of two Horner polynomials of
+// one input is one step (E2); a Horner step all of whose readers took it in is dropped;
+// and the last instruction, when it is a sum, difference, product, Horner step or
+// quotient making the value, returns it instead of storing it for the end (a product and
+// the sum after it, A*B+C, in one).  The arithmetic is the same, in the same order, so
+// the values are those of the unfused code, bit for bit; what is saved is dispatches and
+// stores.  Each step of the copy keeps its handler's address (filled once by
+// run_point(..., link)), so a dispatch is one load and one jump.  An operand the
+// previous step made is taken from the pass itself (v), not reloaded from the register
+// it was just stored to, which would put a store-to-load forwarding on the critical path
+// of every step.  A program that is one polynomial or one quotient of polynomials of an
+// input (E5, E2) is computed by evaluate itself, without entering the pass and its frame.
+// The gradient pass of a law of one or two inputs is threaded like the unfused code;
+// more inputs take the general pass (rows of partials).
 //
 // Routines.  law_evaluator is how a numerical routine uses all this: the tree for the
 // first compile_after evaluations, then the exact program without fallback derivatives
@@ -91,6 +107,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "lawutil/internal_law.hpp"
@@ -137,6 +154,26 @@ enum opcode : unsigned char {
 // and the end of the program.
 enum : unsigned char { step_pre = op_tree + 1, step_end = step_pre + 6 };
 
+// Steps of the single-point pass's own code only (see point_fusion): a function of a Horner
+// polynomial (the Horner step is its pre-step), a quotient of two Horner polynomials of one
+// operand, sine and cosine of one operand in one call, and the last instruction returning
+// its value instead of storing it for the end.
+enum : unsigned char {
+    step_pre_horner = step_end + 1,
+    step_ratio,
+    step_sincos,
+    step_end_add,
+    step_end_sub,
+    step_end_mul,
+    step_end_horner,
+    step_end_ratio,
+    step_pre_add_r,  // F(A+B), F(A-B), F(A*B): the operation the pre-step of F
+    step_pre_sub_r,
+    step_pre_mul_r,
+    step_end_mul_add,  // A*B+C, the product made by the step before, C in n
+    step_count
+};
+
 // Below this a numerator and a denominator are both zero for the division law.
 constexpr double tiny = 1e-15;
 constexpr int block_lanes = 128;
@@ -177,6 +214,27 @@ inline double chain_power(double x, int n) {
     return r;
 }
 
+// The same for the single-point pass: the cubes and fourth powers, the most common,
+// without the loops (the same products in the same order).
+inline double chain_power_point(double x, int n) {
+    if (n == 3) return x * x * x;
+    if (n == 4) {
+        double x2 = x * x;
+        return x2 * x2;
+    }
+    return chain_power(x, n);
+}
+
+// The square root of an operand whose domain test has passed: the processor's
+// instruction, without the library's errno test behind it (the same value).
+inline double tested_sqrt(double x) {
+#if defined(__SSE2__)
+    return _mm_cvtsd_f64(_mm_sqrt_sd(_mm_set_sd(x), _mm_set_sd(x)));
+#else
+    return std::sqrt(x);
+#endif
+}
+
 // Sine and cosine in one call where glibc has it (its sincos gives sin's and cos's own
 // values, bit for bit).
 inline void sin_cos(double x, double& s, double& c) {
@@ -197,6 +255,8 @@ inline double horner(const double* c, int n, double x) {
 // The same steps unrolled (by falling through from the degree), for the single-point
 // pass: no loop counter on the critical path.
 inline double horner_unrolled(const double* c, int n, double x) {
+    // a quadratic (1+X^2), the most common, without the jump into the steps
+    if (n == 2) return (c[2] * x + c[1]) * x + c[0];
     if (n > 16) return horner(c, n, x);
     double p = c[n];
     // clang-format off
@@ -223,7 +283,20 @@ struct law_program::instruction {
     int aux;          // first constant in the pool
     int part;         // first derivative law in the helpers, or -1
     const law* node;  // the tree node or the adapter law
+    // In the single-point pass's code: a is the previous step's result, which the pass
+    // still holds (v), so it does not wait for the store to reach the register file.
+    bool from_previous = false;
+    // In the single-point pass's code: a is an input, read where the caller keeps it (not
+    // from the register it was just copied to, which would add a store-to-load forwarding
+    // to the critical path).
+    bool from_input = false;
+    // In the single-point pass's code: the address of its handler (see run_point).
+    const void* jump = nullptr;
 };
+// In the single-point pass's code, a fused step reads a Horner polynomial's operand in a:
+// step_pre_horner has the polynomial's degree in b and coefficients at aux; step_ratio
+// the numerator's in n and aux, the denominator's in b and part.  step_sincos (also the op
+// its pre-step hands on to) writes the sine to dst and the cosine to b.
 
 namespace {
 
@@ -781,6 +854,118 @@ class compiler {
     tracked_map<tracked_string, int, string_hash> polynomials_;
 };
 
+// How the single-point pass runs one instruction of the program (values, before
+// registers are given):
+// - as it is;
+// - absorbed: a Horner step all of whose readers take it in themselves;
+// - fused with the Horner steps that make its operands (a function of a polynomial, a
+//   quotient of two polynomials of one operand).  The fused step reads the polynomials'
+//   operand in place of their results, so that operand must stay in its register the
+//   whole pass: only inputs and constants qualify;
+// - a sine and a cosine of one operand (and pre-step) next to each other: both by one
+//   call of sin_cos at the second, the first absorbed;
+// - a function of a sum, difference or product made right before it and read by it
+//   alone: the operation is the function's pre-step, the operation absorbed.
+// Next to each other, no value is made or freed between the two, so no register the
+// fused step reads is written between them (and a step reads its operands before it
+// writes its result).  The arithmetic is the same, in the same order, so values do not
+// change; only dispatches and stores are saved.
+struct point_fusion {
+    unsigned char step = 0;  // 0: the instruction as it is
+    bool absorbed = false;
+    int a = 0, n = 0, b = 0, aux = 0, part = 0;
+    int sine = 0, cosine = 0;  // the values step_sincos writes
+};
+
+tracked_vector<point_fusion> fuse_for_point(const tracked_vector<instruction>& code,
+                                            const tracked_vector<int>& uses,
+                                            const tracked_vector<char>& is_const,
+                                            const tracked_vector<double>& pool, int inputs) {
+    int values = (int)uses.size();
+    tracked_vector<point_fusion> f(code.size());
+    tracked_vector<int> maker(values, -1), fused_uses(values, 0);
+    for (int i = 0; i < (int)code.size(); ++i)
+        if (code[i].op != 255) maker[code[i].dst] = i;
+    auto horner_at = [&](int v) -> const instruction* {
+        int i = maker[v];
+        if (i < 0 || code[i].op != op_horner) return nullptr;
+        int a = code[i].a;
+        return a < inputs || is_const[a] ? &code[i] : nullptr;
+    };
+    for (int j = 0; j < (int)code.size(); ++j) {
+        const instruction& p = code[j];
+        if (p.op == op_div) {
+            // (c0 + ... + cn X^n) / (d0 + ... + dm X^m) in one step
+            const instruction *u = horner_at(p.a), *v = horner_at(p.b);
+            if (!u || !v || u->a != v->a) continue;
+            f[j] = point_fusion{step_ratio, false, u->a, u->n, v->n, u->aux, v->aux};
+            ++fused_uses[p.a];
+            ++fused_uses[p.b];
+        } else if (function_op(p.op) && p.n == pre_none) {
+            // F(c0 + ... + cn X^n) in one step
+            const instruction* u = horner_at(p.a);
+            if (!u) continue;
+            f[j] = point_fusion{step_pre_horner, false, u->a, 0, u->n, u->aux, 0};
+            ++fused_uses[p.a];
+        }
+    }
+    for (int i = 0; i < (int)code.size(); ++i)
+        if (code[i].op == op_horner && fused_uses[code[i].dst] == uses[code[i].dst])
+            f[i].absorbed = true;
+    // SIN(A) and COS(A) next to each other: both at the second
+    for (int i = 0, j; i < (int)code.size(); i = j) {
+        for (j = i + 1; j < (int)code.size() && code[j].op == 255; ++j) {
+        }
+        if (j == (int)code.size()) break;
+        const instruction &u = code[i], &v = code[j];
+        bool pair = (u.op == op_sin && v.op == op_cos) || (u.op == op_cos && v.op == op_sin);
+        if (!pair || u.a != v.a || u.n != v.n || f[i].step || f[j].step) continue;
+        if (u.n != pre_none && (pool[u.aux] != pool[v.aux] || pool[u.aux + 1] != pool[v.aux + 1]))
+            continue;
+        f[i].absorbed = true;
+        f[j].step = step_sincos;
+        f[j].sine = u.op == op_sin ? u.dst : v.dst;
+        f[j].cosine = u.op == op_sin ? v.dst : u.dst;
+        for (++j; j < (int)code.size() && code[j].op == 255; ++j) {
+        }
+    }
+    // F(A+B), F(A-B), F(A*B) next to each other, the sum read by F alone: F takes it as its
+    // pre-step
+    for (int i = 0, j; i < (int)code.size(); i = j) {
+        for (j = i + 1; j < (int)code.size() && code[j].op == 255; ++j) {
+        }
+        if (j == (int)code.size()) break;
+        const instruction &u = code[i], &v = code[j];
+        bool binary = u.op == op_add || u.op == op_sub || u.op == op_mul;
+        if (!binary || !function_op(v.op) || v.n != pre_none || v.a != u.dst || uses[u.dst] != 1 ||
+            f[i].step || f[i].absorbed || f[j].step || f[j].absorbed)
+            continue;
+        f[i].absorbed = true;
+        f[j].step = (unsigned char)(step_pre_add_r + (u.op - op_add));
+        f[j].a = u.a;
+        f[j].b = u.b;
+    }
+    return f;
+}
+
+// The step that ends the pass with the last instruction's value, or 0.
+unsigned char ending_step(unsigned char step) {
+    switch (step) {
+        case op_add:
+            return step_end_add;
+        case op_sub:
+            return step_end_sub;
+        case op_mul:
+            return step_end_mul;
+        case op_horner:
+            return step_end_horner;
+        case step_ratio:
+            return step_end_ratio;
+        default:
+            return 0;
+    }
+}
+
 }  // namespace
 
 law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
@@ -822,6 +1007,10 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         }
     }
 
+    tracked_vector<point_fusion> fusion =
+        fuse_for_point(c.code_, uses, c.is_const_, c.pool_, inputs_);
+    tracked_vector<instruction> point;
+
     // Registers: inputs, constants, then results by linear scan.
     tracked_vector<int> reg(values, -1);
     int next = inputs_;
@@ -852,6 +1041,31 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         p.a = p.op == op_tree ? 0 : reg[p.a];
         p.b = binary ? reg[p.b] : 0;
         c.code_[count_++] = p;
+        const point_fusion& f = fusion[i];
+        if (f.absorbed) continue;
+        instruction q = p;
+        bool pre = function_op(q.op) && q.n != pre_none;
+        q.step = (unsigned char)(pre ? step_pre + q.n - 1 : q.op);
+        if (f.step == step_sincos) {
+            q.op = step_sincos;
+            if (!pre) q.step = step_sincos;
+            q.dst = reg[f.sine];
+            q.b = reg[f.cosine];
+        } else if (f.step >= step_pre_add_r) {
+            q.step = f.step;
+            q.a = reg[f.a];
+            q.b = reg[f.b];
+        } else if (f.step) {
+            q.step = f.step;
+            q.a = reg[f.a];
+            q.b = f.b;
+            if (f.step == step_ratio) {
+                q.n = f.n;
+                q.part = f.part;
+            }
+            q.aux = f.aux;
+        }
+        point.push_back(q);
     }
     if (next == 0) next = 1;  // a program of no input and no instruction still has a cell
     registers_ = next;
@@ -865,6 +1079,43 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         code_[i].step = (unsigned char)(pre ? step_pre + code_[i].n - 1 : code_[i].op);
     }
     code_[count_] = instruction{op_tree, step_end, 0, 0, 0, 0, 0, -1, nullptr};
+    // The single-point pass's code: the last instruction, when it makes the value, returns
+    // it itself.
+    if (!point.empty() && point.back().dst == result_ && ending_step(point.back().step))
+        point.back().step = ending_step(point.back().step);
+    // A*B+C at the end, the product made by the step before and read by the sum alone
+    size_t k = point.size();
+    if (k >= 2 && point[k - 1].step == step_end_add && point[k - 2].step == op_mul &&
+        (point[k - 1].a == point[k - 2].dst) != (point[k - 1].b == point[k - 2].dst)) {
+        instruction& sum = point[k - 1];
+        int addend = sum.a == point[k - 2].dst ? sum.b : sum.a;
+        point[k - 2].step = step_end_mul_add;
+        point[k - 2].n = addend;
+        point.pop_back();
+    }
+    // An operand that the previous step made is taken from the pass, not from its register
+    // (a sum or a product takes it first: the same value, either order).
+    point.push_back(code_[count_]);
+    point.back().a = result_;
+    for (size_t k = 0; k < point.size(); ++k) {
+        instruction& q = point[k];
+        int prev = k ? point[k - 1].dst : -1;
+        unsigned char s = q.step;
+        bool commutes = s == op_add || s == op_mul || s == step_end_add || s == step_end_mul ||
+                        s == step_end_mul_add;
+        if (commutes && q.b == prev && q.a != prev) std::swap(q.a, q.b);
+        bool reads_a = q.op != op_tree || q.step == step_end;
+        q.from_previous = q.a == prev && reads_a;
+        q.from_input = !q.from_previous && reads_a && q.a < inputs_;
+    }
+    // A polynomial or a quotient of polynomials of one input is all the program: evaluate
+    // computes it without entering the pass (no frame, no copy of the inputs).
+    if (point.size() == 2 && point[0].a < inputs_ &&
+        (point[0].step == step_end_horner || point[0].step == step_end_ratio))
+        entry_ = point[0].step;
+    point_ = VORX_ALLOC_ARRAY(instruction, point.size());
+    for (size_t i = 0; i < point.size(); ++i) point_[i] = point[i];
+    run_point(nullptr, true);  // the handlers' addresses
     pool_ = VORX_ALLOC_ARRAY(double, c.pool_.size() + 1);
     for (size_t i = 0; i < c.pool_.size(); ++i) pool_[i] = c.pool_[i];
     helper_count_ = (int)c.helpers_.size();
@@ -895,6 +1146,7 @@ law_program::~law_program() {
     for (int i = 0; i < helper_count_; ++i) law_remove(helpers_[i]);
     VORX_FREE(helpers_);
     VORX_FREE(code_);
+    VORX_FREE(point_);
     VORX_FREE(pool_);
     VORX_FREE(reg_);
     VORX_FREE(grad_);
@@ -904,6 +1156,19 @@ law_program::~law_program() {
     law_->remove();
 }
 
+namespace {
+
+// The quotient of two Horner polynomials of a, as op_div over the two Horner steps gives
+// it: both below tiny hand the point to the division law.
+inline double ratio(const instruction* p, double a, const double* pool, const double* x) {
+    double num = horner_unrolled(pool + p->aux, p->n, a);
+    double den = horner_unrolled(pool + p->part, p->b, a);
+    if (std::fabs(num) < tiny && std::fabs(den) < tiny) return p->node->evaluateM_R(x);
+    return num / den;
+}
+
+}  // namespace
+
 // The single-point pass.  Under GCC and Clang each handler ends in its own indirect jump
 // to the next one ("direct threading": the processor predicts every jump from the handler
 // it leaves, which learns a program's sequence), and the operand of the next instruction
@@ -912,33 +1177,64 @@ law_program::~law_program() {
 // handler is the arithmetic of apply(), and the folds at compile time run apply(), so
 // both agree bit for bit.  Cross-jumping would merge the handlers' identical jumps back
 // into one, which is the switch again.
+double law_program::evaluate(const double* x) const {
+    const instruction* p = point_;
+    if (__builtin_expect(entry_ != 0, 0)) {
+        if (entry_ == step_end_horner) return horner_unrolled(pool_ + p->aux, p->n, x[p->a]);
+        return ratio(p, x[p->a], pool_, x);
+    }
+    return run_point(x);
+}
+
 #if defined(__GNUC__) && !defined(__clang__)
-__attribute__((optimize("no-crossjumping", "no-gcse")))
+__attribute__((noinline, optimize("no-crossjumping", "no-gcse")))
 #endif
 double
-law_program::evaluate(const double* x) const {
-    double* r = reg_;
-    for (int i = 0; i < inputs_; ++i) r[i] = x[i];
-    const instruction* p = code_;
-    const double* pool = pool_;
-    double a;
+law_program::run_point(const double* x, bool link) const {
 #if defined(__GNUC__)
     static const void* const handlers[] = {
-        &&h_add,        &&h_sub,     &&h_mul,      &&h_div,     &&h_neg,  &&h_mulc,    &&h_addc,
-        &&h_rsubc,      &&h_affine,  &&h_divc,     &&h_sqr,     &&h_powi, &&h_rpowi,   &&h_half,
-        &&h_horner,     &&h_sin,     &&h_cos,      &&h_exp,     &&h_ln,   &&h_sqrt,    &&h_abs,
-        &&h_sinh,       &&h_cosh,    &&h_apply1,   &&h_apply2,  &&h_tree, &&h_pre_add, &&h_pre_mul,
-        &&h_pre_affine, &&h_pre_neg, &&h_pre_rsub, &&h_pre_div, &&h_end};
-    static_assert(sizeof handlers / sizeof handlers[0] == step_end + 1, "one handler an opcode");
+        &&h_add,       &&h_sub,       &&h_mul,        &&h_div,        &&h_neg,        &&h_mulc,
+        &&h_addc,      &&h_rsubc,     &&h_affine,     &&h_divc,       &&h_sqr,        &&h_powi,
+        &&h_rpowi,     &&h_half,      &&h_horner,     &&h_sin,        &&h_cos,        &&h_exp,
+        &&h_ln,        &&h_sqrt,      &&h_abs,        &&h_sinh,       &&h_cosh,       &&h_apply1,
+        &&h_apply2,    &&h_tree,      &&h_pre_add,    &&h_pre_mul,    &&h_pre_affine, &&h_pre_neg,
+        &&h_pre_rsub,  &&h_pre_div,   &&h_end,        &&h_pre_horner, &&h_ratio,      &&h_sincos,
+        &&h_end_add,   &&h_end_sub,   &&h_end_mul,    &&h_end_horner, &&h_end_ratio,  &&h_pre_add_r,
+        &&h_pre_sub_r, &&h_pre_mul_r, &&h_end_mul_add};
+    static_assert(sizeof handlers / sizeof handlers[0] == step_count, "one handler an opcode");
+    if (__builtin_expect(link, 0)) {
+        for (instruction* q = point_;; ++q) {
+            q->jump = handlers[q->step];
+            if (q->step == step_end) return 0.0;
+        }
+    }
+#endif
+    double* r = reg_;
+    // one and two inputs, by far the most common, without a loop
+    if (inputs_ == 1) {
+        r[0] = x[0];
+    } else if (inputs_ == 2) {
+        r[0] = x[0];
+        r[1] = x[1];
+    } else
+        for (int i = 0; i < inputs_; ++i) r[i] = x[i];
+    const instruction* p = point_;
+    const double* pool = pool_;
+    double a, v = 0.0;
+#if defined(__GNUC__)
 #define LAWUTIL_HANDLER(name, op) h_##name:
-#define LAWUTIL_NEXT \
-    ++p;             \
-    a = r[p->a];     \
-    goto* handlers[p->step]
+#define LAWUTIL_NEXT                       \
+    ++p;                                   \
+    if (p->from_previous)                  \
+        a = v;                             \
+    else                                   \
+        a = (p->from_input ? x : r)[p->a]; \
+    goto * p->jump
 #define LAWUTIL_FUNCTION goto* handlers[p->op]
-    a = r[p->a];
-    goto* handlers[p->step];
+    a = (p->from_input ? x : r)[p->a];
+    goto * p->jump;
 #else
+    (void)link;
 #define LAWUTIL_HANDLER(name, op) case op:
 #define LAWUTIL_NEXT \
     ++p;             \
@@ -947,98 +1243,99 @@ law_program::evaluate(const double* x) const {
     op = p->op;          \
     goto again
     for (;;) {
-        a = r[p->a];
+        a = p->from_previous ? v : (p->from_input ? x : r)[p->a];
         unsigned char op = p->step;
     again:
         switch (op) {
 #endif
     LAWUTIL_HANDLER(add, op_add)
-    r[p->dst] = a + r[p->b];
+    r[p->dst] = v = a + r[p->b];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sub, op_sub)
-    r[p->dst] = a - r[p->b];
+    r[p->dst] = v = a - r[p->b];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(mul, op_mul)
-    r[p->dst] = a * r[p->b];
+    r[p->dst] = v = a * r[p->b];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(div, op_div) {
         double b = r[p->b];
-        r[p->dst] = std::fabs(a) < tiny && std::fabs(b) < tiny ? p->node->evaluateM_R(x) : a / b;
+        r[p->dst] = v =
+            std::fabs(a) < tiny && std::fabs(b) < tiny ? p->node->evaluateM_R(x) : a / b;
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(neg, op_neg)
-    r[p->dst] = -a;
+    r[p->dst] = v = -a;
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(mulc, op_mulc)
-    r[p->dst] = a * pool[p->aux];
+    r[p->dst] = v = a * pool[p->aux];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(addc, op_addc)
-    r[p->dst] = a + pool[p->aux];
+    r[p->dst] = v = a + pool[p->aux];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(rsubc, op_rsubc)
-    r[p->dst] = pool[p->aux] - a;
+    r[p->dst] = v = pool[p->aux] - a;
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(affine, op_affine)
-    r[p->dst] = a * pool[p->aux] + pool[p->aux + 1];
+    r[p->dst] = v = a * pool[p->aux] + pool[p->aux + 1];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(divc, op_divc)
-    r[p->dst] = a / pool[p->aux];
+    r[p->dst] = v = a / pool[p->aux];
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sqr, op_sqr)
-    r[p->dst] = a * a;
+    r[p->dst] = v = a * a;
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(powi, op_powi)
-    r[p->dst] = chain_power(a, p->n);
+    r[p->dst] = v = chain_power_point(a, p->n);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(rpowi, op_rpowi)
     if (a == 0.0) sys_error(LAW_EXPONENT);
-    r[p->dst] = 1.0 / chain_power(a, p->n);
+    r[p->dst] = v = 1.0 / chain_power_point(a, p->n);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(half, op_half)
     if (a < 0.0) sys_error(LAW_EXPONENT);
-    r[p->dst] = std::sqrt(a) + 0.0;
+    r[p->dst] = v = tested_sqrt(a) + 0.0;
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(horner, op_horner)
-    r[p->dst] = horner_unrolled(pool + p->aux, p->n, a);
+    r[p->dst] = v = horner_unrolled(pool + p->aux, p->n, a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sin, op_sin)
-    r[p->dst] = std::sin(a);
+    r[p->dst] = v = std::sin(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(cos, op_cos)
-    r[p->dst] = std::cos(a);
+    r[p->dst] = v = std::cos(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(exp, op_exp)
-    r[p->dst] = std::exp(a);
+    r[p->dst] = v = std::exp(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(ln, op_ln)
     if (a <= 0.0) sys_error(LAW_LN);
-    r[p->dst] = std::log(a);
+    r[p->dst] = v = std::log(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sqrt, op_sqrt)
     if (a < 0.0) sys_error(LAW_SQRT);
-    r[p->dst] = std::sqrt(a);
+    r[p->dst] = v = tested_sqrt(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(abs, op_abs)
-    r[p->dst] = std::fabs(a);
+    r[p->dst] = v = std::fabs(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(sinh, op_sinh)
-    r[p->dst] = std::sinh(a);
+    r[p->dst] = v = std::sinh(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(cosh, op_cosh)
-    r[p->dst] = std::cosh(a);
+    r[p->dst] = v = std::cosh(a);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(apply1, op_apply1) {
         double in = a;  // a's address would keep a out of a register in every handler
-        r[p->dst] = p->node->evaluateM_R(&in);
+        r[p->dst] = v = p->node->evaluateM_R(&in);
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(apply2, op_apply2) {
         double ab[2] = {a, r[p->b]};
-        r[p->dst] = p->node->evaluateM_R(ab);
+        r[p->dst] = v = p->node->evaluateM_R(ab);
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(tree, op_tree)
-    r[p->dst] = p->node->evaluateM_R(x);
+    r[p->dst] = v = p->node->evaluateM_R(x);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(pre_add, step_pre - 1 + pre_add)
     a = a + pool[p->aux + 1];
@@ -1058,8 +1355,42 @@ law_program::evaluate(const double* x) const {
     LAWUTIL_HANDLER(pre_div, step_pre - 1 + pre_div)
     a = a / pool[p->aux];
     LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_add_r, step_pre_add_r)
+    a = a + r[p->b];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_sub_r, step_pre_sub_r)
+    a = a - r[p->b];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_mul_r, step_pre_mul_r)
+    a = a * r[p->b];
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(pre_horner, step_pre_horner)
+    a = horner_unrolled(pool + p->aux, p->b, a);
+    LAWUTIL_FUNCTION;
+    LAWUTIL_HANDLER(ratio, step_ratio)
+    r[p->dst] = v = ratio(p, a, pool, x);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(sincos, step_sincos) {
+        double sn, cs;
+        sin_cos(a, sn, cs);
+        r[p->dst] = v = sn;
+        r[p->b] = cs;
+    }
+    LAWUTIL_NEXT;
     LAWUTIL_HANDLER(end, step_end)
-    return r[result_];
+    return a;  // the end's operand is the result
+    LAWUTIL_HANDLER(end_add, step_end_add)
+    return a + r[p->b];
+    LAWUTIL_HANDLER(end_sub, step_end_sub)
+    return a - r[p->b];
+    LAWUTIL_HANDLER(end_mul, step_end_mul)
+    return a * r[p->b];
+    LAWUTIL_HANDLER(end_horner, step_end_horner)
+    return horner_unrolled(pool + p->aux, p->n, a);
+    LAWUTIL_HANDLER(end_mul_add, step_end_mul_add)
+    return a * r[p->b] + r[p->n];
+    LAWUTIL_HANDLER(end_ratio, step_end_ratio)
+    return ratio(p, a, pool, x);
 #if !defined(__GNUC__)
 }
 }

@@ -70,6 +70,7 @@ class law_program : public vorx::VORX_OBJECT {
     double gradient_pass(const double* x, double* grad) const;
     void run_block(int lanes, double* reg, int* err) const;
     void plan_gradient();
+    double run_point(const double* x, bool link = false) const;
 
     const law* law_;
     int mode_;
@@ -78,6 +79,10 @@ class law_program : public vorx::VORX_OBJECT {
     int count_ = 0;
     int result_ = 0;
     instruction* code_ = nullptr;
+    // The single-point pass's own code: code_ with steps fused (see compile.cpp).
+    instruction* point_ = nullptr;
+    // A program of one step that evaluate computes itself (see compile.cpp), or 0.
+    int entry_ = 0;
     double* pool_ = nullptr;             // constants of the instructions (Horner coefficients)
     double* reg_ = nullptr;              // registers of a point; inputs first, then constants
     double* grad_ = nullptr;             // registers x inputs partials of the gradient pass
