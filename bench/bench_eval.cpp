@@ -154,10 +154,10 @@ double native_pass() {
 template <class E>
 double native_grad_pass() {
     const double* p = xs().data();
-    double sum = 0, g[2];
+    double sum = 0, g[2] = {0, 0};
     for (int k = 0; k < points; ++k) {
         sum += E::fd(p[k], y_fixed, g);
-        sum += g[0];
+        sum += g[0] + g[1];  // E7 has two partials; both sides sum both
     }
     return sum;
 }
@@ -192,11 +192,11 @@ double callable_grad_pass() {
     double (*volatile hidden)(const double*, double*) = native_grad_point<E>;
     double (*const f)(const double*, double*) = hidden;
     const double* p = xs().data();
-    double sum = 0, g[2];
+    double sum = 0, g[2] = {0, 0};
     for (int k = 0; k < points; ++k) {
         double in[2] = {p[k], y_fixed};
         sum += f(in, g);
-        sum += g[0];
+        sum += g[0] + g[1];  // E7 has two partials; both sides sum both
     }
     return sum;
 }
@@ -243,9 +243,9 @@ double law_pass(int m, const law* l, const law_program& prog) {
             break;
         case gradient_method:
             for (int k = 0; k < points; ++k) {
-                double in[2] = {p[k], y_fixed}, g[2];
+                double in[2] = {p[k], y_fixed}, g[2] = {0, 0};
                 sum += prog.evaluate_with_gradient(in, g);
-                sum += g[0];
+                sum += g[0] + g[1];  // E7 has two partials; both sides sum both
             }
             break;
         default: {
