@@ -246,6 +246,28 @@ double (*const compensated_power_steps)(double, double, double, int, int, double
                                                        ? compensated_power_steps_fma
                                                        : compensated_power_steps_plain;
 
+// The powers a^3 .. a^degree into powers[3..degree], each with the bits of
+// compensated_power(a, k): the same loop, its state read out after every step.  Built
+// and picked the same way.
+__attribute__((always_inline)) inline void compensated_powers_loop(double a, int degree,
+                                                                   double* powers) {
+    double hi = a, lo = 0.0;
+    compensated_power_loop(a, hi, lo, 1, 2);
+    for (int k = 3; k <= degree; ++k) {
+        compensated_power_loop(a, hi, lo, k - 1, k);
+        powers[k] = hi + lo;
+    }
+}
+__attribute__((target("fma"))) void compensated_powers_fma(double a, int degree, double* powers) {
+    compensated_powers_loop(a, degree, powers);
+}
+void compensated_powers_plain(double a, int degree, double* powers) {
+    compensated_powers_loop(a, degree, powers);
+}
+void (*const compensated_powers)(double, int, double*) = __builtin_cpu_supports("fma")
+                                                             ? compensated_powers_fma
+                                                             : compensated_powers_plain;
+
 inline double power(double a, double b) {
     // The correctly rounded square, much cheaper than pow.
     if (b == 2.0) return a * a;
@@ -306,7 +328,11 @@ void compose(const binary_law* l, const double* x, double* y, const R& r) {
 //  - A^n for a constant whole n skips power()'s tests.  Powers of one variable met in
 //    one evaluation (the terms of a polynomial) share their multiplication: the running
 //    product and its error after X^3 are where X^4's loop would be after three steps,
-//    so X^4 continues from them, with the same operations in the same order.
+//    so X^4 continues from them, with the same operations in the same order;
+//  - a sum chain whose every term is c, V, V^k or c*V^k of one variable V (a polynomial
+//    as the parser reads it; power_sum_link, set by each sum's constructor) runs as two
+//    flat loops: V's powers, each rounded from the same compensated product, then the
+//    terms, scaled and combined from the bottom of the chain up.
 class __attribute__((visibility("hidden"))) arith_evaluator {
   public:
     // One evaluation's input and the last whole power of a variable it computed.
@@ -332,7 +358,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         form_variable_power,   // V^n, V a variable, n a constant whole from 3 to 16
         form_whole_power,      // A^n likewise, A any other law
         form_power,
-        form_negate
+        form_negate,
+        form_power_sum  // a polynomial of one variable (power_sum_link)
     };
 
     static int form_of(const law* l) {
@@ -352,6 +379,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
                 double a = s.x[static_cast<const binary_law*>(l)->fleft()->leaf_index];
                 return a * a;
             }
+            if (f == form_power_sum) return power_sum_value(l, s.x);
             if (f != form_recursive) return value(l, f, s);
         }
         // A function law known to return one value: what evaluateM_R would call.
@@ -385,6 +413,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
                 return b->fleft()->leaf_value * variable_power(b->fright(), s);
             case form_variable_power:
                 return variable_power(l, s);
+            case form_power_sum:
+                return power_sum_value(l, s.x);
             case form_square:
             case form_variable_square: {
                 double a = operand(b->fleft(), s);
@@ -432,10 +462,10 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
             const law* right = b->fright();
             if (!left || !right || !left->returns_scalar() || !right->returns_scalar())
                 f = form_recursive;
-            else if (l->arith_op == law::op_plus)
-                f = form_plus;
-            else if (l->arith_op == law::op_minus)
-                f = form_minus;
+            else if (l->arith_op == law::op_plus || l->arith_op == law::op_minus)
+                f = sum_link(l)->var >= 0         ? form_power_sum
+                    : l->arith_op == law::op_plus ? form_plus
+                                                  : form_minus;
             else if (l->arith_op == law::op_times)
                 f = left->leaf_kind != law::leaf_constant ? form_times
                     : right->arith_op == law::op_power && form_of(right) == form_variable_power
@@ -525,6 +555,125 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     [[gnu::noinline]] static double power_beyond_range(double a, const exponent_law* l, state& s) {
         return power(a, operand(l->fright(), s));
     }
+
+  public:
+    // The link a sum of `left` and `right` keeps (power_sum_link).
+    static power_sum_link power_link(const law* left, const law* right, bool subtract) {
+        power_sum_link link;
+        int var = -1;
+        if (!power_term(right, link, var)) return power_sum_link();
+        power_sum_link bottom;
+        const power_sum_link* below = left ? sum_link(left) : nullptr;
+        if (below) {
+            if (below->terms == 0 || below->terms >= max_power_sum_terms) return power_sum_link();
+            if (below->var >= 0 && var >= 0 && below->var != var) return power_sum_link();
+            bottom = *below;
+            if (var < 0) var = below->var;
+        } else if (!power_term(left, bottom, var))
+            return power_sum_link();
+        link.bottom_c = bottom.bottom_c;
+        link.bottom_k = bottom.bottom_k;
+        if (!below) {
+            link.bottom_c = bottom.c;
+            link.bottom_k = bottom.k;
+        }
+        link.subtract = subtract;
+        link.terms = (unsigned char)(below ? below->terms + 1 : 2);
+        link.degree = bottom.degree > bottom.k ? bottom.degree : bottom.k;
+        if (link.k > link.degree) link.degree = link.k;
+        link.var = (signed char)var;
+        return link;
+    }
+
+    // The value of a sum of form_power_sum: what chain_value computes, node for node.
+    // V^2 is the rounded square, V^k (k >= 3) the compensated product rounded once
+    // (compensated_power's bits, one loop for all of them), or pow beyond its range,
+    // as variable_power does.  Every term is c*V^k, with V^0 = 1 and c = 1 for V^k
+    // alone: multiplying by 1 is exact (a signalling NaN comes out quiet, as the sum it
+    // joins makes it anyway), and the terms are combined in the chain's order.
+    static double power_sum_value(const law* top, const double* x) {
+        const power_sum_link* t = sum_link(top);
+        if (t->terms > 2 || t->degree > 2) return long_power_sum_value(t, top, x);
+        // Two terms of degree 2 at most (1+X^2, 2*X-1), in place.
+        double a = x[t->var];
+        double powers[3] = {1.0, a, a * a};
+        double v = t->bottom_c * powers[t->bottom_k];
+        double u = t->c * powers[t->k];
+        return t->subtract ? v - u : v + u;
+    }
+
+  private:
+    [[gnu::noinline]] static double long_power_sum_value(const power_sum_link* top_link,
+                                                         const law* top, const double* x) {
+        int n = top_link->terms - 1;
+        const power_sum_link* links[max_power_sum_terms];
+        const law* l = top;
+        for (int i = n - 1; i >= 0; --i) {
+            links[i] = sum_link(l);
+            l = static_cast<const binary_law*>(l)->fleft();
+        }
+        double a = x[top_link->var];
+        double powers[17];
+        powers[0] = 1.0;
+        powers[1] = a;
+        powers[2] = a * a;
+        if (top_link->degree >= 3) {
+            if (__builtin_expect(std::fabs(a) < 1e15 && std::fabs(a) > 1e-15, 1))
+                compensated_powers(a, top_link->degree, powers);
+            else
+                for (int k = 3; k <= top_link->degree; ++k) powers[k] = std::pow(a, (double)k);
+        }
+        double v = top_link->bottom_c * powers[top_link->bottom_k];
+        for (int i = 0; i < n; ++i) {
+            const power_sum_link* t = links[i];
+            double u = t->c * powers[t->k];
+            v = t->subtract ? v - u : v + u;
+        }
+        return v;
+    }
+
+    // Longer sums keep the chain: the spine is held on the stack.
+    static constexpr int max_power_sum_terms = 64;
+
+    static const power_sum_link* sum_link(const law* l) {
+        if (l->arith_op == law::op_plus) return &static_cast<const plus_law*>(l)->power_link_;
+        if (l->arith_op == law::op_minus) return &static_cast<const minus_law*>(l)->power_link_;
+        return nullptr;
+    }
+
+    // Reads `l` as c, V, V^k or c*V^k into t (k a constant whole from 2 to 16, c on the
+    // left as the parser reads 2*X^3), V being input `var` (set by the first variable
+    // term when -1); false when it is none of these.
+    static bool power_term(const law* l, power_sum_link& t, int& var) {
+        if (!l) return false;
+        if (l->leaf_kind == law::leaf_constant) {
+            t.c = l->leaf_value;
+            t.k = 0;
+            return true;
+        }
+        if (l->arith_op == law::op_times) {
+            const binary_law* product = static_cast<const binary_law*>(l);
+            if (!product->fleft() || product->fleft()->leaf_kind != law::leaf_constant)
+                return false;
+            t.c = product->fleft()->leaf_value;
+            l = product->fright();
+            if (!l) return false;
+        }
+        int index;
+        if (l->leaf_kind == law::leaf_variable) {
+            t.k = 1;
+            index = l->leaf_index;
+        } else if (l->arith_op == law::op_power &&
+                   static_cast<const exponent_law*>(l)->whole_exponent_ >= 2 &&
+                   static_cast<const binary_law*>(l)->fleft()->leaf_kind == law::leaf_variable) {
+            t.k = (signed char)static_cast<const exponent_law*>(l)->whole_exponent_;
+            index = static_cast<const binary_law*>(l)->fleft()->leaf_index;
+        } else
+            return false;
+        if (index > 127 || (var >= 0 && index != var)) return false;
+        var = index;
+        return true;
+    }
 };
 
 // The value in a register: through the evaluator above when every operand returns one
@@ -532,6 +681,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
 #define LAW_SCALAR_VALUE_DEF(cls)                             \
     double cls::scalar_value(const double* x) const {         \
         int f = arith_evaluator::form_of(this);               \
+        if (f == arith_evaluator::form_power_sum)             \
+            return arith_evaluator::power_sum_value(this, x); \
         if (f != arith_evaluator::form_recursive) {           \
             arith_evaluator::state s;                         \
             s.x = x;                                          \
@@ -544,7 +695,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
 
 // ================================================================ plus_law
 
-plus_law::plus_law(law* left, law* right) : binary_law(left, right) {
+plus_law::plus_law(law* left, law* right)
+    : binary_law(left, right), power_link_(arith_evaluator::power_link(left, right, false)) {
     leaf_kind = node_direct;
     arith_op = op_plus;
 }
@@ -707,7 +859,8 @@ law* plus_law::sub_simplify(int, const char*& what) const {
 
 // ================================================================ minus_law
 
-minus_law::minus_law(law* left, law* right) : binary_law(left, right) {
+minus_law::minus_law(law* left, law* right)
+    : binary_law(left, right), power_link_(arith_evaluator::power_link(left, right, true)) {
     leaf_kind = node_direct;
     arith_op = op_minus;
 }

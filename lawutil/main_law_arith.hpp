@@ -7,6 +7,21 @@
 
 namespace lawutil {
 
+// What the constructor of a sum (plus_law, minus_law) reads from its operands for the
+// evaluation of polynomials (main_law_arith.cpp): when the chain of sums down the left
+// from it has every term c, V, V^k or c*V^k of one variable V, it runs as one loop, which
+// takes each term from here, without allocating or looking at the operands again.
+struct power_sum_link {
+    double c = 1.0;         // the right operand's constant: c alone, c of c*V^k, 1 for V^k
+    double bottom_c = 1.0;  // the same of the chain's first term (the lowest left operand)
+    signed char k = 0;      // the right operand's power of V: 0 (c alone), 1, 2, 3 to 16
+    signed char bottom_k = 0;
+    bool subtract = false;    // this sum is a difference
+    unsigned char terms = 0;  // terms of the chain down from here; 0: not such a sum
+    signed char degree = 0;   // the highest power in it
+    signed char var = -1;     // V's input index; -1 while every term is a constant
+};
+
 // A + B.  A scalar added to a vector changes only the vector's first component.
 class plus_law : public binary_law {
     LAWUTIL_TYPE_DECL(plus_law, binary_law)
@@ -25,6 +40,10 @@ class plus_law : public binary_law {
 
   protected:
     law* deriv(int which) const override;
+
+  private:
+    friend class arith_evaluator;
+    power_sum_link power_link_;
 };
 
 // A - B, component-wise like plus_law.
@@ -43,6 +62,10 @@ class minus_law : public binary_law {
 
   protected:
     law* deriv(int which) const override;
+
+  private:
+    friend class arith_evaluator;
+    power_sum_link power_link_;
 };
 
 // A * B; at most one side may be a vector (checked when evaluated).
