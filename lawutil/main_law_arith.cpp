@@ -359,7 +359,9 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         form_whole_power,      // A^n likewise, A any other law
         form_power,
         form_negate,
-        form_power_sum  // a polynomial of one variable (power_sum_link)
+        // Evaluated without the state of an evaluation (direct_value):
+        form_power_sum,      // a polynomial of one variable (power_sum_link)
+        form_power_quotient  // a quotient of two of them
     };
 
     static int form_of(const law* l) {
@@ -379,7 +381,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
                 double a = s.x[static_cast<const binary_law*>(l)->fleft()->leaf_index];
                 return a * a;
             }
-            if (f == form_power_sum) return power_sum_value(l, s.x);
+            if (f >= form_power_sum) return direct_value(l, f, s.x);
             if (f != form_recursive) return value(l, f, s);
         }
         // A function law known to return one value: what evaluateM_R would call.
@@ -414,7 +416,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
             case form_variable_power:
                 return variable_power(l, s);
             case form_power_sum:
-                return power_sum_value(l, s.x);
+            case form_power_quotient:
+                return direct_value(l, f, s.x);
             case form_square:
             case form_variable_square: {
                 double a = operand(b->fleft(), s);
@@ -472,7 +475,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
                         ? form_scaled_power
                         : form_scaled;
             else if (l->arith_op == law::op_divide)
-                f = form_divide;
+                f = power_sum(left) && power_sum(right) ? form_power_quotient : form_divide;
             else
                 f = power_form(static_cast<const exponent_law*>(l));
         }
@@ -591,7 +594,13 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     // as variable_power does.  Every term is c*V^k, with V^0 = 1 and c = 1 for V^k
     // alone: multiplying by 1 is exact (a signalling NaN comes out quiet, as the sum it
     // joins makes it anyway), and the terms are combined in the chain's order.
-    static double power_sum_value(const law* top, const double* x) {
+    // The value of a node of form_power_sum or form_power_quotient.
+    static double direct_value(const law* l, int f, const double* x) {
+        if (f == form_power_sum) return power_sum_value(l, x);
+        return power_quotient_value(static_cast<const binary_law*>(l), x);
+    }
+
+    __attribute__((always_inline)) static double power_sum_value(const law* top, const double* x) {
         const power_sum_link* t = sum_link(top);
         if (t->terms > 2 || t->degree > 2) return long_power_sum_value(t, top, x);
         // Two terms of degree 2 at most (1+X^2, 2*X-1), in place.
@@ -603,6 +612,22 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     }
 
   private:
+    // A/B over two polynomials, with quotient_value's zero-over-zero step.  Neither can
+    // raise, so which is evaluated first does not matter.
+    [[gnu::noinline]] static double power_quotient_value(const binary_law* l, const double* x) {
+        double a = power_sum_value(l->fleft(), x);
+        double b = power_sum_value(l->fright(), x);
+        double q = a / b;
+        if (__builtin_expect(std::fabs(b) < tiny, 0) && std::fabs(a) < tiny)
+            return zero_over_zero(l, x);
+        return q;
+    }
+
+    static bool power_sum(const law* l) {
+        const power_sum_link* link = sum_link(l);
+        return link && link->var >= 0;
+    }
+
     [[gnu::noinline]] static double long_power_sum_value(const power_sum_link* top_link,
                                                          const law* top, const double* x) {
         int n = top_link->terms - 1;
@@ -681,8 +706,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
 #define LAW_SCALAR_VALUE_DEF(cls)                             \
     double cls::scalar_value(const double* x) const {         \
         int f = arith_evaluator::form_of(this);               \
-        if (f == arith_evaluator::form_power_sum)             \
-            return arith_evaluator::power_sum_value(this, x); \
+        if (f >= arith_evaluator::form_power_sum)             \
+            return arith_evaluator::direct_value(this, f, x); \
         if (f != arith_evaluator::form_recursive) {           \
             arith_evaluator::state s;                         \
             s.x = x;                                          \
