@@ -10,6 +10,7 @@
 #include "lawutil/main_law_arith.hpp"
 
 #include <cmath>
+#include <new>
 #include <utility>
 
 #include "base/tolerance.hpp"
@@ -333,6 +334,23 @@ void compose(const binary_law* l, const double* x, double* y, const R& r) {
 //    as the parser reads it; power_sum_link, set by each sum's constructor) runs as two
 //    flat loops: V's powers, each rounded from the same compensated product, then the
 //    terms, scaled and combined from the bottom of the chain up.
+// Every term of a polynomial chain, bottom up, in one block after this header.  A sum
+// built on a chain whose block ends with that chain's last term appends its own term
+// there and shares the block (the terms below it never change); otherwise it copies
+// them into a block of its own.  So a chain built up term by term, as the parser and the
+// derivative rules build sums, keeps one block, doubled as it grows.
+struct power_sum_terms {
+    struct term {
+        double c;
+        signed char k;
+        bool subtract;
+    };
+    int uses;
+    int count;  // terms written: those of the longest chain sharing the block
+    int capacity;
+    term* terms;
+};
+
 class __attribute__((visibility("hidden"))) arith_evaluator {
   public:
     // One evaluation's input and the last whole power of a variable it computed.
@@ -585,7 +603,12 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         link.degree = bottom.degree > bottom.k ? bottom.degree : bottom.k;
         if (link.k > link.degree) link.degree = link.k;
         link.var = (signed char)var;
+        if (below) link.all = extend_terms(*below, link);
         return link;
+    }
+
+    static void release_terms(power_sum_terms* all) {
+        if (all && --all->uses == 0) VORX_FREE(all);
     }
 
     // The value of a sum of form_power_sum: what chain_value computes, node for node.
@@ -595,7 +618,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     // alone: multiplying by 1 is exact (a signalling NaN comes out quiet, as the sum it
     // joins makes it anyway), and the terms are combined in the chain's order.
     // The value of a node of form_power_sum or form_power_quotient.
-    static double direct_value(const law* l, int f, const double* x) {
+    [[gnu::noinline]] static double direct_value(const law* l, int f, const double* x) {
         if (f == form_power_sum) return power_sum_value(l, x);
         return power_quotient_value(static_cast<const binary_law*>(l), x);
     }
@@ -605,9 +628,9 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         if (t->terms > 2 || t->degree > 2) return long_power_sum_value(t, top, x);
         // Two terms of degree 2 at most (1+X^2, 2*X-1), in place.
         double a = x[t->var];
-        double powers[3] = {1.0, a, a * a};
-        double v = t->bottom_c * powers[t->bottom_k];
-        double u = t->c * powers[t->k];
+        double square = a * a;
+        double v = t->bottom_c * (t->bottom_k == 0 ? 1.0 : t->bottom_k == 1 ? a : square);
+        double u = t->c * (t->k == 0 ? 1.0 : t->k == 1 ? a : square);
         return t->subtract ? v - u : v + u;
     }
 
@@ -628,36 +651,63 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         return link && link->var >= 0;
     }
 
-    [[gnu::noinline]] static double long_power_sum_value(const power_sum_link* top_link,
-                                                         const law* top, const double* x) {
-        int n = top_link->terms - 1;
-        const power_sum_link* links[max_power_sum_terms];
-        const law* l = top;
-        for (int i = n - 1; i >= 0; --i) {
-            links[i] = sum_link(l);
-            l = static_cast<const binary_law*>(l)->fleft();
-        }
-        double a = x[top_link->var];
+    [[gnu::noinline]] static double long_power_sum_value(const power_sum_link* top, const law*,
+                                                         const double* x) {
+        double a = x[top->var];
         double powers[17];
         powers[0] = 1.0;
         powers[1] = a;
         powers[2] = a * a;
-        if (top_link->degree >= 3) {
+        if (top->degree >= 3) {
             if (__builtin_expect(std::fabs(a) < 1e15 && std::fabs(a) > 1e-15, 1))
-                compensated_powers(a, top_link->degree, powers);
+                compensated_powers(a, top->degree, powers);
             else
-                for (int k = 3; k <= top_link->degree; ++k) powers[k] = std::pow(a, (double)k);
+                for (int k = 3; k <= top->degree; ++k) powers[k] = std::pow(a, (double)k);
         }
-        double v = top_link->bottom_c * powers[top_link->bottom_k];
-        for (int i = 0; i < n; ++i) {
-            const power_sum_link* t = links[i];
-            double u = t->c * powers[t->k];
-            v = t->subtract ? v - u : v + u;
+        if (!top->all) {
+            double v = top->bottom_c * powers[top->bottom_k];
+            double u = top->c * powers[top->k];
+            return top->subtract ? v - u : v + u;
+        }
+        const power_sum_terms::term* t = top->all->terms;
+        double v = t[0].c * powers[t[0].k];
+        for (int i = 1; i < top->terms; ++i) {
+            double u = t[i].c * powers[t[i].k];
+            v = t[i].subtract ? v - u : v + u;
         }
         return v;
     }
 
-    // Longer sums keep the chain: the spine is held on the stack.
+    // The block of terms for the sum `own` on the chain `below`: below's block with own's
+    // term appended when the block ends with below's last term and has room, else a new
+    // one.
+    static power_sum_terms* extend_terms(const power_sum_link& below, const power_sum_link& own) {
+        int n = below.terms;
+        power_sum_terms* all = below.all;
+        if (!all || all->count != n || n == all->capacity) {
+            int capacity = 2 * (n + 1) < 8 ? 8 : 2 * (n + 1);
+            if (capacity > max_power_sum_terms) capacity = max_power_sum_terms;
+            void* block =
+                VORX_ALLOC(sizeof(power_sum_terms) + sizeof(power_sum_terms::term) * capacity);
+            power_sum_terms* fresh = new (block) power_sum_terms;
+            fresh->uses = 0;
+            fresh->capacity = capacity;
+            fresh->terms = new (fresh + 1) power_sum_terms::term[capacity];
+            if (all)
+                for (int i = 0; i < n; ++i) fresh->terms[i] = all->terms[i];
+            else {
+                fresh->terms[0] = {below.bottom_c, below.bottom_k, false};
+                fresh->terms[1] = {below.c, below.k, below.subtract};
+            }
+            all = fresh;
+        }
+        all->terms[n] = {own.c, own.k, own.subtract};
+        all->count = n + 1;
+        ++all->uses;
+        return all;
+    }
+
+    // Longer sums keep the chain, and a block of terms stays small.
     static constexpr int max_power_sum_terms = 64;
 
     static const power_sum_link* sum_link(const law* l) {
@@ -703,22 +753,26 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
 
 // The value in a register: through the evaluator above when every operand returns one
 // value, else evaluate itself (which raises what it raised before).
-#define LAW_SCALAR_VALUE_DEF(cls)                             \
-    double cls::scalar_value(const double* x) const {         \
-        int f = arith_evaluator::form_of(this);               \
-        if (f >= arith_evaluator::form_power_sum)             \
-            return arith_evaluator::direct_value(this, f, x); \
-        if (f != arith_evaluator::form_recursive) {           \
-            arith_evaluator::state s;                         \
-            s.x = x;                                          \
-            return arith_evaluator::value_inline(this, f, s); \
-        }                                                     \
-        double y;                                             \
-        cls::evaluate(x, &y);                                 \
-        return y;                                             \
+#define LAW_SCALAR_VALUE_DEF(cls)                                     \
+    double cls::scalar_value(const double* x) const {                 \
+        if (eval_form >= arith_evaluator::form_power_sum)             \
+            return arith_evaluator::direct_value(this, eval_form, x); \
+        int f = arith_evaluator::form_of(this);                       \
+        if (f != arith_evaluator::form_recursive) {                   \
+            arith_evaluator::state s;                                 \
+            s.x = x;                                                  \
+            return arith_evaluator::value_inline(this, f, s);         \
+        }                                                             \
+        double y;                                                     \
+        cls::evaluate(x, &y);                                         \
+        return y;                                                     \
     }
 
 // ================================================================ plus_law
+
+plus_law::~plus_law() noexcept(false) {
+    arith_evaluator::release_terms(power_link_.all);
+}
 
 plus_law::plus_law(law* left, law* right)
     : binary_law(left, right), power_link_(arith_evaluator::power_link(left, right, false)) {
@@ -883,6 +937,10 @@ law* plus_law::sub_simplify(int, const char*& what) const {
 }
 
 // ================================================================ minus_law
+
+minus_law::~minus_law() noexcept(false) {
+    arith_evaluator::release_terms(power_link_.all);
+}
 
 minus_law::minus_law(law* left, law* right)
     : binary_law(left, right), power_link_(arith_evaluator::power_link(left, right, true)) {

@@ -330,16 +330,22 @@ TEST(Evaluate, ScalarArithmeticGivesTheRecursiveValuesBitForBit) {
         std::string text = i % 3 ? random_arithmetic_law(rng, 5) : random_polynomial(rng);
         law_holder l(str_to_law(text.c_str()));
         ASSERT_TRUE(l) << text;
-        for (const auto& p : points) {
-            outcome fast = evaluate_at(l.get(), p, false);
-            outcome recursive = evaluate_at(l.get(), p, true);
-            ASSERT_EQ(fast.code, recursive.code) << text << " at " << p[0] << ", " << p[1];
-            ASSERT_EQ(std::memcmp(&fast.value, &recursive.value, sizeof(double)), 0)
-                << text << " at " << p[0] << ", " << p[1] << ": " << fast.value
-                << " != " << recursive.value;
-            ++compared;
-            raised += fast.code != 0;
-        }
+        // Two sums on the same law: the second cannot extend the terms of a polynomial
+        // that the first has extended, and copies them.
+        law_holder cube(str_to_law("X^3"));
+        law_holder plus(VORX_NEW plus_law(l.get(), cube.get()));
+        law_holder minus(VORX_NEW minus_law(l.get(), cube.get()));
+        for (const law* each : {l.get(), plus.get(), minus.get()})
+            for (const auto& p : points) {
+                outcome fast = evaluate_at(each, p, false);
+                outcome recursive = evaluate_at(each, p, true);
+                ASSERT_EQ(fast.code, recursive.code) << text << " at " << p[0] << ", " << p[1];
+                ASSERT_EQ(std::memcmp(&fast.value, &recursive.value, sizeof(double)), 0)
+                    << text << " (" << (each == l.get() ? "" : "+-X^3") << ") at " << p[0] << ", "
+                    << p[1] << ": " << fast.value << " != " << recursive.value;
+                ++compared;
+                raised += fast.code != 0;
+            }
     }
     EXPECT_GT(raised, 100);
     EXPECT_GT(compared - raised, 4000);
