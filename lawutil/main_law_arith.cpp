@@ -331,9 +331,13 @@ void compose(const binary_law* l, const double* x, double* y, const R& r) {
 //    product and its error after X^3 are where X^4's loop would be after three steps,
 //    so X^4 continues from them, with the same operations in the same order;
 //  - a sum chain whose every term is c, V, V^k or c*V^k of one variable V (a polynomial
-//    as the parser reads it; power_sum_link, set by each sum's constructor) runs as two
-//    flat loops: V's powers, each rounded from the same compensated product, then the
-//    terms, scaled and combined from the bottom of the chain up.
+//    as the parser reads it) runs as two flat loops: V's powers, each rounded from the
+//    same compensated product, then the terms, scaled and combined from the bottom of
+//    the chain up.  Each sum's constructor reads its terms (power_sum_link; from three
+//    terms on a block shared along the chain, power_sum_terms), so evaluating neither
+//    allocates nor walks down the chain.  A quotient of two of them divides in place,
+//    with the division's own zero-over-zero check.
+
 // Every term of a polynomial chain, bottom up, in one block after this header.  A sum
 // built on a chain whose block ends with that chain's last term appends its own term
 // there and shares the block (the terms below it never change); otherwise it copies
