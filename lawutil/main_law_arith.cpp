@@ -615,21 +615,21 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         if (all && --all->uses == 0) VORX_FREE(all);
     }
 
-    // The value of a sum of form_power_sum: what chain_value computes, node for node.
-    // V^2 is the rounded square, V^k (k >= 3) the compensated product rounded once
-    // (compensated_power's bits, one loop for all of them), or pow beyond its range,
-    // as variable_power does.  Every term is c*V^k, with V^0 = 1 and c = 1 for V^k
-    // alone: multiplying by 1 is exact (a signalling NaN comes out quiet, as the sum it
-    // joins makes it anyway), and the terms are combined in the chain's order.
     // The value of a node of form_power_sum or form_power_quotient.
     [[gnu::noinline]] static double direct_value(const law* l, int f, const double* x) {
         if (f == form_power_sum) return power_sum_value(l, x);
         return power_quotient_value(static_cast<const binary_law*>(l), x);
     }
 
+    // The value of a sum of form_power_sum: what chain_value computes, node for node.
+    // V^2 is the rounded square, V^k (k >= 3) the compensated product rounded once
+    // (compensated_power's bits, one loop for all of them), or pow beyond its range,
+    // as variable_power does.  Every term is c*V^k, with V^0 = 1 and c = 1 for V^k
+    // alone: multiplying by 1 is exact (a signalling NaN comes out quiet, as the sum it
+    // joins makes it anyway), and the terms are combined in the chain's order.
     __attribute__((always_inline)) static double power_sum_value(const law* top, const double* x) {
         const power_sum_link* t = sum_link(top);
-        if (t->terms > 2 || t->degree > 2) return long_power_sum_value(t, top, x);
+        if (t->terms > 2 || t->degree > 2) return long_power_sum_value(t, x);
         // Two terms of degree 2 at most (1+X^2, 2*X-1), in place.
         double a = x[t->var];
         double square = a * a;
@@ -655,7 +655,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         return link && link->var >= 0;
     }
 
-    [[gnu::noinline]] static double long_power_sum_value(const power_sum_link* top, const law*,
+    [[gnu::noinline]] static double long_power_sum_value(const power_sum_link* top,
                                                          const double* x) {
         double a = x[top->var];
         double powers[17];
@@ -684,7 +684,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
 
     // The block of terms for the sum `own` on the chain `below`: below's block with own's
     // term appended when the block ends with below's last term and has room, else a new
-    // one.
+    // one.  Building a sum on a law is using its tree, which one thread does at a time.
     static power_sum_terms* extend_terms(const power_sum_link& below, const power_sum_link& own) {
         int n = below.terms;
         power_sum_terms* all = below.all;
@@ -744,6 +744,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
             index = l->leaf_index;
         } else if (l->arith_op == law::op_power &&
                    static_cast<const exponent_law*>(l)->whole_exponent_ >= 2 &&
+                   static_cast<const binary_law*>(l)->fleft() &&
                    static_cast<const binary_law*>(l)->fleft()->leaf_kind == law::leaf_variable) {
             t.k = (signed char)static_cast<const exponent_law*>(l)->whole_exponent_;
             index = static_cast<const binary_law*>(l)->fleft()->leaf_index;
