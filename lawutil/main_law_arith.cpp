@@ -10,6 +10,7 @@
 #include "lawutil/main_law_arith.hpp"
 
 #include <cmath>
+#include <new>
 #include <utility>
 
 #include "base/tolerance.hpp"
@@ -246,6 +247,28 @@ double (*const compensated_power_steps)(double, double, double, int, int, double
                                                        ? compensated_power_steps_fma
                                                        : compensated_power_steps_plain;
 
+// The powers a^3 .. a^degree into powers[3..degree], each with the bits of
+// compensated_power(a, k): the same loop, its state read out after every step.  Built
+// and picked the same way.
+__attribute__((always_inline)) inline void compensated_powers_loop(double a, int degree,
+                                                                   double* powers) {
+    double hi = a, lo = 0.0;
+    compensated_power_loop(a, hi, lo, 1, 2);
+    for (int k = 3; k <= degree; ++k) {
+        compensated_power_loop(a, hi, lo, k - 1, k);
+        powers[k] = hi + lo;
+    }
+}
+__attribute__((target("fma"))) void compensated_powers_fma(double a, int degree, double* powers) {
+    compensated_powers_loop(a, degree, powers);
+}
+void compensated_powers_plain(double a, int degree, double* powers) {
+    compensated_powers_loop(a, degree, powers);
+}
+void (*const compensated_powers)(double, int, double*) = __builtin_cpu_supports("fma")
+                                                             ? compensated_powers_fma
+                                                             : compensated_powers_plain;
+
 inline double power(double a, double b) {
     // The correctly rounded square, much cheaper than pow.
     if (b == 2.0) return a * a;
@@ -306,7 +329,32 @@ void compose(const binary_law* l, const double* x, double* y, const R& r) {
 //  - A^n for a constant whole n skips power()'s tests.  Powers of one variable met in
 //    one evaluation (the terms of a polynomial) share their multiplication: the running
 //    product and its error after X^3 are where X^4's loop would be after three steps,
-//    so X^4 continues from them, with the same operations in the same order.
+//    so X^4 continues from them, with the same operations in the same order;
+//  - a sum chain whose every term is c, V, V^k or c*V^k of one variable V (a polynomial
+//    as the parser reads it) runs as two flat loops: V's powers, each rounded from the
+//    same compensated product, then the terms, scaled and combined from the bottom of
+//    the chain up.  Each sum's constructor reads its terms (power_sum_link; from three
+//    terms on a block shared along the chain, power_sum_terms), so evaluating neither
+//    allocates nor walks down the chain.  A quotient of two of them divides in place,
+//    with the division's own zero-over-zero check.
+
+// Every term of a polynomial chain, bottom up, in one block after this header.  A sum
+// built on a chain whose block ends with that chain's last term appends its own term
+// there and shares the block (the terms below it never change); otherwise it copies
+// them into a block of its own.  So a chain built up term by term, as the parser and the
+// derivative rules build sums, keeps one block, doubled as it grows.
+struct power_sum_terms {
+    struct term {
+        double c;
+        signed char k;
+        bool subtract;
+    };
+    int uses;
+    int count;  // terms written: those of the longest chain sharing the block
+    int capacity;
+    term* terms;
+};
+
 class __attribute__((visibility("hidden"))) arith_evaluator {
   public:
     // One evaluation's input and the last whole power of a variable it computed.
@@ -332,7 +380,10 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         form_variable_power,   // V^n, V a variable, n a constant whole from 3 to 16
         form_whole_power,      // A^n likewise, A any other law
         form_power,
-        form_negate
+        form_negate,
+        // Evaluated without the state of an evaluation (direct_value):
+        form_power_sum,      // a polynomial of one variable (power_sum_link)
+        form_power_quotient  // a quotient of two of them
     };
 
     static int form_of(const law* l) {
@@ -341,8 +392,9 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     }
 
     // The value of an operand: leaves read in place, arithmetic nodes here, every other
-    // law through evaluateM_R.
-    static double operand(const law* l, state& s) {
+    // law through evaluateM_R.  Always inlined: left to itself gcc stops inlining it as
+    // the evaluator grows, and the call costs laws of nested functions about 8%.
+    __attribute__((always_inline)) static double operand(const law* l, state& s) {
         if (l->leaf_kind == law::leaf_constant) return l->leaf_value;
         if (l->leaf_kind == law::leaf_variable) return s.x[l->leaf_index];
         if (l->arith_op != law::op_none) {
@@ -402,10 +454,15 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         return l->evaluateM_R(x);
     }
 
+    // Also polynomials met as operands (their own entries go to direct_value at once):
+    // kept out of value_inline, whose size decides what gcc inlines on every path.
     [[gnu::noinline]] static double quotient_or_power(const binary_law* b, int f, state& s) {
         switch (f) {
             case form_divide:
                 return quotient_value(b, s);
+            case form_power_sum:
+            case form_power_quotient:
+                return direct_value(b, f, s.x);
             case form_whole_power: {
                 double a = operand(b->fleft(), s);
                 if (std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
@@ -432,17 +489,17 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
             const law* right = b->fright();
             if (!left || !right || !left->returns_scalar() || !right->returns_scalar())
                 f = form_recursive;
-            else if (l->arith_op == law::op_plus)
-                f = form_plus;
-            else if (l->arith_op == law::op_minus)
-                f = form_minus;
+            else if (l->arith_op == law::op_plus || l->arith_op == law::op_minus)
+                f = sum_link(l)->var >= 0         ? form_power_sum
+                    : l->arith_op == law::op_plus ? form_plus
+                                                  : form_minus;
             else if (l->arith_op == law::op_times)
                 f = left->leaf_kind != law::leaf_constant ? form_times
                     : right->arith_op == law::op_power && form_of(right) == form_variable_power
                         ? form_scaled_power
                         : form_scaled;
             else if (l->arith_op == law::op_divide)
-                f = form_divide;
+                f = power_sum(left) && power_sum(right) ? form_power_quotient : form_divide;
             else
                 f = power_form(static_cast<const exponent_law*>(l));
         }
@@ -525,26 +582,207 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     [[gnu::noinline]] static double power_beyond_range(double a, const exponent_law* l, state& s) {
         return power(a, operand(l->fright(), s));
     }
+
+  public:
+    // The link a sum of `left` and `right` keeps (power_sum_link).
+    static power_sum_link power_link(const law* left, const law* right, bool subtract) {
+        power_sum_link link;
+        int var = -1;
+        if (!power_term(right, link, var)) return power_sum_link();
+        power_sum_link bottom;
+        const power_sum_link* below = left ? sum_link(left) : nullptr;
+        if (below) {
+            if (below->terms == 0 || below->terms >= max_power_sum_terms) return power_sum_link();
+            if (below->var >= 0 && var >= 0 && below->var != var) return power_sum_link();
+            bottom = *below;
+            if (var < 0) var = below->var;
+        } else if (!power_term(left, bottom, var))
+            return power_sum_link();
+        link.bottom_c = bottom.bottom_c;
+        link.bottom_k = bottom.bottom_k;
+        if (!below) {
+            link.bottom_c = bottom.c;
+            link.bottom_k = bottom.k;
+        }
+        link.subtract = subtract;
+        link.terms = (unsigned char)(below ? below->terms + 1 : 2);
+        link.degree = bottom.degree > bottom.k ? bottom.degree : bottom.k;
+        if (link.k > link.degree) link.degree = link.k;
+        link.var = (signed char)var;
+        if (below) link.all = extend_terms(*below, link);
+        return link;
+    }
+
+    static void release_terms(power_sum_terms* all) {
+        if (all && --all->uses == 0) VORX_FREE(all);
+    }
+
+    // The value of a node of form_power_sum or form_power_quotient.
+    [[gnu::noinline]] static double direct_value(const law* l, int f, const double* x) {
+        if (f == form_power_sum) return power_sum_value(l, x);
+        return power_quotient_value(static_cast<const binary_law*>(l), x);
+    }
+
+    // The value of a sum of form_power_sum: what chain_value computes, node for node.
+    // V^2 is the rounded square, V^k (k >= 3) the compensated product rounded once
+    // (compensated_power's bits, one loop for all of them), or pow beyond its range,
+    // as variable_power does.  Every term is c*V^k, with V^0 = 1 and c = 1 for V^k
+    // alone: multiplying by 1 is exact (a signalling NaN comes out quiet, as the sum it
+    // joins makes it anyway), and the terms are combined in the chain's order.
+    __attribute__((always_inline)) static double power_sum_value(const law* top, const double* x) {
+        const power_sum_link* t = sum_link(top);
+        if (t->terms > 2 || t->degree > 2) return long_power_sum_value(t, x);
+        // Two terms of degree 2 at most (1+X^2, 2*X-1), in place.
+        double a = x[t->var];
+        double square = a * a;
+        double v = t->bottom_c * (t->bottom_k == 0 ? 1.0 : t->bottom_k == 1 ? a : square);
+        double u = t->c * (t->k == 0 ? 1.0 : t->k == 1 ? a : square);
+        return t->subtract ? v - u : v + u;
+    }
+
+  private:
+    // A/B over two polynomials, with quotient_value's zero-over-zero step.  Neither can
+    // raise, so which is evaluated first does not matter.
+    [[gnu::noinline]] static double power_quotient_value(const binary_law* l, const double* x) {
+        double a = power_sum_value(l->fleft(), x);
+        double b = power_sum_value(l->fright(), x);
+        double q = a / b;
+        if (__builtin_expect(std::fabs(b) < tiny, 0) && std::fabs(a) < tiny)
+            return zero_over_zero(l, x);
+        return q;
+    }
+
+    static bool power_sum(const law* l) {
+        const power_sum_link* link = sum_link(l);
+        return link && link->var >= 0;
+    }
+
+    [[gnu::noinline]] static double long_power_sum_value(const power_sum_link* top,
+                                                         const double* x) {
+        double a = x[top->var];
+        double powers[17];
+        powers[0] = 1.0;
+        powers[1] = a;
+        powers[2] = a * a;
+        if (top->degree >= 3) {
+            if (__builtin_expect(std::fabs(a) < 1e15 && std::fabs(a) > 1e-15, 1))
+                compensated_powers(a, top->degree, powers);
+            else
+                for (int k = 3; k <= top->degree; ++k) powers[k] = std::pow(a, (double)k);
+        }
+        if (!top->all) {
+            double v = top->bottom_c * powers[top->bottom_k];
+            double u = top->c * powers[top->k];
+            return top->subtract ? v - u : v + u;
+        }
+        const power_sum_terms::term* t = top->all->terms;
+        double v = t[0].c * powers[t[0].k];
+        for (int i = 1; i < top->terms; ++i) {
+            double u = t[i].c * powers[t[i].k];
+            v = t[i].subtract ? v - u : v + u;
+        }
+        return v;
+    }
+
+    // The block of terms for the sum `own` on the chain `below`: below's block with own's
+    // term appended when the block ends with below's last term and has room, else a new
+    // one.  Building a sum on a law is using its tree, which one thread does at a time.
+    static power_sum_terms* extend_terms(const power_sum_link& below, const power_sum_link& own) {
+        int n = below.terms;
+        power_sum_terms* all = below.all;
+        if (!all || all->count != n || n == all->capacity) {
+            int capacity = 2 * (n + 1) < 8 ? 8 : 2 * (n + 1);
+            if (capacity > max_power_sum_terms) capacity = max_power_sum_terms;
+            void* block =
+                VORX_ALLOC(sizeof(power_sum_terms) + sizeof(power_sum_terms::term) * capacity);
+            power_sum_terms* fresh = new (block) power_sum_terms;
+            fresh->uses = 0;
+            fresh->capacity = capacity;
+            fresh->terms = new (fresh + 1) power_sum_terms::term[capacity];
+            if (all)
+                for (int i = 0; i < n; ++i) fresh->terms[i] = all->terms[i];
+            else {
+                fresh->terms[0] = {below.bottom_c, below.bottom_k, false};
+                fresh->terms[1] = {below.c, below.k, below.subtract};
+            }
+            all = fresh;
+        }
+        all->terms[n] = {own.c, own.k, own.subtract};
+        all->count = n + 1;
+        ++all->uses;
+        return all;
+    }
+
+    // Longer sums keep the chain, and a block of terms stays small.
+    static constexpr int max_power_sum_terms = 64;
+
+    static const power_sum_link* sum_link(const law* l) {
+        if (l->arith_op == law::op_plus) return &static_cast<const plus_law*>(l)->power_link_;
+        if (l->arith_op == law::op_minus) return &static_cast<const minus_law*>(l)->power_link_;
+        return nullptr;
+    }
+
+    // Reads `l` as c, V, V^k or c*V^k into t (k a constant whole from 2 to 16, c on the
+    // left as the parser reads 2*X^3), V being input `var` (set by the first variable
+    // term when -1); false when it is none of these.
+    static bool power_term(const law* l, power_sum_link& t, int& var) {
+        if (!l) return false;
+        if (l->leaf_kind == law::leaf_constant) {
+            t.c = l->leaf_value;
+            t.k = 0;
+            return true;
+        }
+        if (l->arith_op == law::op_times) {
+            const binary_law* product = static_cast<const binary_law*>(l);
+            if (!product->fleft() || product->fleft()->leaf_kind != law::leaf_constant)
+                return false;
+            t.c = product->fleft()->leaf_value;
+            l = product->fright();
+            if (!l) return false;
+        }
+        int index;
+        if (l->leaf_kind == law::leaf_variable) {
+            t.k = 1;
+            index = l->leaf_index;
+        } else if (l->arith_op == law::op_power &&
+                   static_cast<const exponent_law*>(l)->whole_exponent_ >= 2 &&
+                   static_cast<const binary_law*>(l)->fleft() &&
+                   static_cast<const binary_law*>(l)->fleft()->leaf_kind == law::leaf_variable) {
+            t.k = (signed char)static_cast<const exponent_law*>(l)->whole_exponent_;
+            index = static_cast<const binary_law*>(l)->fleft()->leaf_index;
+        } else
+            return false;
+        if (index > 127 || (var >= 0 && index != var)) return false;
+        var = index;
+        return true;
+    }
 };
 
 // The value in a register: through the evaluator above when every operand returns one
 // value, else evaluate itself (which raises what it raised before).
-#define LAW_SCALAR_VALUE_DEF(cls)                             \
-    double cls::scalar_value(const double* x) const {         \
-        int f = arith_evaluator::form_of(this);               \
-        if (f != arith_evaluator::form_recursive) {           \
-            arith_evaluator::state s;                         \
-            s.x = x;                                          \
-            return arith_evaluator::value_inline(this, f, s); \
-        }                                                     \
-        double y;                                             \
-        cls::evaluate(x, &y);                                 \
-        return y;                                             \
+#define LAW_SCALAR_VALUE_DEF(cls)                                     \
+    double cls::scalar_value(const double* x) const {                 \
+        if (eval_form >= arith_evaluator::form_power_sum)             \
+            return arith_evaluator::direct_value(this, eval_form, x); \
+        int f = arith_evaluator::form_of(this);                       \
+        if (f != arith_evaluator::form_recursive) {                   \
+            arith_evaluator::state s;                                 \
+            s.x = x;                                                  \
+            return arith_evaluator::value_inline(this, f, s);         \
+        }                                                             \
+        double y;                                                     \
+        cls::evaluate(x, &y);                                         \
+        return y;                                                     \
     }
 
 // ================================================================ plus_law
 
-plus_law::plus_law(law* left, law* right) : binary_law(left, right) {
+plus_law::~plus_law() noexcept(false) {
+    arith_evaluator::release_terms(power_link_.all);
+}
+
+plus_law::plus_law(law* left, law* right)
+    : binary_law(left, right), power_link_(arith_evaluator::power_link(left, right, false)) {
     leaf_kind = node_direct;
     arith_op = op_plus;
 }
@@ -707,7 +945,12 @@ law* plus_law::sub_simplify(int, const char*& what) const {
 
 // ================================================================ minus_law
 
-minus_law::minus_law(law* left, law* right) : binary_law(left, right) {
+minus_law::~minus_law() noexcept(false) {
+    arith_evaluator::release_terms(power_link_.all);
+}
+
+minus_law::minus_law(law* left, law* right)
+    : binary_law(left, right), power_link_(arith_evaluator::power_link(left, right, true)) {
     leaf_kind = node_direct;
     arith_op = op_minus;
 }

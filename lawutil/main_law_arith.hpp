@@ -7,6 +7,26 @@
 
 namespace lawutil {
 
+// The terms of a polynomial chain of three terms or more, shared along the chain
+// (main_law_arith.cpp).
+struct power_sum_terms;
+
+// What the constructor of a sum (plus_law, minus_law) reads from its operands for the
+// evaluation of polynomials (main_law_arith.cpp): when the chain of sums down the left
+// from it has every term c, V, V^k or c*V^k of one variable V, it runs as one loop over
+// the terms kept here, without allocating or looking at the operands again.
+struct power_sum_link {
+    double c = 1.0;         // the right operand's constant: c alone, c of c*V^k, 1 for V^k
+    double bottom_c = 1.0;  // the same of the chain's first term (the lowest left operand)
+    signed char k = 0;      // the right operand's power of V: 0 (c alone), 1, 2, 3 to 16
+    signed char bottom_k = 0;
+    bool subtract = false;           // this sum is a difference
+    unsigned char terms = 0;         // terms of the chain down from here; 0: not such a sum
+    signed char degree = 0;          // the highest power in it
+    signed char var = -1;            // V's input index; -1 while every term is a constant
+    power_sum_terms* all = nullptr;  // from three terms on: every term, bottom up
+};
+
 // A + B.  A scalar added to a vector changes only the vector's first component.
 class plus_law : public binary_law {
     LAWUTIL_TYPE_DECL(plus_law, binary_law)
@@ -23,8 +43,16 @@ class plus_law : public binary_law {
     law_polynomial* polynomial(law* var) const override;
     law* sub_simplify(int level, const char*& what) const override;
 
+    plus_law(const plus_law&) = delete;
+    plus_law& operator=(const plus_law&) = delete;
+
   protected:
+    ~plus_law() noexcept(false) override;
     law* deriv(int which) const override;
+
+  private:
+    friend class arith_evaluator;
+    power_sum_link power_link_;
 };
 
 // A - B, component-wise like plus_law.
@@ -41,8 +69,16 @@ class minus_law : public binary_law {
     law_polynomial* polynomial(law* var) const override;
     law* sub_simplify(int level, const char*& what) const override;
 
+    minus_law(const minus_law&) = delete;
+    minus_law& operator=(const minus_law&) = delete;
+
   protected:
+    ~minus_law() noexcept(false) override;
     law* deriv(int which) const override;
+
+  private:
+    friend class arith_evaluator;
+    power_sum_link power_link_;
 };
 
 // A * B; at most one side may be a vector (checked when evaluated).

@@ -265,10 +265,31 @@ std::string random_arithmetic_law(std::mt19937& rng, int depth) {
     return "(" + random_arithmetic_law(rng, depth - 1) + ")" + op + "(" + right + ")";
 }
 
-// A polynomial of X and Y as the parser reads it, a left-deep chain of terms c*V^k in a
-// random order (so powers of one variable come up, down and interleaved), longer than one
-// stretch of the evaluation's spine.
+// A polynomial as the parser reads it, a left-deep chain of terms in a random order (so
+// powers of one variable come up, down and interleaved): of X and Y, longer than one
+// stretch of the evaluation's spine; of one variable, terms c, V, V^k and c*V^k up to
+// degree 16; or a quotient of two of those.
+std::string one_variable_polynomial(std::mt19937& rng, const char* v) {
+    static const char* const coefficients[] = {"2", "-3", "0.5", "1", "0", "7.25", "1e-8", "-0.1"};
+    std::string text;
+    int terms = 1 + (int)(rng() % 17);
+    for (int i = 0; i < terms; ++i) {
+        if (i > 0) text += rng() % 3 ? "+" : "-";
+        int shape = (int)(rng() % 4);
+        std::string c = coefficients[rng() % 8];
+        std::string power = std::string(v) + "^" + std::to_string(2 + rng() % 15);
+        text += shape == 0 ? c : shape == 1 ? std::string(v) : shape == 2 ? power : c + "*" + power;
+    }
+    return text;
+}
+
 std::string random_polynomial(std::mt19937& rng) {
+    int kind = (int)(rng() % 3);
+    const char* v = rng() % 4 ? "X" : "Y";
+    if (kind == 1) return one_variable_polynomial(rng, v);
+    if (kind == 2)
+        return "(" + one_variable_polynomial(rng, v) + ")/(" + one_variable_polynomial(rng, v) +
+               ")";
     std::string text = "1";
     int terms = 4 + (int)(rng() % 40);
     for (int i = 0; i < terms; ++i)
@@ -300,24 +321,31 @@ outcome evaluate_at(const law* l, const double* in, bool sided) {
 // raise the same codes, at ordinary points and at the edges of the power and 0/0 rules.
 TEST(Evaluate, ScalarArithmeticGivesTheRecursiveValuesBitForBit) {
     std::mt19937 rng(20261123);
-    const double points[][2] = {{0.7, -0.3}, {-1.3, 2.0},  {0.0, 0.5},     {1e-16, -1e-16},
-                                {2.0, 1e16}, {-0.9, 0.7},  {1e15, 1e-15},  {-7.5, 0.0},
-                                {1.0, -1.0}, {1e300, 3.0}, {-1e-300, 1e8}, {0.25, 0.25}};
+    const double points[][2] = {{0.7, -0.3}, {-1.3, 2.0},   {0.0, 0.5},     {1e-16, -1e-16},
+                                {2.0, 1e16}, {-0.9, 0.7},   {1e15, 1e-15},  {-7.5, 0.0},
+                                {1.0, -1.0}, {1e300, 3.0},  {-1e-300, 1e8}, {0.25, 0.25},
+                                {0.3, 1.7},  {-0.77, -1.1}, {3.1, 0.9}};
     int compared = 0, raised = 0;
     for (int i = 0; i < 600; ++i) {
         std::string text = i % 3 ? random_arithmetic_law(rng, 5) : random_polynomial(rng);
         law_holder l(str_to_law(text.c_str()));
         ASSERT_TRUE(l) << text;
-        for (const auto& p : points) {
-            outcome fast = evaluate_at(l.get(), p, false);
-            outcome recursive = evaluate_at(l.get(), p, true);
-            ASSERT_EQ(fast.code, recursive.code) << text << " at " << p[0] << ", " << p[1];
-            ASSERT_EQ(std::memcmp(&fast.value, &recursive.value, sizeof(double)), 0)
-                << text << " at " << p[0] << ", " << p[1] << ": " << fast.value
-                << " != " << recursive.value;
-            ++compared;
-            raised += fast.code != 0;
-        }
+        // Two sums on the same law: the second cannot extend the terms of a polynomial
+        // that the first has extended, and copies them.
+        law_holder cube(str_to_law("X^3"));
+        law_holder plus(VORX_NEW plus_law(l.get(), cube.get()));
+        law_holder minus(VORX_NEW minus_law(l.get(), cube.get()));
+        for (const law* each : {l.get(), plus.get(), minus.get()})
+            for (const auto& p : points) {
+                outcome fast = evaluate_at(each, p, false);
+                outcome recursive = evaluate_at(each, p, true);
+                ASSERT_EQ(fast.code, recursive.code) << text << " at " << p[0] << ", " << p[1];
+                ASSERT_EQ(std::memcmp(&fast.value, &recursive.value, sizeof(double)), 0)
+                    << text << " (" << (each == l.get() ? "" : "+-X^3") << ") at " << p[0] << ", "
+                    << p[1] << ": " << fast.value << " != " << recursive.value;
+                ++compared;
+                raised += fast.code != 0;
+            }
     }
     EXPECT_GT(raised, 100);
     EXPECT_GT(compared - raised, 4000);
