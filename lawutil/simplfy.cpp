@@ -44,11 +44,13 @@
 // Every table holds uses of its keys as well as of its laws, so no address is reused
 // while it is recorded; all of it goes when the outermost scope ends, also when an
 // error passes.  Sharing across derivatives may make a derivative reach the law that
-// caches it (EXP(A)' holds EXP(A)), a cycle of uses; the build records every law that
-// stores a cache while it runs and, when it ends, drops each cache that closes a cycle
-// (break_cycles), so nothing is kept alive for ever.  Only uses change: the text, the
-// values and the objects the build hands out stay as a build without the memo makes
-// them.
+// caches it (EXP(A)' holds EXP(A), SINH(A)' holds COSH(A) whose derivative holds
+// SINH(A)), a cycle of uses; the build records every law that stores a derivative
+// while it runs and, when it ends, drops each cache that closes a cycle (break_cycles),
+// so nothing is kept alive for ever.  (A simplified form closes none: the law it is
+// stored on is a derivative's fresh rule output, which no other law holds.)  The
+// texts, the values and the number of distinct objects of the derivatives stay as they
+// were.
 //
 // Sizes.  Rules that look at pairs of operands of a chain (A+B+C+..., A*B*C*...) see at
 // most max_chain operands; a longer chain is seen as its two operands, so the pair
@@ -845,7 +847,6 @@ law* law::simplify(int level, int trace) const {
     if (simplified == this && simplify_level >= level) return s.release();
     if (s.get() != this && *s == *this) s = law_holder::share(this);
     store_cached(simplified, s.get());
-    if (s.get() != this) derivative_build::note_cache(this);
     simplify_level = level;
     return s.release();
 }
@@ -1037,7 +1038,7 @@ struct build_memo : VORX_OBJECT {
     share_table share{true};
     law_slots sizes{true};
     law_slots passes{true};   // the result of a pass, tagged with its phase
-    law_slots cachers{true};  // the laws that stored a cache during the build
+    law_slots cachers{true};  // the laws that stored a derivative during the build
 };
 
 // The targets of the uses a law holds: its operands, then its caches (a cache holding
@@ -1056,6 +1057,13 @@ void for_each_use(const law* l, F f) {
     }
 }
 
+// True for a law that holds no use: a leaf with no cache.
+bool holds_nothing(const law* l) {
+    bool none = true;
+    for_each_use(l, [&none](const law*, int) { none = false; });
+    return none;
+}
+
 // Drops every cache that closes a cycle of uses among the laws reachable from
 // `cachers`.  Sharing a whole build's subtrees may make a derivative reach the law that
 // caches it (the derivative of EXP(A) holds EXP(A)), which would keep both alive for
@@ -1066,16 +1074,23 @@ void for_each_use(const law* l, F f) {
 // target lie in one component closes a cycle, and every cycle has such a cache, since
 // operands alone never form one.
 void break_cycles(const law_slots& cachers) {
+    struct use {
+        const law* to;
+        int kind;
+        int target;  // its place in `nodes`, once looked at
+    };
     struct node {
         const law* l;
-        int index, low, component;
+        int low, component;
         bool on_stack;
+        int first, end, next;  // its uses in `uses`, and the next one to look at
     };
-    typedef std::vector<node, vorx_std_allocator<node>> node_list;
-    typedef std::vector<int, vorx_std_allocator<int>> int_list;
-    node_list nodes;
-    law_slots number;  // each law met, tagged with its place in `nodes`
-    int_list stack, path;
+    std::vector<use, vorx_std_allocator<use>> uses;
+    std::vector<node, vorx_std_allocator<node>> nodes;  // a node's place is its index
+    std::vector<int, vorx_std_allocator<int>> stack, path;
+    uses.reserve(256);
+    nodes.reserve(128);
+    law_slots number;  // each law met, tagged with its place
     int components = 0;
     auto place = [&](const law* l) {
         const law_slots::slot* e =
@@ -1084,32 +1099,37 @@ void break_cycles(const law_slots& cachers) {
     };
     auto visit = [&](const law* l) {
         int k = (int)nodes.size();
-        nodes.push_back({l, k, k, -1, true});
+        int first = (int)uses.size();
+        // (A use of a law that holds none, such as a leaf, is on no cycle.)
+        for_each_use(l, [&uses](const law* w, int kind) {
+            if (!holds_nothing(w)) uses.push_back({w, kind, -1});
+        });
+        nodes.push_back({l, k, -1, true, first, (int)uses.size(), first});
         number.insert(pointer_hash(l), l, nullptr, k);
         stack.push_back(k);
         path.push_back(k);
+        return k;
     };
     cachers.for_each([&](const law* root) {
         if (place(root) >= 0) return;
         visit(root);
         while (!path.empty()) {
             int v = path.back();
-            // The first use of v not looked at yet: uses are walked again from the start
-            // each time v is on top, and the ones already numbered only lower its link.
-            int next = -1;
-            for_each_use(nodes[v].l, [&](const law* w, int) {
-                if (next >= 0) return;
-                int k = place(w);
-                if (k < 0)
-                    next = 0, visit(w);
-                else if (nodes[k].on_stack)
-                    nodes[v].low = std::min(nodes[v].low, nodes[k].index);
-            });
-            if (next >= 0) continue;
+            if (nodes[v].next < nodes[v].end) {
+                int u = nodes[v].next++;
+                int k = place(uses[u].to);
+                if (k < 0) {
+                    uses[u].target = visit(uses[u].to);
+                    continue;
+                }
+                uses[u].target = k;
+                if (nodes[k].on_stack) nodes[v].low = std::min(nodes[v].low, k);
+                continue;
+            }
             path.pop_back();
             if (!path.empty())
                 nodes[path.back()].low = std::min(nodes[path.back()].low, nodes[v].low);
-            if (nodes[v].low != nodes[v].index) continue;
+            if (nodes[v].low != v) continue;
             int w;
             do {
                 w = stack.back();
@@ -1128,10 +1148,9 @@ void break_cycles(const law_slots& cachers) {
     };
     std::vector<drop, vorx_std_allocator<drop>> drops;
     for (const node& n : nodes)
-        for_each_use(n.l, [&](const law* w, int kind) {
-            if (kind > 0 && nodes[place(w)].component == n.component)
-                drops.push_back({law_holder::share(n.l), kind});
-        });
+        for (int u = n.first; u < n.end; ++u)
+            if (uses[u].kind > 0 && nodes[uses[u].target].component == n.component)
+                drops.push_back({law_holder::share(n.l), uses[u].kind});
     for (const drop& d : drops) {
         law* m = d.l.get();
         if (d.kind >= 3) {

@@ -51,9 +51,9 @@ class derivative_build {
     derivative_build(const derivative_build&) = delete;
     derivative_build& operator=(const derivative_build&) = delete;
 
-    // Records that `l` has just stored a cache (a derivative, a simplified form) in the
-    // running build, if there is one: sharing across the build may close a cycle of uses
-    // through it, which the build breaks when it ends.
+    // Records that `l` has just stored a derivative in the running build, if there is
+    // one: sharing across the build may close a cycle of uses through it, which the
+    // build breaks when it ends.
     static void note_cache(const law* l);
 
   private:
