@@ -211,9 +211,10 @@ class stable_set {
 // The memo of the running derivative build on this thread (derivative_build), or null.
 struct build_memo;
 thread_local build_memo* current_build = nullptr;
-law_slots* build_sizes();
-law* build_pass_find(const law* l, int phase);
-void build_pass_record(const law* l, int phase, law* result);
+law_slots* build_sizes(build_memo* build);
+law* build_pass_find(build_memo* build, const law* l, int phase);
+void build_pass_record(build_memo* build, const law* l, int phase, law* result);
+void note_reuse(build_memo* build, const law* l);
 
 struct simplify_state {
     int counter = 0;
@@ -223,6 +224,9 @@ struct simplify_state {
     law_slots* sizes = nullptr;    // finished nodes met so far, tagged 1 when small
     stable_set* stable = nullptr;  // null while tracing, so a trace shows every visit
     bool in_small = false;         // walking inside a small finished subtree
+    // The running derivative build, whose memo of passes serves this simplification (at
+    // level 1 and without a trace), or null.
+    build_memo* build = nullptr;
 };
 thread_local simplify_state state;
 
@@ -235,8 +239,9 @@ class state_scope {
         state.trace = trace;
         state.level = level;
         state.memo = nullptr;
-        state.sizes = build_sizes();
-        if (!state.sizes) state.sizes = &sizes_;
+        build_memo* build = current_build;
+        state.build = build && level == 1 && !trace ? build : nullptr;
+        state.sizes = build ? build_sizes(build) : &sizes_;
         state.stable = trace ? nullptr : &stable_;
         state.in_small = false;
     }
@@ -474,21 +479,20 @@ law* simplify_pass(const law* in, int phase) {
         const law* f = finished_form(in);
         if (!f || f == in) return law_holder::share(in).release();
     }
-    bool shared = in->ref_count() > 1 && state.memo;
+    const law* finished = state.in_small ? nullptr : finished_form(in);
+    // The pass over a finished node, and over any node inside a small finished subtree
+    // (walked whole), depends on that node alone: a derivative build keeps it (and so
+    // the memo of this pass and the stable set need not).
+    const law* built = state.build ? (state.in_small ? in : finished) : nullptr;
+    bool shared = !built && in->ref_count() > 1 && state.memo;
     if (shared) {
         if (law* done = state.memo->find(in)) return done;
     }
     ++state.counter;
     if (state.trace > 2) trace_law("working on %s %d\n", in);
-    const law* finished = state.in_small ? nullptr : finished_form(in);
-    // The pass over a finished node, and over any node inside a small finished subtree
-    // (walked whole), depends on that node alone: a derivative build keeps it.
-    const law* built = current_build && state.level == 1 && !state.trace
-                           ? (state.in_small ? in : finished)
-                           : nullptr;
     if (built) {
-        if (law* done = build_pass_find(built, phase)) {
-            if (shared) state.memo->record(in, done);
+        if (law* done = build_pass_find(state.build, built, phase)) {
+            if (done != built) note_reuse(state.build, done);
             return done;
         }
     }
@@ -514,9 +518,10 @@ law* simplify_pass(const law* in, int phase) {
         cur = std::move(next);
     }
     if (shared) state.memo->record(in, cur.get());
-    if (built) build_pass_record(built, phase, cur.get());
+    if (built) build_pass_record(state.build, built, phase, cur.get());
     // Walked (or a leaf) and unchanged: stable for the rest of this law_simplify.
-    if (state.stable && cur.get() == in && (!finished || small)) state.stable->record(in, phase);
+    if (state.stable && !built && cur.get() == in && (!finished || small))
+        state.stable->record(in, phase);
     return cur.release();
 }
 
@@ -889,14 +894,24 @@ class share_table {
     // The one law standing for the subtree `l`; one use.
     law* canonical(const law* l);
 
+    // Whether an input was given a law (other than a leaf) filed from an earlier input.
+    bool reused() const { return reused_; }
+
   private:
     law* canonical_node(const law* l, std::size_t& hash, bool& mergeable);
     static bool library(const law* l);
 
     int depth_ = 0;
+    int input_ = 0;  // inputs so far; entries are tagged with the input that filed them
+    bool reused_ = false;
     law_slots by_structure_;
     law_slots done_;
 };
+
+// A constant or a variable: no operands, and a derivative that holds nothing.
+bool is_leaf(const law* l) {
+    return l->isa(constant_law::id()) || l->isa(identity_law::id());
+}
 
 std::size_t mix(std::size_t h, std::size_t v) {
     return h ^ (v + 0x9e3779b97f4a7c15ull + (h << 6) + (h >> 2));
@@ -1008,8 +1023,13 @@ bool same_structure(const law* a, const law* b) {
 }
 
 law* share_table::canonical(const law* l) {
+    if (depth_ == 0) ++input_;
     std::size_t key_hash = pointer_hash(l);
-    if (law* seen = done_.find_key(key_hash, l)) return law_holder::share(seen).release();
+    if (const law_slots::slot* seen =
+            done_.find(key_hash, [l](const law_slots::slot& e) { return e.key == l; })) {
+        if (seen->value != l && seen->tag < input_ && !is_leaf(seen->value)) reused_ = true;
+        return law_holder::share(seen->value).release();
+    }
     if (depth_ >= max_share_depth) return law_holder::share(l).release();
     struct nest {
         int& depth;
@@ -1023,12 +1043,14 @@ law* share_table::canonical(const law* l) {
         const law* n = node.get();
         const law_slots::slot* found = by_structure_.find(
             hash, [n](const law_slots::slot& e) { return same_structure(e.value, n); });
-        if (found)
+        if (found) {
+            if (found->value != n && found->tag < input_ && !is_leaf(n)) reused_ = true;
             node = law_holder::share(found->value);
-        else
-            by_structure_.insert(hash, n, node.get());
+        } else {
+            by_structure_.insert(hash, n, node.get(), input_);
+        }
     }
-    done_.insert(key_hash, l, node.get());
+    done_.insert(key_hash, l, node.get(), input_);
     return node.release();
 }
 
@@ -1039,6 +1061,7 @@ struct build_memo : VORX_OBJECT {
     law_slots sizes{true};
     law_slots passes{true};   // the result of a pass, tagged with its phase
     law_slots cachers{true};  // the laws that stored a derivative during the build
+    bool reused = false;      // a pass answered with a law (not a leaf) made by an earlier one
 };
 
 // The targets of the uses a law holds: its operands, then its caches (a cache holding
@@ -1055,13 +1078,6 @@ void for_each_use(const law* l, F f) {
         const law* d = (l->*cache_slots::derivatives)[i];
         if (d && d != l) f(d, 3 + i);
     }
-}
-
-// True for a law that holds no use: a leaf with no cache.
-bool holds_nothing(const law* l) {
-    bool none = true;
-    for_each_use(l, [&none](const law*, int) { none = false; });
-    return none;
 }
 
 // Drops every cache that closes a cycle of uses among the laws reachable from
@@ -1100,9 +1116,9 @@ void break_cycles(const law_slots& cachers) {
     auto visit = [&](const law* l) {
         int k = (int)nodes.size();
         int first = (int)uses.size();
-        // (A use of a law that holds none, such as a leaf, is on no cycle.)
+        // (A leaf is on no cycle: what it holds is a leaf again, its derivative.)
         for_each_use(l, [&uses](const law* w, int kind) {
-            if (!holds_nothing(w)) uses.push_back({w, kind, -1});
+            if (!is_leaf(w)) uses.push_back({w, kind, -1});
         });
         nodes.push_back({l, k, -1, true, first, (int)uses.size(), first});
         number.insert(pointer_hash(l), l, nullptr, k);
@@ -1165,23 +1181,27 @@ void break_cycles(const law_slots& cachers) {
     }
 }
 
-law_slots* build_sizes() {
-    return current_build ? &current_build->sizes : nullptr;
+law_slots* build_sizes(build_memo* build) {
+    return &build->sizes;
 }
 
 std::size_t pass_hash(const law* l, int phase) {
     return mix(pointer_hash(l), (std::size_t)phase);
 }
 
-law* build_pass_find(const law* l, int phase) {
-    const law_slots::slot* e = current_build->passes.find(
+void note_reuse(build_memo* build, const law* l) {
+    if (!is_leaf(l)) build->reused = true;
+}
+
+law* build_pass_find(build_memo* build, const law* l, int phase) {
+    const law_slots::slot* e = build->passes.find(
         pass_hash(l, phase),
         [l, phase](const law_slots::slot& s) { return s.key == l && s.tag == phase; });
     return e ? law_holder::share(e->value).release() : nullptr;
 }
 
-void build_pass_record(const law* l, int phase, law* result) {
-    current_build->passes.insert(pass_hash(l, phase), l, result, phase);
+void build_pass_record(build_memo* build, const law* l, int phase, law* result) {
+    build->passes.insert(pass_hash(l, phase), l, result, phase);
 }
 
 }  // namespace
@@ -1194,7 +1214,9 @@ derivative_build::~derivative_build() {
     if (!outermost_) return;
     build_memo* done = current_build;
     current_build = nullptr;
-    break_cycles(done->cachers);
+    // Without a law of one derivative reused in another, every derivative holds only
+    // laws of its own input or made for it, as without the memo: no cycle can form.
+    if (done->reused || done->share.reused()) break_cycles(done->cachers);
     delete done;
 }
 
