@@ -48,9 +48,8 @@
 // SINH(A)), a cycle of uses; the build records every law that stores a derivative
 // while it runs and, when it ends, drops each cache that closes a cycle (break_cycles),
 // so nothing is kept alive for ever.  (A simplified form closes none: the law it is
-// stored on is a derivative's fresh rule output, which no other law holds.)  The
-// texts, the values and the number of distinct objects of the derivatives stay as they
-// were.
+// stored on is a derivative's fresh rule output, which no other law holds.)  The texts
+// and the values of the derivatives stay as they were.
 //
 // Sizes.  Rules that look at pairs of operands of a chain (A+B+C+..., A*B*C*...) see at
 // most max_chain operands; a longer chain is seen as its two operands, so the pair
@@ -1216,7 +1215,14 @@ derivative_build::~derivative_build() {
     current_build = nullptr;
     // Without a law of one derivative reused in another, every derivative holds only
     // laws of its own input or made for it, as without the memo: no cycle can form.
-    if (done->reused || done->share.reused()) break_cycles(done->cachers);
+    // (A failure to allocate here leaves the cycles, a leak, rather than raising from a
+    // destructor, perhaps while another error passes.)
+    if (done->reused || done->share.reused()) {
+        try {
+            break_cycles(done->cachers);
+        } catch (...) {
+        }
+    }
     delete done;
 }
 
