@@ -28,6 +28,7 @@ law* law::derivative(int which) const {
     if (which < 0) sys_error(LAW_DERIV);
     set_dlaw_cache(which);
     if (!dlaw_cache[which]) {
+        derivative_build build;
         law_holder d(deriv(which));
         law_holder s(d ? d->simplify(1, 0) : nullptr);
         if (!s) sys_error(LAW_DERIV);
@@ -35,6 +36,7 @@ law* law::derivative(int which) const {
         // is built from this one, and the simplifier meets each shared part once.
         s.reset(share_equal_subtrees(s.get(), 1));
         store_cached(dlaw_cache[which], s.get());
+        derivative_build::note_cache(this);
     }
     law* r = dlaw_cache[which];
     r->add();
@@ -68,12 +70,14 @@ void law::reset_derivative(int which) const {
 }
 
 law* law::nth_derivative(int n) const {
+    derivative_build build;
     law_holder cur = law_holder::share(this);
     for (int i = 0; i < n; ++i) cur.reset(cur->derivative(0));
     return cur.release();
 }
 
 law* law::uv_partials(int nu, int nv) const {
+    derivative_build build;
     law_holder cur = law_holder::share(this);
     for (int i = 0; i < nu; ++i) cur.reset(cur->derivative(0));
     for (int i = 0; i < nv; ++i) cur.reset(cur->derivative(1));

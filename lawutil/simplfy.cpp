@@ -30,17 +30,39 @@
 // order merge, so the text and values stay as they were; the table holds its uses and
 // drops them when it goes, also when an error passes.
 //
+// Derivative builds.  A derivative of a tree is built node by node (each node's
+// derivative from its operands' cached ones), so one build runs share_equal_subtrees
+// and law_simplify once per node, over trees made mostly of the derivatives already
+// built.  A derivative_build keeps, for the whole build and on its own thread:
+//   - one sharing table, so each derivative costs its new nodes only, and a subtree
+//     equal to one of an earlier derivative becomes that law;
+//   - the result of each pass over a finished node (and over each node of a small
+//     finished subtree, which is walked whole), per phase: such a result depends on the
+//     node alone, since rules are local and a finished node's marks never change, and
+//     sharing makes the nodes the build meets again the same objects;
+//   - whether each finished node is small.
+// Every table holds uses of its keys as well as of its laws, so no address is reused
+// while it is recorded; all of it goes when the outermost scope ends, also when an
+// error passes.  Sharing across derivatives may make a derivative reach the law that
+// caches it (EXP(A)' holds EXP(A), SINH(A)' holds COSH(A) whose derivative holds
+// SINH(A)), a cycle of uses; the build records every law that stores a derivative
+// while it runs and, when it ends, drops each cache that closes a cycle (break_cycles),
+// so nothing is kept alive for ever.  (A simplified form closes none: the law it is
+// stored on is a derivative's fresh rule output, which no other law holds.)  The texts
+// and the values of the derivatives stay as they were.
+//
 // Sizes.  Rules that look at pairs of operands of a chain (A+B+C+..., A*B*C*...) see at
 // most max_chain operands; a longer chain is seen as its two operands, so the pair
 // search stays quadratic in a bounded number.
 #include "lawutil/simplfy.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "base/output.hpp"
 #include "lawutil/internal_law.hpp"
@@ -71,46 +93,63 @@ constexpr int max_chain = law_chain::capacity;
 // same parts built afresh elsewhere in the tree.
 constexpr int small_tree = 256;
 
-// An open-addressing table of laws under hashes, each entry holding one use of its law:
-// the sharing pass files thousands of nodes per derivative, and a node-based map paid
-// one allocation for each.
+// An open-addressing table of laws under hashes, each entry holding one use of its law
+// (and of its key, for a table that outlives the laws that were its keys): the sharing
+// pass files thousands of nodes per derivative, and a node-based map paid one
+// allocation for each.  An entry carries a small number of its own (`tag`).
 class law_slots {
   public:
-    law_slots() = default;
+    struct slot {
+        std::size_t hash;
+        const law* key;
+        law* value;
+        int tag;
+    };
+
+    explicit law_slots(bool hold_keys = false) : hold_keys_(hold_keys) {}
     ~law_slots() {
-        for (std::size_t i = 0; i < capacity_; ++i)
-            if (slots_[i].key) slots_[i].value->remove();
+        for (std::size_t i = 0; i < capacity_; ++i) {
+            if (!slots_[i].key) continue;
+            if (slots_[i].value) slots_[i].value->remove();
+            if (hold_keys_) slots_[i].key->remove();
+        }
         VORX_FREE(slots_);
     }
     law_slots(const law_slots&) = delete;
     law_slots& operator=(const law_slots&) = delete;
 
-    // The law of the first entry filed under `hash` for which `match(key, law)` holds;
-    // null when none does.
+    // The first entry filed under `hash` for which `match(entry)` holds; null when none
+    // does.
     template <class F>
-    law* find(std::size_t hash, F match) const {
+    const slot* find(std::size_t hash, F match) const {
         if (!slots_) return nullptr;
         for (std::size_t i = hash & (capacity_ - 1); slots_[i].key; i = (i + 1) & (capacity_ - 1))
-            if (slots_[i].hash == hash && match(slots_[i].key, slots_[i].value))
-                return slots_[i].value;
+            if (slots_[i].hash == hash && match(slots_[i])) return &slots_[i];
         return nullptr;
     }
-    // Files `value` (a use is added) under `hash` and `key`.
-    void insert(std::size_t hash, const law* key, law* value) {
+    // The law of the first entry filed under `hash` with key `key`, or null.
+    law* find_key(std::size_t hash, const law* key) const {
+        const slot* e = find(hash, [key](const slot& s) { return s.key == key; });
+        return e ? e->value : nullptr;
+    }
+    // Calls `f` on the key of every entry.
+    template <class F>
+    void for_each(F f) const {
+        for (std::size_t i = 0; i < capacity_; ++i)
+            if (slots_[i].key) f(slots_[i].key);
+    }
+    // Files `value` (a use is added; it may be null) under `hash` and `key`.
+    void insert(std::size_t hash, const law* key, law* value, int tag = 0) {
         if (2 * (used_ + 1) > capacity_) grow();
         std::size_t i = hash & (capacity_ - 1);
         while (slots_[i].key) i = (i + 1) & (capacity_ - 1);
-        value->add();
-        slots_[i] = {hash, key, value};
+        if (value) value->add();
+        if (hold_keys_) key->add();
+        slots_[i] = {hash, key, value, tag};
         ++used_;
     }
 
   private:
-    struct slot {
-        std::size_t hash;
-        const law* key;
-        law* value;
-    };
     void grow() {
         std::size_t n = capacity_ ? 2 * capacity_ : 64;
         slot* bigger = VORX_ALLOC_ARRAY(slot, n);
@@ -128,6 +167,7 @@ class law_slots {
     slot* slots_ = nullptr;
     std::size_t capacity_ = 0;
     std::size_t used_ = 0;
+    bool hold_keys_;
 };
 
 std::size_t pointer_hash(const law* l) {
@@ -140,7 +180,7 @@ class pass_memo {
   public:
     // The result recorded for `l` with a use for the caller, or null.
     law* find(const law* l) const {
-        law* r = slots_.find(pointer_hash(l), [l](const law* key, law*) { return key == l; });
+        law* r = slots_.find_key(pointer_hash(l), l);
         return r ? law_holder::share(r).release() : nullptr;
     }
     void record(const law* l, law* result) { slots_.insert(pointer_hash(l), l, result); }
@@ -157,8 +197,7 @@ class pass_memo {
 class stable_set {
   public:
     bool has(const law* l, int phase) const {
-        return phases_[phase].find(pointer_hash(l),
-                                   [l](const law* key, law*) { return key == l; }) != nullptr;
+        return phases_[phase].find_key(pointer_hash(l), l) != nullptr;
     }
     void record(const law* l, int phase) {
         if (!has(l, phase)) phases_[phase].insert(pointer_hash(l), l, const_cast<law*>(l));
@@ -168,19 +207,25 @@ class stable_set {
     law_slots phases_[3];
 };
 
-// Whether each finished node met so far by one law_simplify is small.
-typedef std::unordered_map<const law*, bool, std::hash<const law*>, std::equal_to<const law*>,
-                           vorx_std_allocator<std::pair<const law* const, bool>>>
-    size_memo;
+// The memo of the running derivative build on this thread (derivative_build), or null.
+struct build_memo;
+thread_local build_memo* current_build = nullptr;
+law_slots* build_sizes(build_memo* build);
+law* build_pass_find(build_memo* build, const law* l, int phase);
+void build_pass_record(build_memo* build, const law* l, int phase, law* result);
+void note_reuse(build_memo* build, const law* l);
 
 struct simplify_state {
     int counter = 0;
     int trace = 0;
     int level = 1;
     pass_memo* memo = nullptr;
-    size_memo* sizes = nullptr;
+    law_slots* sizes = nullptr;    // finished nodes met so far, tagged 1 when small
     stable_set* stable = nullptr;  // null while tracing, so a trace shows every visit
     bool in_small = false;         // walking inside a small finished subtree
+    // The running derivative build, whose memo of passes serves this simplification (at
+    // level 1 and without a trace), or null.
+    build_memo* build = nullptr;
 };
 thread_local simplify_state state;
 
@@ -193,7 +238,9 @@ class state_scope {
         state.trace = trace;
         state.level = level;
         state.memo = nullptr;
-        state.sizes = &sizes_;
+        build_memo* build = current_build;
+        state.build = build && level == 1 && !trace ? build : nullptr;
+        state.sizes = build ? build_sizes(build) : &sizes_;
         state.stable = trace ? nullptr : &stable_;
         state.in_small = false;
     }
@@ -203,7 +250,7 @@ class state_scope {
 
   private:
     simplify_state saved_;
-    size_memo sizes_;
+    law_slots sizes_;
     stable_set stable_;
 };
 
@@ -212,6 +259,9 @@ class state_scope {
 struct cache_slots : law {
     static constexpr law* law::*form = &cache_slots::simplified;
     static constexpr int law::*made_at = &cache_slots::simplify_level;
+    static constexpr law** law::*derivatives = &cache_slots::dlaw_cache;
+    static constexpr int law::*derivative_count = &cache_slots::dlaw_cache_size;
+    static constexpr law* law::*inverse = &cache_slots::inverse_law;
 };
 
 // The finished form of `l` at the running level: `l` itself when it is marked as its
@@ -244,10 +294,12 @@ int tree_size(const law* l, int limit) {
 
 // True when the finished node `l` is small enough to be walked.
 bool small_finished(const law* l) {
-    auto it = state.sizes->find(l);
-    if (it != state.sizes->end()) return it->second;
+    std::size_t h = pointer_hash(l);
+    if (const law_slots::slot* e =
+            state.sizes->find(h, [l](const law_slots::slot& s) { return s.key == l; }))
+        return e->tag != 0;
     bool small = tree_size(l, small_tree) <= small_tree;
-    state.sizes->emplace(l, small);
+    state.sizes->insert(h, l, nullptr, small ? 1 : 0);
     return small;
 }
 
@@ -426,13 +478,23 @@ law* simplify_pass(const law* in, int phase) {
         const law* f = finished_form(in);
         if (!f || f == in) return law_holder::share(in).release();
     }
-    bool shared = in->ref_count() > 1 && state.memo;
+    const law* finished = state.in_small ? nullptr : finished_form(in);
+    // The pass over a finished node, and over any node inside a small finished subtree
+    // (walked whole), depends on that node alone: a derivative build keeps it (and so
+    // the memo of this pass and the stable set need not).
+    const law* built = state.build ? (state.in_small ? in : finished) : nullptr;
+    bool shared = !built && in->ref_count() > 1 && state.memo;
     if (shared) {
         if (law* done = state.memo->find(in)) return done;
     }
     ++state.counter;
     if (state.trace > 2) trace_law("working on %s %d\n", in);
-    const law* finished = state.in_small ? nullptr : finished_form(in);
+    if (built) {
+        if (law* done = build_pass_find(state.build, built, phase)) {
+            if (done != built) note_reuse(state.build, done);
+            return done;
+        }
+    }
     law_holder cur = law_holder::share(finished ? finished : in);
     bool small = finished && small_finished(finished);
     if (!finished || small) {
@@ -455,8 +517,10 @@ law* simplify_pass(const law* in, int phase) {
         cur = std::move(next);
     }
     if (shared) state.memo->record(in, cur.get());
+    if (built) build_pass_record(state.build, built, phase, cur.get());
     // Walked (or a leaf) and unchanged: stable for the rest of this law_simplify.
-    if (state.stable && cur.get() == in && (!finished || small)) state.stable->record(in, phase);
+    if (state.stable && !built && cur.get() == in && (!finished || small))
+        state.stable->record(in, phase);
     return cur.release();
 }
 
@@ -795,23 +859,58 @@ law* law::simplify(int level, int trace) const {
 
 namespace {
 
-// The table of one share_equal_subtrees: every subtree met so far under a structural
-// hash (class, own parameters, identities of its already shared operands), and the
-// answer for each node of the input, so a node the input shares is looked at once.
-// The tables drop their uses when they go, also when an error passes.
+// A subtree deeper than this is kept as it is, so a tree thousands of levels deep costs
+// no deeper recursion than the rest of the simplifier's.
+constexpr int max_share_depth = 1000;
+
+// Calls `f` on each operand of `l` (none for a leaf or a law over law_data).
+template <class F>
+void for_each_operand(const law* l, F f) {
+    if (l->isa(unary_law::id())) {
+        if (const law* sub = static_cast<const unary_law*>(l)->fsub()) f(sub);
+    } else if (l->isa(binary_law::id())) {
+        const binary_law* b = static_cast<const binary_law*>(l);
+        if (b->fleft()) f(b->fleft());
+        if (b->fright()) f(b->fright());
+    } else if (l->isa(multiple_law::id())) {
+        const multiple_law* m = static_cast<const multiple_law*>(l);
+        for (int i = 0; i < m->fsub_num(); ++i)
+            if (m->fsub() && m->fsub()[i]) f(m->fsub()[i]);
+    }
+}
+
+// The table of one share_equal_subtrees, or of a whole derivative build: every subtree
+// met so far under a structural hash (class, own parameters, identities of its already
+// shared operands), and the answer for each node of the input, so a node the input
+// shares is looked at once.  The tables drop their uses when they go, also when an
+// error passes.
 class share_table {
   public:
+    // A table that outlives its inputs holds a use of each (so no address is reused
+    // while it is recorded).
+    explicit share_table(bool hold_inputs = false) : done_(hold_inputs) {}
+
     // The one law standing for the subtree `l`; one use.
     law* canonical(const law* l);
+
+    // Whether an input was given a law (other than a leaf) filed from an earlier input.
+    bool reused() const { return reused_; }
 
   private:
     law* canonical_node(const law* l, std::size_t& hash, bool& mergeable);
     static bool library(const law* l);
 
     int depth_ = 0;
+    int input_ = 0;  // inputs so far; entries are tagged with the input that filed them
+    bool reused_ = false;
     law_slots by_structure_;
     law_slots done_;
 };
+
+// A constant or a variable: no operands, and a derivative that holds nothing.
+bool is_leaf(const law* l) {
+    return l->isa(constant_law::id()) || l->isa(identity_law::id());
+}
 
 std::size_t mix(std::size_t h, std::size_t v) {
     return h ^ (v + 0x9e3779b97f4a7c15ull + (h << 6) + (h >> 2));
@@ -923,13 +1022,14 @@ bool same_structure(const law* a, const law* b) {
 }
 
 law* share_table::canonical(const law* l) {
+    if (depth_ == 0) ++input_;
     std::size_t key_hash = pointer_hash(l);
-    if (law* seen = done_.find(key_hash, [l](const law* key, law*) { return key == l; }))
-        return law_holder::share(seen).release();
-    // A subtree deeper than this is kept as it is, so a tree thousands of levels deep
-    // costs no deeper recursion than the rest of the simplifier's.
-    constexpr int max_depth = 1000;
-    if (depth_ >= max_depth) return law_holder::share(l).release();
+    if (const law_slots::slot* seen =
+            done_.find(key_hash, [l](const law_slots::slot& e) { return e.key == l; })) {
+        if (seen->value != l && seen->tag < input_ && !is_leaf(seen->value)) reused_ = true;
+        return law_holder::share(seen->value).release();
+    }
+    if (depth_ >= max_share_depth) return law_holder::share(l).release();
     struct nest {
         int& depth;
         explicit nest(int& d) : depth(d) { ++depth; }
@@ -940,23 +1040,204 @@ law* share_table::canonical(const law* l) {
     law_holder node(canonical_node(l, hash, mergeable));
     if (mergeable) {
         const law* n = node.get();
-        law* found =
-            by_structure_.find(hash, [n](const law*, law* v) { return same_structure(v, n); });
-        if (found)
-            node = law_holder::share(found);
-        else
-            by_structure_.insert(hash, node.get(), node.get());
+        const law_slots::slot* found = by_structure_.find(
+            hash, [n](const law_slots::slot& e) { return same_structure(e.value, n); });
+        if (found) {
+            if (found->value != n && found->tag < input_ && !is_leaf(n)) reused_ = true;
+            node = law_holder::share(found->value);
+        } else {
+            by_structure_.insert(hash, n, node.get(), input_);
+        }
     }
-    done_.insert(key_hash, l, node.get());
+    done_.insert(key_hash, l, node.get(), input_);
     return node.release();
+}
+
+// The memo of one derivative build: every table in it holds uses of its keys, since
+// the build outlives the laws it was asked about.
+struct build_memo : VORX_OBJECT {
+    share_table share{true};
+    law_slots sizes{true};
+    law_slots passes{true};   // the result of a pass, tagged with its phase
+    law_slots cachers{true};  // the laws that stored a derivative during the build
+    bool reused = false;      // a pass answered with a law (not a leaf) made by an earlier one
+};
+
+// The targets of the uses a law holds: its operands, then its caches (a cache holding
+// the law itself holds no use).  Tagged 0 for an operand, 1 for the simplified form, 2
+// for the inverse, 3 + i for the derivative in input i.
+template <class F>
+void for_each_use(const law* l, F f) {
+    for_each_operand(l, [&f](const law* op) { f(op, 0); });
+    const law* form = l->*cache_slots::form;
+    if (form && form != l) f(form, 1);
+    const law* inverse = l->*cache_slots::inverse;
+    if (inverse && inverse != l) f(inverse, 2);
+    for (int i = 0; i < l->*cache_slots::derivative_count; ++i) {
+        const law* d = (l->*cache_slots::derivatives)[i];
+        if (d && d != l) f(d, 3 + i);
+    }
+}
+
+// Drops every cache that closes a cycle of uses among the laws reachable from
+// `cachers`.  Sharing a whole build's subtrees may make a derivative reach the law that
+// caches it (the derivative of EXP(A) holds EXP(A)), which would keep both alive for
+// ever; no cycle can have formed before the build (each is closed by a cache stored in
+// it, and its law is among `cachers`), and a dropped cache is only work to redo.  The
+// strongly connected components of the graph of uses are found with Tarjan's
+// algorithm, iteratively (trees may be thousands of levels deep); a cache whose law and
+// target lie in one component closes a cycle, and every cycle has such a cache, since
+// operands alone never form one.
+void break_cycles(const law_slots& cachers) {
+    struct use {
+        const law* to;
+        int kind;
+        int target;  // its place in `nodes`, once looked at
+    };
+    struct node {
+        const law* l;
+        int low, component;
+        bool on_stack;
+        int first, end, next;  // its uses in `uses`, and the next one to look at
+    };
+    std::vector<use, vorx_std_allocator<use>> uses;
+    std::vector<node, vorx_std_allocator<node>> nodes;  // a node's place is its index
+    std::vector<int, vorx_std_allocator<int>> stack, path;
+    uses.reserve(256);
+    nodes.reserve(128);
+    law_slots number;  // each law met, tagged with its place
+    int components = 0;
+    auto place = [&](const law* l) {
+        const law_slots::slot* e =
+            number.find(pointer_hash(l), [l](const law_slots::slot& s) { return s.key == l; });
+        return e ? e->tag : -1;
+    };
+    auto visit = [&](const law* l) {
+        int k = (int)nodes.size();
+        int first = (int)uses.size();
+        // (A leaf is on no cycle: what it holds is a leaf again, its derivative.)
+        for_each_use(l, [&uses](const law* w, int kind) {
+            if (!is_leaf(w)) uses.push_back({w, kind, -1});
+        });
+        nodes.push_back({l, k, -1, true, first, (int)uses.size(), first});
+        number.insert(pointer_hash(l), l, nullptr, k);
+        stack.push_back(k);
+        path.push_back(k);
+        return k;
+    };
+    cachers.for_each([&](const law* root) {
+        if (place(root) >= 0) return;
+        visit(root);
+        while (!path.empty()) {
+            int v = path.back();
+            if (nodes[v].next < nodes[v].end) {
+                int u = nodes[v].next++;
+                int k = place(uses[u].to);
+                if (k < 0) {
+                    uses[u].target = visit(uses[u].to);
+                    continue;
+                }
+                uses[u].target = k;
+                if (nodes[k].on_stack) nodes[v].low = std::min(nodes[v].low, k);
+                continue;
+            }
+            path.pop_back();
+            if (!path.empty())
+                nodes[path.back()].low = std::min(nodes[path.back()].low, nodes[v].low);
+            if (nodes[v].low != v) continue;
+            int w;
+            do {
+                w = stack.back();
+                stack.pop_back();
+                nodes[w].on_stack = false;
+                nodes[w].component = components;
+            } while (w != v);
+            ++components;
+        }
+    });
+    // The caches to drop, gathered first with a use of their laws: dropping one may
+    // release the others.
+    struct drop {
+        law_holder l;
+        int kind;
+    };
+    std::vector<drop, vorx_std_allocator<drop>> drops;
+    for (const node& n : nodes)
+        for (int u = n.first; u < n.end; ++u)
+            if (uses[u].kind > 0 && nodes[uses[u].target].component == n.component)
+                drops.push_back({law_holder::share(n.l), uses[u].kind});
+    for (const drop& d : drops) {
+        law* m = d.l.get();
+        if (d.kind >= 3) {
+            d.l->reset_derivative(d.kind - 3);
+        } else if (d.kind == 2) {
+            d.l->set_inverse(nullptr);
+        } else if (law* form = m->*cache_slots::form) {
+            m->*cache_slots::form = nullptr;
+            m->*cache_slots::made_at = 0;
+            form->remove();
+        }
+    }
+}
+
+law_slots* build_sizes(build_memo* build) {
+    return &build->sizes;
+}
+
+std::size_t pass_hash(const law* l, int phase) {
+    return mix(pointer_hash(l), (std::size_t)phase);
+}
+
+void note_reuse(build_memo* build, const law* l) {
+    if (!is_leaf(l)) build->reused = true;
+}
+
+law* build_pass_find(build_memo* build, const law* l, int phase) {
+    const law_slots::slot* e = build->passes.find(
+        pass_hash(l, phase),
+        [l, phase](const law_slots::slot& s) { return s.key == l && s.tag == phase; });
+    return e ? law_holder::share(e->value).release() : nullptr;
+}
+
+void build_pass_record(build_memo* build, const law* l, int phase, law* result) {
+    build->passes.insert(pass_hash(l, phase), l, result, phase);
 }
 
 }  // namespace
 
+derivative_build::derivative_build() : outermost_(current_build == nullptr) {
+    if (outermost_) current_build = VORX_NEW build_memo;
+}
+
+derivative_build::~derivative_build() {
+    if (!outermost_) return;
+    build_memo* done = current_build;
+    current_build = nullptr;
+    // Without a law of one derivative reused in another, every derivative holds only
+    // laws of its own input or made for it, as without the memo: no cycle can form.
+    // (A failure to allocate here leaves the cycles, a leak, rather than raising from a
+    // destructor, perhaps while another error passes.)
+    if (done->reused || done->share.reused()) {
+        try {
+            break_cycles(done->cachers);
+        } catch (...) {
+        }
+    }
+    delete done;
+}
+
+void derivative_build::note_cache(const law* l) {
+    if (!current_build) return;
+    law_slots& c = current_build->cachers;
+    if (!c.find_key(pointer_hash(l), l)) c.insert(pointer_hash(l), l, nullptr);
+}
+
 law* share_equal_subtrees(const law* in, int level) {
     if (!in) return nullptr;
     law_holder r;
-    {
+    if (current_build) {
+        r.reset(current_build->share.canonical(in));
+    } else {
         share_table table;
         r.reset(table.canonical(in));
     }

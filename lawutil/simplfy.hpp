@@ -34,7 +34,31 @@ law* law_simplify(const law* in, int level = 1, int trace = 0);
 // so the result prints and evaluates exactly as `in` does.  Operands of + and * in
 // another order are not merged (they would print differently).  Nodes it builds are
 // marked as finished at `level`, as law_simplify's results are.  One use; null for null.
+// Within a derivative_build, subtrees equal to those of the build's earlier derivatives
+// become those laws too.
 law* share_equal_subtrees(const law* in, int level);
+
+// The scope of one derivative build on the calling thread.  While the outermost one is
+// alive, share_equal_subtrees files every derivative of the build in one table, and the
+// simplifier keeps what it learns about finished subtrees, so that the parts a build
+// meets again and again (the derivatives of shared subtrees, which every higher
+// derivative repeats) are looked at once.  A nested scope joins the running one.  All of
+// it is released when the outermost scope goes, also when an error passes.
+class derivative_build {
+  public:
+    derivative_build();
+    ~derivative_build();
+    derivative_build(const derivative_build&) = delete;
+    derivative_build& operator=(const derivative_build&) = delete;
+
+    // Records that `l` has just stored a derivative in the running build, if there is
+    // one: sharing across the build may close a cycle of uses through it, which the
+    // build breaks when it ends.
+    static void note_cache(const law* l);
+
+  private:
+    bool outermost_;
+};
 
 // One rule of a phase list.  A rule function answers a new law holding one use that is
 // equivalent to its argument, or null when it does not apply.

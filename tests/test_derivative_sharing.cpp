@@ -135,4 +135,27 @@ TEST(DerivativeSharing, MergesSameStructureOnly) {
     }
 }
 
+// One build per call of nth_derivative keeps what it learns for the whole build, and
+// shares subtrees across the derivatives of all orders, so a derivative may come to hold
+// the law that caches it (EXP(A)' holds EXP(A); SINH(A)' and COSH(A)' hold each other).
+// The texts are those of derivatives taken one order per build, and the cycles of uses
+// are broken when the build ends: the listener finds no law left.
+TEST(DerivativeSharing, OneBuildPerCallPrintsAsOneBuildPerOrder) {
+    const char* laws[] = {"EXP(X)*SINH(X/2)",
+                          "TAN(X)^2+SEC(X)",
+                          "COSH(2*X)*SINH(2*X)",
+                          "EXP(SIN(X))+EXP(-ABS(X))",
+                          "X*EXP(-X)+TANH(X)",
+                          e3,
+                          e8};
+    for (const char* text : laws)
+        for (int order = 1; order <= 5; ++order) {
+            law_holder l(str_to_law(text));
+            law_holder whole(l->nth_derivative(order));
+            law_holder step(str_to_law(text));
+            for (int i = 0; i < order; ++i) step.reset(step->derivative(0));
+            EXPECT_EQ(text_of(whole), text_of(step)) << text << " order " << order;
+        }
+}
+
 }  // namespace
