@@ -310,7 +310,18 @@ class law : public vorx::VORX_OBJECT {
         op_times = 3,
         op_divide = 4,
         op_power = 5,
-        op_negate = 6
+        op_negate = 6,
+        // The one-argument functions that the same evaluator computes in place, with
+        // their own checks and codes (law_unary.cpp), when their argument returns one value.
+        op_sqrt = 7,
+        op_ln = 8,
+        op_exp = 9,
+        op_sin = 10,
+        op_cos = 11,
+        op_sinh = 12,
+        op_cosh = 13,
+        op_tanh = 14,
+        op_abs = 15
     };
     signed char arith_op = op_none;
     // How arith_evaluator evaluates an arithmetic node (0: not decided yet): decided at
@@ -318,6 +329,9 @@ class law : public vorx::VORX_OBJECT {
     // caches that fill in lazily) and its constant operands, and kept, since a law never
     // changes.
     mutable signed char eval_form = 0;
+    // How a function node of the evaluator reads its argument (a variable, c*V, V/c, V*W
+    // or any other law), decided with eval_form.
+    mutable signed char arg_form = 0;
     // Link of the list of laws waiting to be destroyed (see destroy_released).
     mutable const law* next_dead = nullptr;
     int leaf_index = 0;

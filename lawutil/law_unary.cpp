@@ -131,22 +131,40 @@ int unit_term_domain(interval& dom) {
 
 }  // namespace
 
-// Type identity, construction, make_one and the two spellings of a member.
-#define LAW_UNARY_FUNCTION_DEF(cls, own_symbol, maple_symbol)          \
+// Type identity, make_one and the two spellings of a member.
+#define LAW_UNARY_FUNCTION_COMMON(cls, own_symbol, maple_symbol)       \
     LAWUTIL_TYPE_DEF(cls)                                              \
-    cls::cls(law* sub) : unary_law(sub) {                              \
-        leaf_kind = node_direct;                                       \
-    }                                                                  \
-    double cls::scalar_value(const double* x) const {                  \
-        double y;                                                      \
-        cls::evaluate(x, &y);                                          \
-        return y;                                                      \
-    }                                                                  \
     unary_law* cls::make_one(law* sub) const {                         \
         return VORX_NEW cls(sub);                                      \
     }                                                                  \
     const char* cls::symbol(law_symbol_type type) const {              \
         return type == law_symbol_default ? own_symbol : maple_symbol; \
+    }
+
+// A member evaluated by its own evaluate.
+#define LAW_UNARY_FUNCTION_DEF(cls, own_symbol, maple_symbol) \
+    LAW_UNARY_FUNCTION_COMMON(cls, own_symbol, maple_symbol)  \
+    cls::cls(law* sub) : unary_law(sub) {                     \
+        leaf_kind = node_direct;                              \
+    }                                                         \
+    double cls::scalar_value(const double* x) const {         \
+        double y;                                             \
+        cls::evaluate(x, &y);                                 \
+        return y;                                             \
+    }
+
+// A member that the scalar arithmetic evaluator computes in place (function_scalar_value,
+// main_law_arith.cpp) as the arith_op `op`: there, the same test and code as its evaluate,
+// in the same order, then the same library function.  Its evaluate stays for the side
+// and guess paths and for a vector argument.
+#define LAW_FAST_UNARY_FUNCTION_DEF(cls, op, own_symbol, maple_symbol) \
+    LAW_UNARY_FUNCTION_COMMON(cls, own_symbol, maple_symbol)           \
+    cls::cls(law* sub) : unary_law(sub) {                              \
+        leaf_kind = node_direct;                                       \
+        arith_op = op;                                                 \
+    }                                                                  \
+    double cls::scalar_value(const double* x) const {                  \
+        return function_scalar_value(this, x);                         \
     }
 
 // ================================================================ predicates
@@ -216,7 +234,7 @@ law* set_law::deriv(int) const {
 
 // ================================================================ logarithm, exponential
 
-LAW_UNARY_FUNCTION_DEF(natural_log_law, "LN", "ln")
+LAW_FAST_UNARY_FUNCTION_DEF(natural_log_law, op_ln, "LN", "ln")
 
 void natural_log_law::evaluate(const double* x, double* y) const {
     double v = fsub()->evaluateM_R(x);
@@ -234,7 +252,7 @@ law* natural_log_law::deriv(int which) const {
     return VORX_NEW division_law(gp.get(), fsub());
 }
 
-LAW_UNARY_FUNCTION_DEF(exp_law, "EXP", "exp")
+LAW_FAST_UNARY_FUNCTION_DEF(exp_law, op_exp, "EXP", "exp")
 
 void exp_law::evaluate(const double* x, double* y) const {
     *y = std::exp(fsub()->evaluateM_R(x));
@@ -284,7 +302,7 @@ void rand_law::evaluate(const double* x, double* y) const {
 
 // ================================================================ sin, cos
 
-LAW_UNARY_FUNCTION_DEF(sin_law, "SIN", "sin")
+LAW_FAST_UNARY_FUNCTION_DEF(sin_law, op_sin, "SIN", "sin")
 
 void sin_law::evaluate(const double* x, double* y) const {
     *y = std::sin(fsub()->evaluateM_R(x));
@@ -321,7 +339,7 @@ law* sin_law::sub_simplify(int, const char*& what) const {
     return simplify_fired(VORX_NEW negate_law(s.get()), what, "sin(-CA)=-sin(CA)");
 }
 
-LAW_UNARY_FUNCTION_DEF(cos_law, "COS", "cos")
+LAW_FAST_UNARY_FUNCTION_DEF(cos_law, op_cos, "COS", "cos")
 
 void cos_law::evaluate(const double* x, double* y) const {
     *y = std::cos(fsub()->evaluateM_R(x));
@@ -539,7 +557,7 @@ law* arccsc_law::deriv(int which) const {
 
 // ================================================================ sinh, cosh, tanh
 
-LAW_UNARY_FUNCTION_DEF(sinh_law, "SINH", "sinh")
+LAW_FAST_UNARY_FUNCTION_DEF(sinh_law, op_sinh, "SINH", "sinh")
 
 void sinh_law::evaluate(const double* x, double* y) const {
     *y = std::sinh(fsub()->evaluateM_R(x));
@@ -554,7 +572,7 @@ law* sinh_law::deriv(int which) const {
     return chain(op<cosh_law>(arg_of(this)), this, which);
 }
 
-LAW_UNARY_FUNCTION_DEF(cosh_law, "COSH", "cosh")
+LAW_FAST_UNARY_FUNCTION_DEF(cosh_law, op_cosh, "COSH", "cosh")
 
 void cosh_law::evaluate(const double* x, double* y) const {
     *y = std::cosh(fsub()->evaluateM_R(x));
@@ -569,7 +587,7 @@ law* cosh_law::deriv(int which) const {
     return chain(op<sinh_law>(arg_of(this)), this, which);
 }
 
-LAW_UNARY_FUNCTION_DEF(tanh_law, "TANH", "tanh")
+LAW_FAST_UNARY_FUNCTION_DEF(tanh_law, op_tanh, "TANH", "tanh")
 
 void tanh_law::evaluate(const double* x, double* y) const {
     *y = std::tanh(fsub()->evaluateM_R(x));
@@ -781,7 +799,7 @@ law* arccsch_law::deriv(int which) const {
 
 // ================================================================ abs, sqrt
 
-LAW_UNARY_FUNCTION_DEF(abs_law, "ABS", "abs")
+LAW_FAST_UNARY_FUNCTION_DEF(abs_law, op_abs, "ABS", "abs")
 
 void abs_law::evaluate(const double* x, double* y) const {
     *y = std::fabs(fsub()->evaluateM_R(x));
@@ -796,7 +814,7 @@ law* abs_law::deriv(int which) const {
     return VORX_NEW minus_law(up.get(), down.get());
 }
 
-LAW_UNARY_FUNCTION_DEF(sqrt_law, "SQRT", "sqrt")
+LAW_FAST_UNARY_FUNCTION_DEF(sqrt_law, op_sqrt, "SQRT", "sqrt")
 
 void sqrt_law::evaluate(const double* x, double* y) const {
     double v = fsub()->evaluateM_R(x);

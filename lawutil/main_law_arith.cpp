@@ -381,6 +381,16 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         form_whole_power,      // A^n likewise, A any other law
         form_power,
         form_negate,
+        // F(A) for a one-argument function F of arith_op op_sqrt .. op_abs, in that order:
+        form_sqrt,
+        form_ln,
+        form_exp,
+        form_sin,
+        form_cos,
+        form_sinh,
+        form_cosh,
+        form_tanh,
+        form_abs,
         // Evaluated without the state of an evaluation (direct_value):
         form_power_sum,      // a polynomial of one variable (power_sum_link)
         form_power_quotient  // a quotient of two of them
@@ -404,6 +414,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
                 double a = s.x[static_cast<const binary_law*>(l)->fleft()->leaf_index];
                 return a * a;
             }
+            // Functions straight to their own entry, not through value's dispatch.
+            if (f >= form_sqrt && f <= form_abs) return function_value(l, f, s);
             if (f != form_recursive) return value(l, f, s);
         }
         // A function law known to return one value: what evaluateM_R would call.
@@ -442,13 +454,110 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
                 double a = operand(b->fleft(), s);
                 return a * a;
             }
+            case form_sqrt:
+            case form_ln:
+            case form_exp:
+            case form_sin:
+            case form_cos:
+            case form_sinh:
+            case form_cosh:
+            case form_tanh:
+            case form_abs:
+                return function_value(l, f, s);
             default:
                 return quotient_or_power(b, f, s);
         }
     }
 
+    // F(A) for a function node of form `f`: A first, then F's evaluate's domain test and
+    // code, then the same library function, so the bits and the errors are F's evaluate's.
+    [[gnu::noinline]] static double function_value(const law* l, int f, state& s) {
+        const law* sub = static_cast<const unary_law*>(l)->fsub();
+        const binary_law* b = static_cast<const binary_law*>(sub);
+        double v;
+        // The operations of form_scaled, form_divide and form_times on leaves, read in place.
+        int k = l->arg_form;
+        if (k == arg_any)
+            v = argument(sub, s);
+        else
+            switch (k) {
+                case arg_variable:
+                    v = s.x[sub->leaf_index];
+                    break;
+                case arg_scaled_variable:
+                    v = b->fleft()->leaf_value * s.x[b->fright()->leaf_index];
+                    break;
+                case arg_variable_over_constant:
+                    v = s.x[b->fleft()->leaf_index] / b->fright()->leaf_value;
+                    break;
+                case arg_variable_product:
+                default:
+                    v = s.x[b->fleft()->leaf_index] * s.x[b->fright()->leaf_index];
+            }
+        switch (f) {
+            case form_sqrt:
+                if (v < 0.0) sys_error(LAW_SQRT);
+                return std::sqrt(v);
+            case form_ln:
+                if (v <= 0.0) sys_error(LAW_LN);
+                return std::log(v);
+            case form_exp:
+                return std::exp(v);
+            case form_sin:
+                return std::sin(v);
+            case form_cos:
+                return std::cos(v);
+            case form_sinh:
+                return std::sinh(v);
+            case form_cosh:
+                return std::cosh(v);
+            case form_tanh:
+                return std::tanh(v);
+            default:
+                return std::fabs(v);
+        }
+    }
+
   private:
     static constexpr int spine_depth = 16;
+
+    // A function's argument read in place (law::arg_form).
+    enum arg_kind : signed char {
+        arg_any = 0,
+        arg_variable,
+        arg_scaled_variable,         // c*V
+        arg_variable_over_constant,  // V/c, |c| not tiny: never the zero-over-zero step
+        arg_variable_product         // V*W
+    };
+
+    static int arg_kind_of(const law* sub) {
+        if (sub->leaf_kind == law::leaf_variable) return arg_variable;
+        if (sub->arith_op < law::op_times || sub->arith_op > law::op_divide) return arg_any;
+        const law* left = static_cast<const binary_law*>(sub)->fleft();
+        const law* right = static_cast<const binary_law*>(sub)->fright();
+        if (!left || !right || right->leaf_kind == law::leaf_none) return arg_any;
+        bool variable_right = right->leaf_kind == law::leaf_variable;
+        if (sub->arith_op == law::op_divide)
+            return left->leaf_kind == law::leaf_variable &&
+                           right->leaf_kind == law::leaf_constant &&
+                           !(std::fabs(right->leaf_value) < tiny)
+                       ? arg_variable_over_constant
+                       : arg_any;
+        if (left->leaf_kind == law::leaf_constant && variable_right) return arg_scaled_variable;
+        if (left->leaf_kind == law::leaf_variable && variable_right) return arg_variable_product;
+        return arg_any;
+    }
+
+    // A function's argument: an arithmetic node inlined here (a call less than through
+    // operand), the short polynomials of one variable (1+X^2) in place.
+    __attribute__((always_inline)) static double argument(const law* sub, state& s) {
+        if (sub->arith_op != law::op_none) {
+            int g = form_of(sub);
+            if (g == form_power_sum) return power_sum_value(sub, s.x);
+            if (g != form_recursive) return value_inline(sub, g, s);
+        }
+        return operand(sub, s);
+    }
 
     [[gnu::noinline]] static double other_law(const law* l, const double* x) {
         return l->evaluateM_R(x);
@@ -480,7 +589,12 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
 
     [[gnu::noinline]] static int decide_form(const law* l) {
         int f;
-        if (l->arith_op == law::op_negate) {
+        if (l->arith_op >= law::op_sqrt) {
+            const law* sub = static_cast<const unary_law*>(l)->fsub();
+            f = sub && sub->returns_scalar() ? form_sqrt + (l->arith_op - law::op_sqrt)
+                                             : form_recursive;
+            if (f != form_recursive) l->arg_form = (signed char)arg_kind_of(sub);
+        } else if (l->arith_op == law::op_negate) {
             const law* sub = static_cast<const unary_law*>(l)->fsub();
             f = sub && sub->returns_scalar() ? form_negate : form_recursive;
         } else {
@@ -774,6 +888,18 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         cls::evaluate(x, &y);                                         \
         return y;                                                     \
     }
+
+double function_scalar_value(const unary_law* l, const double* x) {
+    int f = arith_evaluator::form_of(l);
+    if (f == arith_evaluator::form_recursive) {
+        double y;
+        l->evaluate(x, &y);
+        return y;
+    }
+    arith_evaluator::state s;
+    s.x = x;
+    return arith_evaluator::function_value(l, f, s);
+}
 
 // ================================================================ plus_law
 

@@ -27,6 +27,11 @@ struct power_sum_link {
     power_sum_terms* all = nullptr;  // from three terms on: every term, bottom up
 };
 
+// The value of a one-argument function law whose constructor set its arith_op
+// (law_unary.cpp): computed by the scalar arithmetic evaluator, with the function's own
+// checks, or by the law's evaluate when its argument returns other than one value.
+double function_scalar_value(const unary_law* l, const double* x);
+
 // A + B.  A scalar added to a vector changes only the vector's first component.
 class plus_law : public binary_law {
     LAWUTIL_TYPE_DECL(plus_law, binary_law)

@@ -251,15 +251,21 @@ TEST(Classification, LevelsAreCachedBothWays) {
 
 namespace {
 
-// A random arithmetic law of X and Y: sums, differences, products, quotients, powers and
-// negations, with whole, negative, fractional and variable exponents.
+// A random arithmetic law of X and Y: sums, differences, products, quotients, powers,
+// negations and the functions the arithmetic evaluates in place (with their domain
+// errors), with whole, negative, fractional and variable exponents.
 std::string random_arithmetic_law(std::mt19937& rng, int depth) {
     static const char* const leaves[] = {"X", "Y", "2", "0.5", "-3", "X", "0"};
     static const char* const operators[] = {"+", "-", "*", "/", "^"};
     static const char* const exponents[] = {"2", "3", "8", "16", "17", "-1", "0.5", "2.5", "X"};
-    int pick = depth <= 0 ? 0 : (int)(rng() % 4);
+    static const char* const functions[] = {"SQRT", "LN",   "EXP",  "SIN", "COS",
+                                            "SINH", "COSH", "TANH", "ABS", "TAN"};
+    int pick = depth <= 0 ? 0 : (int)(rng() % 5);
     if (pick == 0) return leaves[rng() % 7];
     if (pick == 1) return "-(" + random_arithmetic_law(rng, depth - 1) + ")";
+    if (pick == 4)
+        return std::string(functions[rng() % 10]) + "(" + random_arithmetic_law(rng, depth - 1) +
+               ")";
     const char* op = operators[rng() % 5];
     std::string right = *op == '^' ? exponents[rng() % 9] : random_arithmetic_law(rng, depth - 1);
     return "(" + random_arithmetic_law(rng, depth - 1) + ")" + op + "(" + right + ")";
