@@ -336,7 +336,12 @@ void compose(const binary_law* l, const double* x, double* y, const R& r) {
 //    the chain up.  Each sum's constructor reads its terms (power_sum_link; from three
 //    terms on a block shared along the chain, power_sum_terms), so evaluating neither
 //    allocates nor walks down the chain.  A quotient of two of them divides in place,
-//    with the division's own zero-over-zero check.
+//    with the division's own zero-over-zero check;
+//  - SQRT, LN, EXP, SIN, COS, SINH, COSH, TANH and ABS of a scalar argument are nodes of
+//    this evaluator too (their constructors set arith_op): the argument is computed here,
+//    a variable, c*V, V/c or V*W read in place (arg_form, decided with the form), then
+//    the function's own test, code and library call, in its evaluate's order.  Neither
+//    the function nor its argument costs a virtual call.
 
 // Every term of a polynomial chain, bottom up, in one block after this header.  A sum
 // built on a chain whose block ends with that chain's last term appends its own term
