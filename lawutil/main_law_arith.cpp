@@ -439,6 +439,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     // are here; quotients and powers out of line, so the frame stays small.
     __attribute__((always_inline)) static double value_inline(const law* l, int f, state& s) {
         if (f == form_negate) return -operand(static_cast<const unary_law*>(l)->fsub(), s);
+        if (f >= form_sqrt && f <= form_abs) return function_value(l, f, s);
         const binary_law* b = static_cast<const binary_law*>(l);
         switch (f) {
             case form_plus:
@@ -459,16 +460,6 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
                 double a = operand(b->fleft(), s);
                 return a * a;
             }
-            case form_sqrt:
-            case form_ln:
-            case form_exp:
-            case form_sin:
-            case form_cos:
-            case form_sinh:
-            case form_cosh:
-            case form_tanh:
-            case form_abs:
-                return function_value(l, f, s);
             default:
                 return quotient_or_power(b, f, s);
         }
@@ -478,27 +469,23 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     // code, then the same library function, so the bits and the errors are F's evaluate's.
     [[gnu::noinline]] static double function_value(const law* l, int f, state& s) {
         const law* sub = static_cast<const unary_law*>(l)->fsub();
-        const binary_law* b = static_cast<const binary_law*>(sub);
-        double v;
-        // The operations of form_scaled, form_divide and form_times on leaves, read in place.
         int k = l->arg_form;
+        double v;
         if (k == arg_any)
             v = argument(sub, s);
-        else
-            switch (k) {
-                case arg_variable:
-                    v = s.x[sub->leaf_index];
-                    break;
-                case arg_scaled_variable:
-                    v = b->fleft()->leaf_value * s.x[b->fright()->leaf_index];
-                    break;
-                case arg_variable_over_constant:
-                    v = s.x[b->fleft()->leaf_index] / b->fright()->leaf_value;
-                    break;
-                case arg_variable_product:
-                default:
-                    v = s.x[b->fleft()->leaf_index] * s.x[b->fright()->leaf_index];
-            }
+        else if (k == arg_variable)
+            v = s.x[sub->leaf_index];
+        else {
+            // The operations of form_scaled, form_divide and form_times on leaves, in place.
+            const binary_law* b = static_cast<const binary_law*>(sub);
+            double a = b->fleft()->leaf_kind == law::leaf_constant ? b->fleft()->leaf_value
+                                                                   : s.x[b->fleft()->leaf_index];
+            const law* right = b->fright();
+            if (k == arg_variable_over_constant)
+                v = a / right->leaf_value;
+            else
+                v = a * s.x[right->leaf_index];
+        }
         switch (f) {
             case form_sqrt:
                 if (v < 0.0) sys_error(LAW_SQRT);
