@@ -439,31 +439,42 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     // are here; quotients and powers out of line, so the frame stays small.
     __attribute__((always_inline)) static double value_inline(const law* l, int f, state& s) {
         if (f == form_negate) return -operand(static_cast<const unary_law*>(l)->fsub(), s);
-        if (f >= form_sqrt && f <= form_abs) return function_value(l, f, s);
-        const binary_law* b = static_cast<const binary_law*>(l);
         switch (f) {
             case form_plus:
             case form_minus:
             case form_times: {
-                if (chain_link(b->fleft())) return chain_value(b, s);
-                double a = operand(b->fleft(), s);
-                return combine(f, a, operand(b->fright(), s));
+                if (chain_link(binary(l)->fleft())) return chain_value(binary(l), s);
+                double a = operand(binary(l)->fleft(), s);
+                return combine(f, a, operand(binary(l)->fright(), s));
             }
             case form_scaled:
-                return b->fleft()->leaf_value * operand(b->fright(), s);
+                return binary(l)->fleft()->leaf_value * operand(binary(l)->fright(), s);
             case form_scaled_power:
-                return b->fleft()->leaf_value * variable_power(b->fright(), s);
+                return binary(l)->fleft()->leaf_value * variable_power(binary(l)->fright(), s);
             case form_variable_power:
                 return variable_power(l, s);
             case form_square:
             case form_variable_square: {
-                double a = operand(b->fleft(), s);
+                double a = operand(binary(l)->fleft(), s);
                 return a * a;
             }
+            case form_sqrt:
+            case form_ln:
+            case form_exp:
+            case form_sin:
+            case form_cos:
+            case form_sinh:
+            case form_cosh:
+            case form_tanh:
+            case form_abs:
+                return function_value(l, f, s);
             default:
-                return quotient_or_power(b, f, s);
+                return quotient_or_power(binary(l), f, s);
         }
     }
+
+    // A node of a binary form; cast only once the form says so (a function node is not).
+    static const binary_law* binary(const law* l) { return static_cast<const binary_law*>(l); }
 
     // F(A) for a function node of form `f`: A first, then F's evaluate's domain test and
     // code, then the same library function, so the bits and the errors are F's evaluate's.
