@@ -420,12 +420,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
                 return a * a;
             }
             // Functions straight to their own entry, not through value's dispatch.
-            if (f >= form_sqrt && f <= form_abs) {
-                // F(V) without a frame: the commonest function node.
-                if (l->arg_form == arg_variable)
-                    return apply(f, s.x[static_cast<const unary_law*>(l)->fsub()->leaf_index]);
-                return function_value(l, f, s);
-            }
+            if (f >= form_sqrt && f <= form_abs) return function_value(l, f, s);
             if (f != form_recursive) return value(l, f, s);
         }
         // A function law known to return one value: what evaluateM_R would call.
@@ -481,7 +476,8 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
     // A node of a binary form; cast only once the form says so (a function node is not).
     static const binary_law* binary(const law* l) { return static_cast<const binary_law*>(l); }
 
-    // F(A) for a function node of form `f`: A first, then F itself (apply).
+    // F(A) for a function node of form `f`: A first, then F's evaluate's domain test and
+    // code, then the same library function, so the bits and the errors are F's evaluate's.
     [[gnu::noinline]] static double function_value(const law* l, int f, state& s) {
         const law* sub = static_cast<const unary_law*>(l)->fsub();
         int k = l->arg_form;
@@ -501,15 +497,6 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
             else
                 v = a * s.x[right->leaf_index];
         }
-        return apply_inline(f, v);
-    }
-
-    // F(v) for the function of form `f`: its evaluate's domain test and code, then the
-    // same library function, so the bits and the errors are its evaluate's.
-    [[gnu::noinline]] static double apply(int f, double v) { return apply_inline(f, v); }
-
-    // The same, inlined where the argument was just computed.
-    __attribute__((always_inline)) static double apply_inline(int f, double v) {
         switch (f) {
             case form_sqrt:
                 if (v < 0.0) sys_error(LAW_SQRT);
