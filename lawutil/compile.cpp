@@ -1454,6 +1454,18 @@ inline double sinh_slope(double a, double sinh_a) {
     return std::fabs(sinh_a) < 1e150 ? std::sqrt(1.0 + sinh_a * sinh_a) : std::cosh(a);
 }
 
+// A fallback's partial at a point: NaN where its class has no derivative and where the
+// derivative leaves its domain, so the gradient pass raises exactly where evaluate does,
+// with its code, and never for a partial (X^1 at 0: the slope 1*X^0 raises, X^1 does not).
+inline double partial_at(const law* d, const double* at) {
+    if (!d) return not_a_number;
+    try {
+        return d->evaluateM_R(at);
+    } catch (const vorx_exception&) {
+        return not_a_number;
+    }
+}
+
 // The gradient pass's own step past the single-point pass's: P(A)/Q(A), two Horner steps
 // over one operand and the division of the first by the second, in one handler.
 enum : unsigned char { step_rational = step_end + 1 };
@@ -1737,7 +1749,7 @@ law_program::gradient_threaded(const double* x, double* grad) const {
         double in = a;
         double w = p->node->evaluateM_R(&in);
         const law* d = helpers_[p->part];
-        LAWUTIL_UNARY(w, d ? d->evaluateM_R(&in) : not_a_number)
+        LAWUTIL_UNARY(w, partial_at(d, &in))
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(apply2, op_apply2) {
@@ -1746,11 +1758,11 @@ law_program::gradient_threaded(const double* x, double* grad) const {
         double w = p->node->evaluateM_R(ab);
         const law* dx = helpers_[p->part];
         const law* dy = helpers_[p->part + 1];
-        double s = dx ? dx->evaluateM_R(ab) : not_a_number;
+        double s = partial_at(dx, ab);
         // A constant exponent has no partials: LN(A) of (A^B)' is not asked for.
         bool constant_b = true;
         for (int i = 0; i < M; ++i) constant_b = constant_b && LAWUTIL_D(db, i) == 0.0;
-        double t = constant_b ? 0.0 : dy ? dy->evaluateM_R(ab) : not_a_number;
+        double t = constant_b ? 0.0 : partial_at(dy, ab);
         v = w;
         for (int i = 0; i < M; ++i)
             LAWUTIL_D(dv, i) =
@@ -1762,7 +1774,7 @@ law_program::gradient_threaded(const double* x, double* grad) const {
         v = p->node->evaluateM_R(x);
         for (int i = 0; i < M; ++i) {
             const law* d = p->part >= 0 ? helpers_[p->part + i] : nullptr;
-            LAWUTIL_D(dv, i) = d ? d->evaluateM_R(x) : not_a_number;
+            LAWUTIL_D(dv, i) = partial_at(d, x);
         }
         LAWUTIL_STORE
     }
@@ -1912,7 +1924,7 @@ __attribute__((visibility("hidden"))) double law_program::gradient_pass(const do
             case op_apply1: {
                 v = apply(*p, r, pool_, x);
                 const law* d = helpers_[p->part];
-                s = d ? d->evaluateM_R(&a) : not_a_number;
+                s = partial_at(d, &a);
                 break;
             }
             case op_apply2: {
@@ -1920,11 +1932,11 @@ __attribute__((visibility("hidden"))) double law_program::gradient_pass(const do
                 double ab[2] = {a, r[p->b]};
                 const law* dx = helpers_[p->part];
                 const law* dy = helpers_[p->part + 1];
-                s = dx ? dx->evaluateM_R(ab) : not_a_number;
+                s = partial_at(dx, ab);
                 // A constant exponent has no partials: LN(A) of (A^B)' is not asked for.
                 bool constant_b = true;
                 for (int i = 0; i < m; ++i) constant_b = constant_b && gb[i] == 0.0;
-                t = constant_b ? 0.0 : dy ? dy->evaluateM_R(ab) : not_a_number;
+                t = constant_b ? 0.0 : partial_at(dy, ab);
                 two = !constant_b;
                 break;
             }
@@ -1932,7 +1944,7 @@ __attribute__((visibility("hidden"))) double law_program::gradient_pass(const do
                 v = p->node->evaluateM_R(x);
                 for (int i = 0; i < m; ++i) {
                     const law* d = p->part >= 0 ? helpers_[p->part + i] : nullptr;
-                    gd[i] = d ? d->evaluateM_R(x) : not_a_number;
+                    gd[i] = partial_at(d, x);
                 }
                 r[p->dst] = v;
                 continue;
