@@ -707,6 +707,10 @@ class compiler {
                 p.c[i] = (i <= u.deg ? u.c[i] : 0.0) +
                          (difference ? -1.0 : 1.0) * (i <= v.deg ? v.c[i] : 0.0);
         }
+        // Coefficients that overflow are no rewrite of the tree: 1E+300*X*1E+300 is 0 at 0
+        // by the tree, inf*0 by an inf coefficient.
+        for (int i = 0; i <= p.deg; ++i)
+            if (!std::isfinite(p.c[i])) return false;
         p.trim();
         return true;
     }
