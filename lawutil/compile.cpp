@@ -225,6 +225,17 @@ inline double chain_power_point(double x, int n) {
     return chain_power(x, n);
 }
 
+// 1/x^n, n >= 1, as the reciprocal of the chain; where the chain overflows or underflows
+// while x^-n need not, pow: (2^256)^-4 is 2^-1024 by the tree, 1/inf = 0 by the chain, and
+// a 0 there may raise further on (0^0).
+inline double reciprocal_power(double x, int n) {
+    double r = chain_power_point(x, n);
+    double m = std::fabs(r);
+    return m >= std::numeric_limits<double>::min() && m <= std::numeric_limits<double>::max()
+               ? 1.0 / r
+               : std::pow(x, (double)-n);
+}
+
 // The square root of an operand whose domain test has passed: the processor's
 // instruction, without the library's errno test behind it (the same value).
 inline double tested_sqrt(double x) {
@@ -391,7 +402,7 @@ inline double apply(const instruction& p, const double* r, const double* pool, c
             return chain_power(a, p.n);
         case op_rpowi:
             if (a == 0.0) sys_error(LAW_EXPONENT);
-            return 1.0 / chain_power(a, p.n);
+            return reciprocal_power(a, p.n);
         case op_half:
             if (a < 0.0) sys_error(LAW_EXPONENT);
             // + 0.0 turns the -0 of sqrt(-0) into the +0 of pow(-0, 0.5).
@@ -1293,7 +1304,7 @@ law_program::run_point(const double* x, bool link) const {
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(rpowi, op_rpowi)
     if (a == 0.0) sys_error(LAW_EXPONENT);
-    r[p->dst] = v = 1.0 / chain_power_point(a, p->n);
+    r[p->dst] = v = reciprocal_power(a, p->n);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(half, op_half)
     if (a < 0.0) sys_error(LAW_EXPONENT);
@@ -1649,7 +1660,7 @@ law_program::gradient_threaded(const double* x, double* grad) const {
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(rpowi, op_rpowi) {
         if (a == 0.0) sys_error(LAW_EXPONENT);
-        double w = 1.0 / chain_power(a, p->n);
+        double w = reciprocal_power(a, p->n);
         LAWUTIL_UNARY(w, -p->n * w / a)
     }
     LAWUTIL_NEXT;
@@ -2235,6 +2246,10 @@ __attribute__((always_inline)) inline void block_body(const block_program& bp, i
                 break;
             case op_rpowi:
                 for (int k = 0; k < lanes; ++k) r[k] = 1.0 / chain_power(a[k], p->n);
+                // Lanes whose chain may have left the normal range, decided one by one.
+                for (int k = 0; k < lanes; ++k)
+                    if (!(std::fabs(r[k]) >= 1e-307 && std::fabs(r[k]) <= 1e307))
+                        r[k] = reciprocal_power(a[k], p->n);
                 flag_lanes(lanes, a, r, err, LAW_EXPONENT, [](double v) { return v == 0.0; });
                 break;
             case op_div: {
