@@ -5,6 +5,16 @@
 // a few points (domain errors are fine, crashes are not) and which differentiates.  After
 // each input every law and every tracked block made for it must be gone.
 //
+// A scalar law of at most max_inputs inputs (and its derivative) is also compiled, in
+// exact mode and with rewrites, and each program is held to its contract at the same
+// points: the exact program gives the tree's values bit for bit and both raise the tree's
+// codes, the rewriting one within the bound of its rewrites; the gradient pass gives
+// evaluate's value bit for bit, or raises where evaluate raises, with its code; a batch
+// over the points, across a block edge, gives each point NaN and the code of the single
+// point where it raises, else its value, bit for bit (with rewrites, within 1e-14 for a
+// law of the functions a vector library may take).  The bounds of the rewrites hold
+// where the law does not amplify the error of a step (see steady).
+//
 // A broken invariant prints its reason and calls __builtin_trap(), which libFuzzer
 // reports as a crash with the input saved.
 #include <cctype>
@@ -12,6 +22,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "base/errors.hpp"
@@ -172,6 +183,115 @@ outcome evaluate_at(const law* l, int point, const char* input) {
     return r;
 }
 
+// The value or the error of f().
+template <class F>
+outcome attempt(F f) {
+    outcome r;
+    try {
+        r.y.push_back(f());
+    } catch (const vorx_exception& e) {
+        r.raised = true;
+        r.code = e.code();
+    }
+    return r;
+}
+
+// a within `rel` of b relative to 1 + |b| (tests/test_compile.cpp bounds the rewrites by
+// 1e-12, the batch's vector functions by 1e-14); two non-finite values agree.
+bool within(double a, double b, double rel) {
+    if (!std::isfinite(a) || !std::isfinite(b)) return !std::isfinite(a) && !std::isfinite(b);
+    return a == b || std::fabs(a - b) <= rel * (1.0 + std::fabs(b));
+}
+
+// Those bounds are for a rewritten step (a few ulp of the step); the law carries such an
+// error on, amplified as much as it amplifies.  A law holds to them where it does not
+// amplify: where inputs moved by `nudge` relative move the tree's value v within `rel`.
+bool steady(const law* l, int p, double v, double nudge, double rel) {
+    double x[max_inputs + 1];
+    for (double f : {1.0 + nudge, 1.0 - nudge}) {
+        for (int i = 0; i < l->take_dim(); ++i) x[i] = (sample_points[p] + 0.375 * (double)i) * f;
+        outcome o = attempt([&] { return l->evaluateM_R(x); });
+        if (o.raised || !within(o.y[0], v, rel)) return false;
+    }
+    return true;
+}
+
+// The classes a batch with rewrites may take from a vector library, a few ulp off the
+// scalar functions; elsewhere a lane is a single point, bit for bit.
+bool vector_functions(const law* l) {
+    return any_node(l, [](const law* n) {
+        return n->isa(sin_law::id()) || n->isa(cos_law::id()) || n->isa(exp_law::id()) ||
+               n->isa(natural_log_law::id()) || n->isa(sinh_law::id()) || n->isa(cosh_law::id());
+    });
+}
+
+// The contract of one program at the sample points, against the tree's outcomes.
+void check_program(const law* l, int mode, const outcome* tree, const char* input) {
+    int n = l->take_dim();
+    bool exact = mode == law_program::exact;
+    law_program* made = nullptr;
+    try {
+        made = VORX_NEW law_program(l, mode);
+    } catch (const vorx_exception&) {
+        fail("the law does not compile", input);
+    }
+    std::unique_ptr<law_program> held(made);
+    const law_program& prog = *made;
+    // A batch of the points over and over, across a block edge into a short tail.
+    constexpr int lanes = 133;
+    std::vector<double> xs((size_t)(n > 0 ? n : 1) * lanes), ys(lanes);
+    std::vector<int> codes(lanes);
+    std::vector<const double*> rows((size_t)(n > 0 ? n : 1));
+    for (int i = 0; i < n; ++i) {
+        rows[(size_t)i] = xs.data() + (size_t)i * lanes;
+        for (int k = 0; k < lanes; ++k)
+            xs[(size_t)i * lanes + k] = sample_points[k % sample_count] + 0.375 * (double)i;
+    }
+    prog.evaluate_batch(lanes, rows.data(), ys.data(), codes.data());
+    outcome single[sample_count];
+    for (int p = 0; p < sample_count; ++p) {
+        double x[max_inputs + 1], grad[max_inputs + 1];
+        for (int i = 0; i < n; ++i) x[i] = sample_points[p] + 0.375 * (double)i;
+        const outcome& t = tree[p];
+        outcome& o = single[p] = attempt([&] { return prog.evaluate(x); });
+        if (o.raised != t.raised || o.code != t.code)
+            fail(exact ? "the exact program raises otherwise than the tree"
+                       : "the rewriting program raises otherwise than the tree",
+                 input);
+        if (!t.raised &&
+            (exact ? !same_bits_or_both_nan(o.y[0], t.y[0])
+                   : !within(o.y[0], t.y[0], 1e-12) && steady(l, p, t.y[0], 0x1p-46, 1e-12)))
+            fail(exact ? "the exact program's value is not the tree's"
+                       : "the rewriting program's value is off the tree's",
+                 input);
+        outcome g = attempt([&] { return prog.evaluate_with_gradient(x, grad); });
+        if (g.raised != o.raised || g.code != o.code ||
+            (!o.raised && !same_bits_or_both_nan(g.y[0], o.y[0])))
+            fail("the gradient pass's value is not evaluate's", input);
+    }
+    bool vector = !exact && vector_functions(l);
+    for (int k = 0; k < lanes; ++k) {
+        int p = k % sample_count;
+        const outcome& o = single[p];
+        double y = ys[(size_t)k];
+        bool same = o.raised ? codes[(size_t)k] == o.code && std::isnan(y)
+                             : codes[(size_t)k] == 0 &&
+                                   (same_bits_or_both_nan(y, o.y[0]) ||
+                                    (vector && (within(y, o.y[0], 1e-14) ||
+                                                !steady(l, p, o.y[0], 0x1p-50, 1e-14))));
+        if (!same) fail("a batch point is not the single point", input);
+    }
+}
+
+// Both programs of a scalar law that draws no random numbers.
+void check_programs(const law* l, const char* input) {
+    if (l->return_dim() != 1 || l->take_dim() > max_inputs || draws_random(l)) return;
+    outcome tree[sample_count];
+    for (int p = 0; p < sample_count; ++p) tree[p] = evaluate_at(l, p, input);
+    check_program(l, law_program::exact, tree, input);
+    check_program(l, law_program::rewrite, tree, input);
+}
+
 // The printed text must read back to a law that prints the very same text; when the
 // two trees are identical they must also be equal and evaluate alike, errors included.
 void check_read_back(const law* l, const char* input, const char* printed) {
@@ -206,9 +326,13 @@ void check_law(const law* l, const char* input) {
     if (!known_not_to_read_back(printed.get())) check_read_back(l, input, printed.get());
 
     for (int p = 0; p < sample_count; ++p) evaluate_at(l, p, input);
+    check_programs(l, input);
     try {
         law_holder d(l->derivative(0));
-        if (d) evaluate_at(d.get(), 0, input);
+        if (d) {
+            evaluate_at(d.get(), 0, input);
+            check_programs(d.get(), input);
+        }
     } catch (const vorx_exception&) {
         // Some classes have no derivative (LAW_DERIV); a derivative may also be refused
         // for the shape of its law.

@@ -225,6 +225,17 @@ inline double chain_power_point(double x, int n) {
     return chain_power(x, n);
 }
 
+// 1/x^n, n >= 1, as the reciprocal of the chain; where the chain overflows or underflows
+// while x^-n need not, pow: (2^256)^-4 is 2^-1024 by the tree, 1/inf = 0 by the chain, and
+// a 0 there may raise further on (0^0).
+inline double reciprocal_power(double x, int n) {
+    double r = chain_power_point(x, n);
+    double m = std::fabs(r);
+    return m >= std::numeric_limits<double>::min() && m <= std::numeric_limits<double>::max()
+               ? 1.0 / r
+               : std::pow(x, (double)-n);
+}
+
 // The square root of an operand whose domain test has passed: the processor's
 // instruction, without the library's errno test behind it (the same value).
 inline double tested_sqrt(double x) {
@@ -391,7 +402,7 @@ inline double apply(const instruction& p, const double* r, const double* pool, c
             return chain_power(a, p.n);
         case op_rpowi:
             if (a == 0.0) sys_error(LAW_EXPONENT);
-            return 1.0 / chain_power(a, p.n);
+            return reciprocal_power(a, p.n);
         case op_half:
             if (a < 0.0) sys_error(LAW_EXPONENT);
             // + 0.0 turns the -0 of sqrt(-0) into the +0 of pow(-0, 0.5).
@@ -707,6 +718,10 @@ class compiler {
                 p.c[i] = (i <= u.deg ? u.c[i] : 0.0) +
                          (difference ? -1.0 : 1.0) * (i <= v.deg ? v.c[i] : 0.0);
         }
+        // Coefficients that overflow are no rewrite of the tree: 1E+300*X*1E+300 is 0 at 0
+        // by the tree, inf*0 by an inf coefficient.
+        for (int i = 0; i <= p.deg; ++i)
+            if (!std::isfinite(p.c[i])) return false;
         p.trim();
         return true;
     }
@@ -1289,7 +1304,7 @@ law_program::run_point(const double* x, bool link) const {
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(rpowi, op_rpowi)
     if (a == 0.0) sys_error(LAW_EXPONENT);
-    r[p->dst] = v = 1.0 / chain_power_point(a, p->n);
+    r[p->dst] = v = reciprocal_power(a, p->n);
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(half, op_half)
     if (a < 0.0) sys_error(LAW_EXPONENT);
@@ -1452,6 +1467,18 @@ inline double power_with_slope(double a, int n, double& slope) {
 // second exponential (within 2 ulp of cosh; cosh itself where the square overflows).
 inline double sinh_slope(double a, double sinh_a) {
     return std::fabs(sinh_a) < 1e150 ? std::sqrt(1.0 + sinh_a * sinh_a) : std::cosh(a);
+}
+
+// A fallback's partial at a point: NaN where its class has no derivative and where the
+// derivative leaves its domain, so the gradient pass raises exactly where evaluate does,
+// with its code, and never for a partial (X^1 at 0: the slope 1*X^0 raises, X^1 does not).
+inline double partial_at(const law* d, const double* at) {
+    if (!d) return not_a_number;
+    try {
+        return d->evaluateM_R(at);
+    } catch (const vorx_exception&) {
+        return not_a_number;
+    }
 }
 
 // The gradient pass's own step past the single-point pass's: P(A)/Q(A), two Horner steps
@@ -1633,7 +1660,7 @@ law_program::gradient_threaded(const double* x, double* grad) const {
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(rpowi, op_rpowi) {
         if (a == 0.0) sys_error(LAW_EXPONENT);
-        double w = 1.0 / chain_power(a, p->n);
+        double w = reciprocal_power(a, p->n);
         LAWUTIL_UNARY(w, -p->n * w / a)
     }
     LAWUTIL_NEXT;
@@ -1737,7 +1764,7 @@ law_program::gradient_threaded(const double* x, double* grad) const {
         double in = a;
         double w = p->node->evaluateM_R(&in);
         const law* d = helpers_[p->part];
-        LAWUTIL_UNARY(w, d ? d->evaluateM_R(&in) : not_a_number)
+        LAWUTIL_UNARY(w, partial_at(d, &in))
     }
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(apply2, op_apply2) {
@@ -1746,11 +1773,11 @@ law_program::gradient_threaded(const double* x, double* grad) const {
         double w = p->node->evaluateM_R(ab);
         const law* dx = helpers_[p->part];
         const law* dy = helpers_[p->part + 1];
-        double s = dx ? dx->evaluateM_R(ab) : not_a_number;
+        double s = partial_at(dx, ab);
         // A constant exponent has no partials: LN(A) of (A^B)' is not asked for.
         bool constant_b = true;
         for (int i = 0; i < M; ++i) constant_b = constant_b && LAWUTIL_D(db, i) == 0.0;
-        double t = constant_b ? 0.0 : dy ? dy->evaluateM_R(ab) : not_a_number;
+        double t = constant_b ? 0.0 : partial_at(dy, ab);
         v = w;
         for (int i = 0; i < M; ++i)
             LAWUTIL_D(dv, i) =
@@ -1762,7 +1789,7 @@ law_program::gradient_threaded(const double* x, double* grad) const {
         v = p->node->evaluateM_R(x);
         for (int i = 0; i < M; ++i) {
             const law* d = p->part >= 0 ? helpers_[p->part + i] : nullptr;
-            LAWUTIL_D(dv, i) = d ? d->evaluateM_R(x) : not_a_number;
+            LAWUTIL_D(dv, i) = partial_at(d, x);
         }
         LAWUTIL_STORE
     }
@@ -1912,7 +1939,7 @@ __attribute__((visibility("hidden"))) double law_program::gradient_pass(const do
             case op_apply1: {
                 v = apply(*p, r, pool_, x);
                 const law* d = helpers_[p->part];
-                s = d ? d->evaluateM_R(&a) : not_a_number;
+                s = partial_at(d, &a);
                 break;
             }
             case op_apply2: {
@@ -1920,11 +1947,11 @@ __attribute__((visibility("hidden"))) double law_program::gradient_pass(const do
                 double ab[2] = {a, r[p->b]};
                 const law* dx = helpers_[p->part];
                 const law* dy = helpers_[p->part + 1];
-                s = dx ? dx->evaluateM_R(ab) : not_a_number;
+                s = partial_at(dx, ab);
                 // A constant exponent has no partials: LN(A) of (A^B)' is not asked for.
                 bool constant_b = true;
                 for (int i = 0; i < m; ++i) constant_b = constant_b && gb[i] == 0.0;
-                t = constant_b ? 0.0 : dy ? dy->evaluateM_R(ab) : not_a_number;
+                t = constant_b ? 0.0 : partial_at(dy, ab);
                 two = !constant_b;
                 break;
             }
@@ -1932,7 +1959,7 @@ __attribute__((visibility("hidden"))) double law_program::gradient_pass(const do
                 v = p->node->evaluateM_R(x);
                 for (int i = 0; i < m; ++i) {
                     const law* d = p->part >= 0 ? helpers_[p->part + i] : nullptr;
-                    gd[i] = d ? d->evaluateM_R(x) : not_a_number;
+                    gd[i] = partial_at(d, x);
                 }
                 r[p->dst] = v;
                 continue;
@@ -2219,6 +2246,10 @@ __attribute__((always_inline)) inline void block_body(const block_program& bp, i
                 break;
             case op_rpowi:
                 for (int k = 0; k < lanes; ++k) r[k] = 1.0 / chain_power(a[k], p->n);
+                // Lanes whose chain may have left the normal range, decided one by one.
+                for (int k = 0; k < lanes; ++k)
+                    if (!(std::fabs(r[k]) >= 1e-307 && std::fabs(r[k]) <= 1e307))
+                        r[k] = reciprocal_power(a[k], p->n);
                 flag_lanes(lanes, a, r, err, LAW_EXPONENT, [](double v) { return v == 0.0; });
                 break;
             case op_div: {

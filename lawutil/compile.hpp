@@ -51,8 +51,9 @@ class law_program : public vorx::VORX_OBJECT {
 
     // The value at x together with its take_dim() first partial derivatives in `grad`,
     // in one forward pass (the chain rule over the program, no derivative tree).  A
-    // partial is NaN where the class has no derivative, where a zero-over-zero division
-    // was resolved by the tree, and where the chain rule meets 0*inf (SQRT at 0).
+    // partial is NaN where the class has no derivative or its derivative leaves its
+    // domain, where a zero-over-zero division was resolved by the tree, and where the
+    // chain rule meets 0*inf (SQRT at 0).  Raises where evaluate raises, with its code.
     double evaluate_with_gradient(const double* x, double* grad) const;
 
     // The values at `n` points given as structure of arrays: x[i][k] is input i of point
