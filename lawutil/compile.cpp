@@ -1472,7 +1472,12 @@ inline double sinh_slope(double a, double sinh_a) {
 // A fallback's partial at a point: NaN where its class has no derivative and where the
 // derivative leaves its domain, so the gradient pass raises exactly where evaluate does,
 // with its code, and never for a partial (X^1 at 0: the slope 1*X^0 raises, X^1 does not).
-inline double partial_at(const law* d, const double* at) {
+// Kept out of line: a handler inside the threaded passes costs them registers.
+#if defined(__GNUC__)
+__attribute__((noinline))
+#endif
+double
+partial_at(const law* d, const double* at) {
     if (!d) return not_a_number;
     try {
         return d->evaluateM_R(at);
