@@ -9,7 +9,9 @@
 //   (the two 1+X^2 of E4) are computed once too.
 // - Constants fold: an operation whose operands are all constants is run once, here, by
 //   the same code that runs it later; one that raises is kept, so the error is raised
-//   when evaluating, as the tree does.
+//   when evaluating, as the tree does.  With rewrites a whole subtree that reads no input
+//   is the tree's own value of it (its powers rounded otherwise could be amplified
+//   without bound by a function of them: SIN(PI^42)).
 // - A constant multiple, a constant offset, or both, fuse into one instruction over their
 //   operand (c*A, A+c, c-A, c*A+d), in the tree's order of rounding; a division by a
 //   constant that is not tiny is the plain quotient.  Such a step that feeds sin, cos,
@@ -752,6 +754,30 @@ class compiler {
         return -1;
     }
 
+    // A subtree that reads no input is the tree's own constant.  Rewritten, its powers and
+    // polynomials would round otherwise, and a function of a large constant amplifies
+    // that without bound (SIN(PI^42)).  One that draws random numbers, or raises, stays.
+    static bool tree_constant(const law* l, double& v) {
+        if (l->take_dim() != 0 || !plain_subtree(l)) return false;
+        try {
+            double none = 0.0;
+            v = l->evaluateM_R(&none);
+            return true;
+        } catch (const vorx_exception&) {
+            return false;
+        }
+    }
+    static bool plain_subtree(const law* l) {
+        if (!l || l->isa(rand_law::id())) return false;
+        if (l->isa(constant_law::id())) return true;
+        if (l->isa(unary_law::id())) return plain_subtree(static_cast<const unary_law*>(l)->fsub());
+        if (l->isa(binary_law::id())) {
+            const binary_law* b = static_cast<const binary_law*>(l);
+            return plain_subtree(b->fleft()) && plain_subtree(b->fright());
+        }
+        return false;
+    }
+
     int build(const law* l) {
         if (!l->returns_scalar()) return tree(l);
         if (l->isa(constant_law::id()))
@@ -759,6 +785,8 @@ class compiler {
         if (l->isa(identity_law::id())) return static_cast<const identity_law*>(l)->fwhich();
         int t = l->type();
         if (!(mode_ & law_program::exact)) {
+            double v;
+            if (tree_constant(l, v)) return constant(v);
             int h = try_horner(l);
             if (h >= 0) return h;
         }
