@@ -260,6 +260,8 @@ void check_program(const law* l, int mode, const outcome* tree, const char* inpu
     }
     std::unique_ptr<law_program> held(made);
     const law_program& prog = *made;
+    // The same program on the interpreter: the machine code's values and codes, bit for bit.
+    law_program interpreted(l, mode | law_program::interpreted);
     // A batch of the points over and over, across a block edge into a short tail.
     constexpr int lanes = 133;
     std::vector<double> xs((size_t)(n > 0 ? n : 1) * lanes), ys(lanes);
@@ -288,6 +290,10 @@ void check_program(const law* l, int mode, const outcome* tree, const char* inpu
             fail(exact ? "the exact program's value is not the tree's"
                        : "the rewriting program's value is off the tree's",
                  input);
+        outcome in = attempt([&] { return interpreted.evaluate(x); });
+        if (in.raised != o.raised || in.code != o.code ||
+            (!o.raised && !same_bits_or_both_nan(in.y[0], o.y[0])))
+            fail("the machine code is not the interpreter", input);
         outcome g = attempt([&] { return prog.evaluate_with_gradient(x, grad); });
         if (g.raised != o.raised || g.code != o.code ||
             (!o.raised && !same_bits_or_both_nan(g.y[0], o.y[0])))

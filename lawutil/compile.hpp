@@ -18,6 +18,8 @@
 // errors are raised with the tree's codes, in the tree's order.
 #pragma once
 
+#include <cstddef>
+
 #include "lawutil/law_base.hpp"
 
 namespace lawutil {
@@ -25,10 +27,12 @@ namespace lawutil {
 class law_program : public vorx::VORX_OBJECT {
   public:
     enum : int {
-        rewrite = 0,     // Horner steps, multiplication chains (the default)
-        exact = 1,       // the tree's operations only: values equal to the tree's
-        values_only = 2  // added to either: no derivatives of fallbacks are made, which
-                         // spares compiling time; the gradient pass gives NaN partials there
+        rewrite = 0,      // Horner steps, multiplication chains (the default)
+        exact = 1,        // the tree's operations only: values equal to the tree's
+        values_only = 2,  // added to either: no derivatives of fallbacks are made, which
+                          // spares compiling time; the gradient pass gives NaN partials there
+        interpreted = 4   // added to any: the single-point pass stays on the interpreter,
+                          // without machine code (for tests and benchmarks)
     };
 
     // Compiles `l` (any law; classes the compiler does not know are evaluated through
@@ -44,6 +48,9 @@ class law_program : public vorx::VORX_OBJECT {
     // Instructions and registers of the program (for tests and benchmarks).
     int size() const { return count_; }
     int registers() const { return registers_; }
+    // Whether evaluate runs machine code (x86-64 Linux; not for a program that calls back
+    // into laws, nor in interpreted mode).
+    bool native() const { return native_ != nullptr; }
 
     // The value at x (take_dim() inputs), as evaluateM_R gives it: a law of more than
     // one output raises LAW_EVALS, a point outside a domain raises the tree's code.
@@ -93,6 +100,11 @@ class law_program : public vorx::VORX_OBJECT {
     int helper_count_ = 0;
     // The code with the gradient pass's own steps (see plan_gradient).
     instruction* gradient_code_ = nullptr;
+    // The single-point pass as machine code (compile_jit.hpp): its entry, or null, and
+    // its mapping.
+    void* native_ = nullptr;
+    void* native_memory_ = nullptr;
+    std::size_t native_size_ = 0;
 };
 
 // A law that a numerical routine evaluates many times: through its tree for the first

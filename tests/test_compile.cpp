@@ -112,8 +112,9 @@ TEST(Compile, AgreesWithTheTreeOverTheRegistry) {
 
 namespace {
 
-// A random law of X and Y, `depth` levels deep at most.
-std::string random_law(std::mt19937& rng, int depth) {
+// A random law of X and Y, `depth` levels deep at most; `native`: only the functions that
+// machine code runs itself.
+std::string random_law(std::mt19937& rng, int depth, bool native = false) {
     static const char* const leaves[] = {"X", "Y", "2", "0.5", "3", "X", "1.25"};
     static const char* const functions[] = {"SIN",  "COS",   "EXP",     "LN",      "SQRT",
                                             "ABS",  "SINH",  "COSH",    "TAN",     "ARCSIN",
@@ -122,11 +123,14 @@ std::string random_law(std::mt19937& rng, int depth) {
     static const char* const exponents[] = {"2", "3", "-1", "0.5", "4", "X", "-2"};
     int pick = depth <= 0 ? 0 : (int)(rng() % 3);
     if (pick == 0) return leaves[rng() % 7];
-    if (pick == 1)
-        return std::string(functions[rng() % 15]) + "(" + random_law(rng, depth - 1) + ")";
+    if (pick == 1) {
+        int f = (int)(rng() % (native ? 9 : 15));
+        return std::string(functions[native && f == 8 ? 14 : f]) + "(" +
+               random_law(rng, depth - 1, native) + ")";
+    }
     const char* op = operators[rng() % 5];
-    std::string right = *op == '^' ? exponents[rng() % 7] : random_law(rng, depth - 1);
-    return "(" + random_law(rng, depth - 1) + ")" + op + "(" + right + ")";
+    std::string right = *op == '^' ? exponents[rng() % 7] : random_law(rng, depth - 1, native);
+    return "(" + random_law(rng, depth - 1, native) + ")" + op + "(" + right + ")";
 }
 
 }  // namespace
@@ -144,6 +148,50 @@ TEST(Compile, AgreesWithTheTreeOverRandomLaws) {
         evaluated += check_law(l.get());
     }
     EXPECT_GT(evaluated, 1000);
+}
+
+// Machine code against the interpreter over random laws, at the edges of the domains
+// (0 and -0, +-1, below and above the division's tiny, where x^-n leaves the normal range,
+// NaN, infinity): the same bits, the same error codes.
+TEST(Compile, MachineCodeIsTheInterpreter) {
+    const double edges[] = {0.0, -0.0,  1.0,     -1.0,   0.5,     -0.3, 1e-16,
+                            2.5, 1e200, -1e-170, 1e-300, 0x1p256, NAN,  INFINITY};
+    const int count = sizeof edges / sizeof edges[0];
+    std::mt19937 rng(5);
+    int native = 0, raised = 0;
+    const char* const edge_laws[] = {"X^0.5-0", "X^-4*Y", "X/Y", "LN(X)+SQRT(-X)"};
+    for (int i = 0; i < 500; ++i) {
+        std::string text = i < 4 ? edge_laws[i] : random_law(rng, 4, true);
+        law_holder l(str_to_law(text.c_str()));
+        ASSERT_TRUE(l) << text;
+        for (int mode : {law_program::rewrite, law_program::exact}) {
+            law_program machine(l.get(), mode),
+                interpreter(l.get(), mode | law_program::interpreted);
+            EXPECT_FALSE(interpreter.native());
+            native += machine.native();
+            for (int k = 0; k < count; ++k) {
+                double x[2] = {edges[k], edges[(k * 5 + 3) % count]};
+                SCOPED_TRACE(text + " at " + std::to_string(x[0]) + ", " + std::to_string(x[1]));
+                outcome m = outcome_of([&] { return machine.evaluate(x); });
+                outcome t = outcome_of([&] { return interpreter.evaluate(x); });
+                EXPECT_EQ(m.error, t.error);
+                EXPECT_TRUE(same_bits(m.value, t.value)) << m.value << " " << t.value;
+                raised += !t.error.empty();
+            }
+        }
+    }
+#if defined(__x86_64__) && defined(__linux__)
+    EXPECT_GT(native, 900);
+    // The workload of bench_eval runs as machine code.
+    for (const char* text :
+         {"X^2+SIN(X)", "(X^3-2*X+1)/(X^2+1)", "EXP(-(X^2))*COS(10*X)", "SQRT(1+X^2)+LN(1+X^2)",
+          "1+2*X+3*X^2+4*X^3+5*X^4+6*X^5+7*X^6+8*X^7+9*X^8", "SIN(X)*COS(X)+EXP(X/3)*SINH(X/2)",
+          "X^2*Y+SIN(X*Y)+Y^3", "SIN(COS(SIN(COS(X+1)+2)+3)+4)*EXP(-ABS(X))"}) {
+        law_holder l(str_to_law(text));
+        EXPECT_TRUE(law_program(l.get()).native()) << text;
+    }
+#endif
+    EXPECT_GT(raised, 500);
 }
 
 // The gradient passes where they take a shortcut: a result read from the registers by
