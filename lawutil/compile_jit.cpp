@@ -254,10 +254,11 @@ class generator {
   public:
     // Where x, the registers and the pool are kept: callee-saved registers in a program
     // that calls libm, else the argument registers (no frame at all).
-    generator(int inputs, int registers, bool calls)
+    generator(int inputs, int registers, bool calls, const double* pool)
         : base_x(calls ? rbx : rdi),
           base_reg(calls ? r14 : rsi),
           base_pool(calls ? r15 : rdx),
+          pool_values_(pool),
           inputs_(inputs),
           where_(registers, -1) {}
     const int base_x, base_reg, base_pool;
@@ -336,18 +337,28 @@ class generator {
         a.load(best, in_xmm(acc));
     }
 
+    static bool same(double u, double w) { return std::memcmp(&u, &w, sizeof u) == 0; }
+
+    const double* pool_values_;
     int inputs_;
     tracked_vector<int> where_;  // program register -> SSE register caching it, or -1
     slot slots_[16];             // by SSE register
     long clock_ = 0;
 
   public:
-    // dst = polynomial of degree n, coefficients at pool[c], of the value in register xv.
+    // dst = polynomial of degree n, coefficients at pool[c], of the value in register xv,
+    // less the steps that cannot change a bit of it: a leading 1 (1*x is x; n >= 2, so a
+    // multiplication follows, which quiets a signalling NaN as 1*x would), an added -0
+    // (p + -0 is p), and an added +0 followed by a multiplication and a nonzero
+    // coefficient (p + 0 is p but for p = -0, and (+-0)*x + c is c).  1+X^2 is X*X+1.
     void horner(int dst, int c, int n, int xv) {
-        a.load(dst, pool(c + n));
-        for (int k = n - 1; k >= 0; --k) {
-            a.mul(dst, in_xmm(xv));
-            a.add(dst, pool(c + k));
+        const double* k = pool_values_ + c;
+        bool one = n >= 2 && same(k[n], 1.0);
+        a.load(dst, one ? in_xmm(xv) : pool(c + n));
+        for (int j = n - 1; j >= 0; --j) {
+            if (!one || j != n - 1) a.mul(dst, in_xmm(xv));
+            bool nothing = same(k[j], -0.0) || (same(k[j], 0.0) && j >= 1 && k[j - 1] != 0.0);
+            if (!nothing) a.add(dst, pool(c + j));
         }
     }
     // Bails when |u| and |w| (SSE registers) are both below tiny (or NaN).
@@ -590,7 +601,7 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
 
     bool calls = false;
     for (int i = 0; i < count; ++i) calls = calls || library_function(steps[i].op);
-    generator g(inputs, registers, calls);
+    generator g(inputs, registers, calls, pool);
     assembler& a = g.a;
     auto immediate = [&](int r, const void* p) {  // mov r64, imm64
         std::uint64_t v = (std::uint64_t)(std::uintptr_t)p;
