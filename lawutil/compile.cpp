@@ -1197,8 +1197,8 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
     plan_gradient();
 
     // The single-point pass as machine code: its steps in the generator's terms, every
-    // step this pass knows by name; any other (calls back into laws, or a step added
-    // since) leaves the program on the interpreter.
+    // step this pass knows by name; any other (a step added since) leaves the program on
+    // the interpreter.
     if (!(mode & interpreted)) {
         tracked_vector<jit_step> steps;
         bool known = true;
@@ -1229,7 +1229,8 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
             }
         };
         for (const instruction& q : point) {
-            jit_step s{jit_op::end, jit_pre::none, false, q.dst, q.a, q.b, q.n, q.aux, q.part};
+            jit_step s{jit_op::end, jit_pre::none, false, q.dst,  q.a,
+                       q.b,         q.n,           q.aux, q.part, q.node};
             // clang-format off
             switch (q.step) {
                 case op_add: s.op = jit_op::add; break;
@@ -1268,7 +1269,10 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
                 case step_end_ratio: s.op = jit_op::ratio; s.ends = true; break;
                 case step_end_mul_add: s.op = jit_op::end_mul_add; break;
                 case step_end: s.op = jit_op::end; break;
-                default: known = false;  // calls back into laws, or unknown here
+                case op_apply1: s.op = jit_op::apply1; break;
+                case op_apply2: s.op = jit_op::apply2; break;
+                case op_tree: s.op = jit_op::tree; break;
+                default: known = false;  // a step unknown here
             }
             // clang-format on
             steps.push_back(s);

@@ -47,6 +47,7 @@
 #include <vector>
 
 #include "base/memory.hpp"
+#include "lawutil/law_base.hpp"
 #endif
 
 using namespace vorx;
@@ -77,12 +78,12 @@ enum : int {
 };
 
 // General registers.
-enum : int { rax = 0, rdx = 2, rbx = 3, rsi = 6, rdi = 7, r14 = 14, r15 = 15 };
+enum : int { rax = 0, rdx = 2, rbx = 3, rsp = 4, rsi = 6, rdi = 7, r14 = 14, r15 = 15 };
 // The SSE registers' roles.
 constexpr int acc = 0, scratch = 1, scratch2 = 15, first_cached = 2, last_cached = 14;
 
 // Condition codes after ucomisd.
-enum : int { cc_b = 2, cc_ae = 3, cc_e = 4, cc_be = 6, cc_a = 7 };
+enum : int { cc_b = 2, cc_ae = 3, cc_e = 4, cc_ne = 5, cc_be = 6, cc_a = 7 };
 
 // An operand: an SSE register, or memory at base + disp (base -1: the constants, disp
 // their offset in the mapping).
@@ -137,7 +138,8 @@ class assembler {
             byte(0x05 | (x & 7) << 3);  // RIP-relative: from the end of this instruction
             dword(o.disp - (here() + 4));
         } else {
-            byte(0x80 | (x & 7) << 3 | (o.base & 7));  // [base + disp32]; no SIB for these bases
+            byte(0x80 | (x & 7) << 3 | (o.base & 7));  // [base + disp32]
+            if (o.base == rsp) byte(0x24);             // rsp as a base takes a SIB byte
             dword(o.disp);
         }
     }
@@ -175,11 +177,15 @@ class assembler {
         byte(0x80 | (r & 7) << 3 | (base & 7));
         dword(disp);
     }
+    // mov r64, imm64
+    void move(int r, const void* p) {
+        std::uint64_t v = (std::uint64_t)(std::uintptr_t)p;
+        byte(0x48 | (r >= 8 ? 1 : 0));
+        byte(0xb8 | (r & 7));
+        for (int k = 0; k < 8; ++k) byte((int)(v >> (8 * k)) & 0xff);
+    }
     void call(const void* f) {
-        std::uint64_t a = (std::uint64_t)(std::uintptr_t)f;
-        byte(0x48);  // mov rax, imm64
-        byte(0xb8);
-        for (int i = 0; i < 8; ++i) byte((int)(a >> (8 * i)) & 0xff);
+        move(rax, f);
         byte(0xff);  // call rax
         byte(0xd0);
     }
@@ -190,6 +196,23 @@ class assembler {
         std::memcpy(&bytes[offset], &v, sizeof v);
     }
 };
+
+// What call_law returns (SysV: in xmm0 and rax).
+struct law_result {
+    double value;
+    long failed;
+};
+
+// A law called back from machine code, which has no unwind information: nothing may
+// leave it by an exception.  What the law raises is a bail, and the interpreter, running
+// the point again, raises it in its place.
+law_result call_law(const law* node, const double* in) noexcept {
+    try {
+        return {node->evaluateM_R(in), 0};
+    } catch (...) {
+        return {0.0, 1};
+    }
+}
 
 // The libm functions the interpreter calls (std::sin of a double is ::sin).
 const void* library_function(jit_op op) {
@@ -210,6 +233,10 @@ const void* library_function(jit_op op) {
         case jit_op::sincos:
             return (const void*)static_cast<void (*)(double, double*, double*)>(::sincos);
 #endif
+        case jit_op::apply1:
+        case jit_op::apply2:
+        case jit_op::tree:
+            return (const void*)&call_law;
         default:
             return nullptr;
     }
@@ -221,18 +248,20 @@ bool known(const jit_step& s) {
     // sincos keeps the cosine's register in b, which add_r .. horner would need
     if (s.op == jit_op::sincos && s.pre >= jit_pre::add_r) return false;
     if (s.op == jit_op::sincos && !library_function(s.op)) return false;
-    return s.op <= jit_op::end_mul_add && s.pre <= jit_pre::horner;
+    return s.op <= jit_op::tree && s.pre <= jit_pre::horner;
 }
 
 // The registers a step reads, for liveness (at most three).
 int reads(const jit_step& s, int* r) {
     int k = 0;
+    if (s.op == jit_op::tree) return 0;
     r[k++] = s.a;
     switch (s.op) {
         case jit_op::add:
         case jit_op::sub:
         case jit_op::mul:
         case jit_op::div:
+        case jit_op::apply2:
             r[k++] = s.b;
             break;
         case jit_op::end_mul_add:
@@ -566,6 +595,25 @@ class generator {
                 a.mul(acc, of(s.b));
                 a.add(acc, of(s.n));
                 break;
+            case jit_op::apply1:
+            case jit_op::apply2:
+            case jit_op::tree:
+                // the law's input (a, or a and b) on the stack, or the program's inputs
+                if (s.op != jit_op::tree) {
+                    a.load(acc, of(s.a));
+                    a.store(at(rsp, 0), acc);
+                    if (s.op == jit_op::apply2) a.store(at(rsp, 8), in_register(s.b, scratch));
+                }
+                a.move(rdi, s.node);
+                a.byte(0x48);  // mov rsi, rsp, or mov rsi, x
+                a.byte(0x89);
+                a.byte(0xc6 | (s.op == jit_op::tree ? base_x : rsp) << 3);
+                call(library_function(s.op));
+                a.byte(0x48);  // test rax, rax
+                a.byte(0x85);
+                a.byte(0xc0);
+                bail_if(cc_ne);
+                break;
             case jit_op::end:
                 break;
         }
@@ -603,17 +651,13 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
     for (int i = 0; i < count; ++i) calls = calls || library_function(steps[i].op);
     generator g(inputs, registers, calls, pool);
     assembler& a = g.a;
-    auto immediate = [&](int r, const void* p) {  // mov r64, imm64
-        std::uint64_t v = (std::uint64_t)(std::uintptr_t)p;
-        a.byte(0x48 | (r >= 8 ? 1 : 0));
-        a.byte(0xb8 | (r & 7));
-        for (int k = 0; k < 8; ++k) a.byte((int)(v >> (8 * k)) & 0xff);
-    };
-    // push rbx, r14, r15 (the stack is then 16-byte aligned at calls); mov rbx, rdi
+    // push rbx, r14, r15; sub rsp, 16 (the stack is then 16-byte aligned at calls, with 16
+    // bytes for a law's input); mov rbx, rdi
     if (calls)
-        for (int b : {0x53, 0x41, 0x56, 0x41, 0x57, 0x48, 0x89, 0xfb}) a.byte(b);
-    immediate(g.base_reg, reg);
-    immediate(g.base_pool, pool);
+        for (int b : {0x53, 0x41, 0x56, 0x41, 0x57, 0x48, 0x83, 0xec, 0x10, 0x48, 0x89, 0xfb})
+            a.byte(b);
+    a.move(g.base_reg, reg);
+    a.move(g.base_pool, pool);
     for (int i = 0; i < count; ++i) {
         const jit_step& s = steps[i];
         g.now = i;
@@ -629,10 +673,10 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
             g.keep(s.dst, until[2 * i]);
         }
     }
-    // pop r15, r14, rbx
+    // add rsp, 16; pop r15, r14, rbx
     auto frame_down = [&] {
         if (calls)
-            for (int b : {0x41, 0x5f, 0x41, 0x5e, 0x5b}) a.byte(b);
+            for (int b : {0x48, 0x83, 0xc4, 0x10, 0x41, 0x5f, 0x41, 0x5e, 0x5b}) a.byte(b);
     };
     frame_down();
     a.byte(0xc3);  // ret
@@ -643,8 +687,8 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
     a.byte(0x89);
     a.byte(0xc6 | (g.base_x & 7) << 3);
     frame_down();
-    immediate(rdi, program);
-    immediate(rax, (const void*)fallback);
+    a.move(rdi, program);
+    a.move(rax, (const void*)fallback);
     a.byte(0xff);  // jmp rax
     a.byte(0xe0);
 

@@ -50,6 +50,9 @@ enum class jit_op : unsigned char {
     sincos,       // sine to r[dst], cosine to r[b]
     end,          // returns a
     end_mul_add,  // returns a * r[b] + r[n]
+    apply1,       // node (a law of one input) at a; raising: bail
+    apply2,       // node (a law of two inputs) at a, r[b]; raising: bail
+    tree,         // node at the program's inputs; raising: bail
 };
 
 // A function's pre-step (its argument made from a): the constant ones read pool[aux]
@@ -74,6 +77,7 @@ struct jit_step {
     jit_pre pre;
     bool ends;  // returns its value (the program's last step) instead of storing it
     int dst, a, b, n, aux, part;
+    const void* node;  // the law of apply1, apply2, tree
 };
 
 // Native code for `count` steps (those past the first that ends never run), over
