@@ -13,27 +13,37 @@
 //
 // Errors.  Generated code has no unwind information, so nothing may throw through it.
 // Every domain test (ln of <= 0, sqrt of < 0, a reciprocal power at 0 or beyond the
-// chain's range, a division of two operands below tiny, which is the tree's) returns
-// with the bail flag instead, and evaluate runs the interpreter for that point, which
-// gives the value or raises the tree's code in the tree's order.  The tests are written
-// so that a NaN also bails (the interpreter then decides): bailing is always correct, it
-// only costs time.  Steps that call back into laws (a subtree, a function law over X)
-// are not translated at all: such a program stays on the interpreter.
+// chain's range, a division of two operands below tiny, which is the tree's) "bails"
+// instead: the code takes its frame down and jumps to the interpreter (run_point, through
+// a fallback given by the program) with the same x, which runs the point from the start,
+// gives the value or raises the tree's code in the tree's order, and returns to
+// evaluate's caller; by then no frame of generated code is on the stack.  The tests are
+// written so that a NaN also bails (the interpreter then decides): bailing is always
+// correct, it only costs time.  Steps that call back into laws (a subtree, a function law
+// over X, the power law) call call_law, a noexcept function that catches whatever the
+// law raises and reports it; the code then bails, and the interpreter raises it again.
+// A point that bails runs the steps before it twice, which laws, being functions of their
+// input, do not notice.
 //
 // Registers.  x, the program's registers and the pool stay in rbx, r14 and r15
-// (callee-saved).  The program's registers in memory are the truth; xmm2..xmm14 cache
-// the latest results (least recently used evicted), xmm0 is the step's accumulator and
-// xmm1, xmm15 scratch.  A result is stored only when a later step reads it (before the
-// register is written again), and cached for that step.  A call to libm clobbers every
-// xmm register: the cache is emptied, and later reads go to memory.  Inputs are read
-// from x where the caller keeps them.  Three pushes keep the stack 16-byte aligned at
-// calls.
+// (callee-saved; in a program that calls nothing, in the argument registers, without a
+// frame).  The program's registers in memory are the truth; xmm2..xmm14 cache results
+// (a free one, else one no later step reads, else the least recently used), xmm0 is the
+// step's accumulator and xmm1, xmm15 scratch.  A result that a later step reads (before
+// its register is written again) is cached, and stored only when it is evicted or before
+// a call while still read: a call clobbers every xmm register, so the cache is emptied
+// and later reads go to memory.  Inputs are read from x where the caller keeps them.
+// Three pushes and 16 bytes (a called-back law's input) keep the stack 16-byte aligned
+// at calls.
 //
 // Memory.  One mapping a program: written while read-write, then made read-execute
 // (never both).  It cannot come from the base allocator (which has no executable
 // memory); it is unmapped with the program.  Where the system refuses, the program
 // keeps the interpreter.  The mapping starts with the constants the code reads
-// RIP-relative (masks, tiny, the normal range), 16-byte aligned.
+// RIP-relative (masks, tiny, the normal range), 16-byte aligned.  Mapping, writing,
+// protecting and unmapping a page costs about 10 us here, several times the rest of
+// compiling (BM_CompileCost).
+
 #include "lawutil/compile_jit.hpp"
 
 #if LAWUTIL_JIT

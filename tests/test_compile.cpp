@@ -156,9 +156,16 @@ TEST(Compile, MachineCodeIsTheInterpreter) {
     const int count = sizeof edges / sizeof edges[0];
     std::mt19937 rng(5);
     int native = 0, raised = 0;
-    const char* const edge_laws[] = {"X^0.5-0", "X^-4*Y", "X/Y", "LN(X)+SQRT(-X)"};
+    // and more values live at once than the machine code keeps in registers
+    std::string sum = "0", product = "1";
+    for (int k = 1; k <= 20; ++k) {
+        sum += "+(X*Y+" + std::to_string(k) + ")";
+        product += "*(X*Y+" + std::to_string(k) + ")";
+    }
+    const std::string edge_laws[] = {"X^0.5-0", "X^-4*Y", "X/Y", "LN(X)+SQRT(-X)",
+                                     "(" + sum + ")/(" + product + ")"};
     for (int i = 0; i < 500; ++i) {
-        std::string text = i < 4 ? edge_laws[i] : random_law(rng, 4);
+        std::string text = i < 5 ? edge_laws[i] : random_law(rng, 4);
         law_holder l(str_to_law(text.c_str()));
         ASSERT_TRUE(l) << text;
         for (int mode : {law_program::rewrite, law_program::exact}) {
