@@ -1283,8 +1283,9 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
             return static_cast<const law_program*>(self)->run_point(x);
         };
         if (known)
-            native_ = (void*)jit_make(steps.data(), (int)steps.size(), inputs_, registers_, reg_,
-                                      pool_, interpret, this, native_memory_, native_size_);
+            native_ =
+                (void*)jit_make(steps.data(), (int)steps.size(), inputs_, registers_, reg_, pool_,
+                                (int)c.pool_.size(), interpret, this, native_memory_, native_size_);
     }
     held.release();
 }

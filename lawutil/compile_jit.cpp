@@ -25,22 +25,24 @@
 // A point that bails runs the steps before it twice, which laws, being functions of their
 // input, do not notice.
 //
-// Registers.  x, the program's registers and the pool stay in rbx, r14 and r15
-// (callee-saved; in a program that calls nothing, in the argument registers, without a
-// frame).  The program's registers in memory are the truth; xmm2..xmm14 cache results
-// (a free one, else one no later step reads, else the least recently used), xmm0 is the
-// step's accumulator and xmm1, xmm15 scratch.  A result that a later step reads (before
-// its register is written again) is cached, and stored only when it is evicted or before
-// a call while still read: a call clobbers every xmm register, so the cache is emptied
-// and later reads go to memory.  Inputs are read from x where the caller keeps them.
-// Three pushes and 16 bytes (a called-back law's input) keep the stack 16-byte aligned
-// at calls.
+// Registers.  x and the program's registers stay in rbx and r14 (callee-saved; in a
+// program that calls nothing, in the argument registers, without a frame); the pool is
+// copied into the code and read RIP-relative, with the reciprocal of each power of two
+// in it (a division by 2 is a multiplication by 0.5, the same bits).  The program's
+// registers in memory are the truth; xmm2..xmm14 cache results (a free one, else one no
+// later step reads, else the least recently used), xmm0 is the step's accumulator and
+// xmm1, xmm15 scratch.  A result that a later step reads (before its register is
+// written again) is cached, and stored only when it is evicted or before a call while
+// still read: a call clobbers every xmm register, so the cache is emptied and later
+// reads go to memory.  Inputs are read from x where the caller keeps them.  Two pushes
+// and 8 bytes (24 with room for a called-back law's input) keep the stack 16-byte
+// aligned at calls.
 //
 // Memory.  One mapping a program: written while read-write, then made read-execute
 // (never both).  It cannot come from the base allocator (which has no executable
 // memory); it is unmapped with the program.  Where the system refuses, the program
 // keeps the interpreter.  The mapping starts with the constants the code reads
-// RIP-relative (masks, tiny, the normal range), 16-byte aligned.  Mapping, writing,
+// RIP-relative (masks, tiny, the normal range, the pool), 16-byte aligned.  Mapping, writing,
 // protecting and unmapping a page costs about 10 us here, several times the rest of
 // compiling (BM_CompileCost).
 
@@ -84,11 +86,11 @@ enum : int {
     data_min = 48,  // DBL_MIN
     data_max = 56,  // DBL_MAX
     data_one = 64,
-    code_start = 80
+    data_pool = 80  // the pool, then the reciprocals of its powers of two (or 0), then code
 };
 
 // General registers.
-enum : int { rax = 0, rdx = 2, rbx = 3, rsp = 4, rsi = 6, rdi = 7, r14 = 14, r15 = 15 };
+enum : int { rax = 0, rbx = 3, rsp = 4, rsi = 6, rdi = 7, r14 = 14 };
 // The SSE registers' roles.
 constexpr int acc = 0, scratch = 1, scratch2 = 15, first_cached = 2, last_cached = 14;
 
@@ -113,11 +115,28 @@ operand constant(int offset) {
     return {true, 0, -1, offset};
 }
 
+// 1/c where c is a power of two whose reciprocal is a double (then a/c and a*(1/c) are
+// the same real number, rounded once: the same bits, by a multiplication instead of a
+// division); else 0.
+double exact_reciprocal(double c) {
+    int e;
+    if (!std::isfinite(c) || std::fabs(std::frexp(c, &e)) != 0.5) return 0.0;
+    double r = 1.0 / c;
+    return std::isfinite(r) && std::fabs(std::frexp(r, &e)) == 0.5 ? r : 0.0;
+}
+
 class assembler {
   public:
     tracked_vector<unsigned char> bytes;
 
-    assembler() : bytes(code_start, 0) {
+    // The constants, then the pool's n values and their reciprocals where exact.
+    assembler(const double* pool, int n) : bytes(data_pool + 16 * n, 0) {
+        for (int k = 0; k < n; ++k) {
+            put(data_pool + 8 * k, pool[k]);
+            put(data_pool + 8 * (n + k), exact_reciprocal(pool[k]));
+        }
+        while (bytes.size() % 16) bytes.push_back(0);
+        code_start = here();
         std::uint64_t abs_mask = 0x7fffffffffffffffull, sign = 0x8000000000000000ull;
         put(data_abs, abs_mask);
         put(data_abs + 8, abs_mask);
@@ -129,6 +148,7 @@ class assembler {
         put(data_max, DBL_MAX);
         put(data_one, 1.0);
     }
+    int code_start;
     int here() const { return (int)bytes.size(); }
     void byte(int b) { bytes.push_back((unsigned char)b); }
     void dword(std::int32_t v) {
@@ -293,14 +313,15 @@ class generator {
   public:
     // Where x, the registers and the pool are kept: callee-saved registers in a program
     // that calls libm, else the argument registers (no frame at all).
-    generator(int inputs, int registers, bool calls, const double* pool)
+    generator(int inputs, int registers, bool calls, const double* pool, int pool_size)
         : base_x(calls ? rbx : rdi),
           base_reg(calls ? r14 : rsi),
-          base_pool(calls ? r15 : rdx),
+          a(pool, pool_size),
           pool_values_(pool),
+          pool_size_(pool_size),
           inputs_(inputs),
           where_(registers, -1) {}
-    const int base_x, base_reg, base_pool;
+    const int base_x, base_reg;
 
     assembler a;
     tracked_vector<int> bail_jumps;
@@ -321,7 +342,14 @@ class generator {
         a.load(spare, o);
         return spare;
     }
-    operand pool(int k) { return at(base_pool, 8 * k); }
+    operand pool(int k) { return constant(data_pool + 8 * k); }
+    // a / pool[k], by the exact reciprocal where there is one
+    void divide(int x, int k) {
+        if (exact_reciprocal(pool_values_[k]) != 0.0)
+            a.mul(x, constant(data_pool + 8 * (pool_size_ + k)));
+        else
+            a.div(x, pool(k));
+    }
     void bail_if(int cc) { bail_jumps.push_back(a.jump_if(cc)); }
 
     // A call clobbers every SSE register: what a later step still reads is stored first.
@@ -379,6 +407,7 @@ class generator {
     static bool same(double u, double w) { return std::memcmp(&u, &w, sizeof u) == 0; }
 
     const double* pool_values_;
+    int pool_size_;
     int inputs_;
     tracked_vector<int> where_;  // program register -> SSE register caching it, or -1
     slot slots_[16];             // by SSE register
@@ -442,7 +471,7 @@ class generator {
                 break;
             case jit_pre::div:
                 a.load(acc, x);
-                a.div(acc, pool(s.aux));
+                divide(acc, s.aux);
                 break;
             case jit_pre::add_r:
                 a.load(acc, x);
@@ -527,7 +556,7 @@ class generator {
                 a.add(acc, pool(s.aux + 1));
                 break;
             case jit_op::divc:
-                a.div(acc, pool(s.aux));
+                divide(acc, s.aux);
                 break;
             case jit_op::sqr:
                 a.mul(acc, in_xmm(acc));
@@ -633,8 +662,8 @@ class generator {
 }  // namespace
 
 jit_function jit_make(const jit_step* steps, int count, int inputs, int registers, double* reg,
-                      const double* pool, jit_fallback fallback, const void* program, void*& memory,
-                      std::size_t& size) {
+                      const double* pool, int pool_size, jit_fallback fallback, const void* program,
+                      void*& memory, std::size_t& size) {
     memory = nullptr;
     size = 0;
     // The first step that ends is the last that runs (the pass keeps an end past it).
@@ -657,17 +686,19 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
         if (s.op == jit_op::sincos) made_by[s.b] = 2 * i + 1;
     }
 
-    bool calls = false;
-    for (int i = 0; i < count; ++i) calls = calls || library_function(steps[i].op);
-    generator g(inputs, registers, calls, pool);
+    bool calls = false, laws = false;
+    for (int i = 0; i < count; ++i) {
+        calls = calls || library_function(steps[i].op);
+        laws = laws || steps[i].op >= jit_op::apply1;
+    }
+    generator g(inputs, registers, calls, pool, pool_size);
     assembler& a = g.a;
-    // push rbx, r14, r15; sub rsp, 16 (the stack is then 16-byte aligned at calls, with 16
-    // bytes for a law's input); mov rbx, rdi
+    // push rbx, r14; sub rsp, 8 (the stack is then 16-byte aligned at calls), or 24 with
+    // room for a law's input; mov rbx, rdi
+    int room = laws ? 24 : 8;
     if (calls)
-        for (int b : {0x53, 0x41, 0x56, 0x41, 0x57, 0x48, 0x83, 0xec, 0x10, 0x48, 0x89, 0xfb})
-            a.byte(b);
+        for (int b : {0x53, 0x41, 0x56, 0x48, 0x83, 0xec, room, 0x48, 0x89, 0xfb}) a.byte(b);
     a.move(g.base_reg, reg);
-    a.move(g.base_pool, pool);
     for (int i = 0; i < count; ++i) {
         const jit_step& s = steps[i];
         g.now = i;
@@ -683,10 +714,10 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
             g.keep(s.dst, until[2 * i]);
         }
     }
-    // add rsp, 16; pop r15, r14, rbx
+    // add rsp, room; pop r14, rbx
     auto frame_down = [&] {
         if (calls)
-            for (int b : {0x48, 0x83, 0xc4, 0x10, 0x41, 0x5f, 0x41, 0x5e, 0x5b}) a.byte(b);
+            for (int b : {0x48, 0x83, 0xc4, room, 0x41, 0x5e, 0x5b}) a.byte(b);
     };
     frame_down();
     a.byte(0xc3);  // ret
@@ -716,7 +747,7 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
     }
     memory = m;
     size = bytes;
-    return reinterpret_cast<jit_function>(static_cast<char*>(m) + code_start);
+    return reinterpret_cast<jit_function>(static_cast<char*>(m) + a.code_start);
 }
 
 void jit_release(void* memory, std::size_t size) {
@@ -725,7 +756,7 @@ void jit_release(void* memory, std::size_t size) {
 
 #else
 
-jit_function jit_make(const jit_step*, int, int, int, double*, const double*, jit_fallback,
+jit_function jit_make(const jit_step*, int, int, int, double*, const double*, int, jit_fallback,
                       const void*, void*& memory, std::size_t& size) {
     memory = nullptr;
     size = 0;

@@ -82,14 +82,14 @@ struct jit_step {
 
 // Native code for `count` steps (those past the first that ends never run), over
 // `registers` registers of which the first `inputs` are the inputs (read from x, never
-// from reg); `reg` and `pool` are the program's registers and constants, where the code
-// keeps them for its life.  Returns the entry point and sets `memory` and `size` (to
-// give to jit_release), or returns null where it declines (an operation it does not know,
-// the system refusing executable memory) or where machine code is not built (LAWUTIL_JIT
-// is 0).
+// from reg); `reg` is where the program keeps its registers for the code's life, and the
+// `pool_size` constants at `pool` are copied into the code.  Returns the entry point and sets
+// `memory` and `size` (to give to jit_release), or returns null where it declines (an operation it
+// does not know, the system refusing executable memory) or where machine code is not built
+// (LAWUTIL_JIT is 0).
 jit_function jit_make(const jit_step* steps, int count, int inputs, int registers, double* reg,
-                      const double* pool, jit_fallback fallback, const void* program, void*& memory,
-                      std::size_t& size);
+                      const double* pool, int pool_size, jit_fallback fallback, const void* program,
+                      void*& memory, std::size_t& size);
 void jit_release(void* memory, std::size_t size);
 
 }  // namespace lawutil

@@ -162,10 +162,11 @@ TEST(Compile, MachineCodeIsTheInterpreter) {
         sum += "+(X*Y+" + std::to_string(k) + ")";
         product += "*(X*Y+" + std::to_string(k) + ")";
     }
-    const std::string edge_laws[] = {"X^0.5-0", "X^-4*Y", "X/Y", "LN(X)+SQRT(-X)",
-                                     "(" + sum + ")/(" + product + ")"};
+    const std::string edge_laws[] = {"X^0.5-0",      "X^-4*Y",
+                                     "X/Y",          "LN(X)+SQRT(-X)",
+                                     "EXP(X/3)-Y/4", "(" + sum + ")/(" + product + ")"};
     for (int i = 0; i < 500; ++i) {
-        std::string text = i < 5 ? edge_laws[i] : random_law(rng, 4);
+        std::string text = i < 6 ? edge_laws[i] : random_law(rng, 4);
         law_holder l(str_to_law(text.c_str()));
         ASSERT_TRUE(l) << text;
         for (int mode : {law_program::rewrite, law_program::exact}) {
