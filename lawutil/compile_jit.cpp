@@ -311,7 +311,7 @@ bool ending(const jit_step& s) {
 
 class generator {
   public:
-    // Where x, the registers and the pool are kept: callee-saved registers in a program
+    // Where x and the registers are kept: callee-saved registers in a program
     // that calls libm, else the argument registers (no frame at all).
     generator(int inputs, int registers, bool calls, const double* pool, int pool_size)
         : base_x(calls ? rbx : rdi),
