@@ -48,8 +48,9 @@ class law_program : public vorx::VORX_OBJECT {
     // Instructions and registers of the program (for tests and benchmarks).
     int size() const { return count_; }
     int registers() const { return registers_; }
-    // Whether evaluate runs machine code (x86-64 Linux; not for a program that calls back
-    // into laws, nor in interpreted mode).
+    // Whether evaluate runs machine code made when compiling, with the interpreter's values
+    // and errors (x86-64 Linux, where the system gives executable memory; not in
+    // interpreted mode).
     bool native() const { return native_ != nullptr; }
 
     // The value at x (take_dim() inputs), as evaluateM_R gives it: a law of more than
