@@ -313,19 +313,23 @@ class generator {
   public:
     // Where x and the registers are kept: callee-saved registers in a program
     // that calls libm, else the argument registers (no frame at all).
-    generator(int inputs, int registers, bool calls, const double* pool, int pool_size)
+    generator(int inputs, int registers, int steps, bool calls, const double* pool, int pool_size)
         : base_x(calls ? rbx : rdi),
           base_reg(calls ? r14 : rsi),
           a(pool, pool_size),
           pool_values_(pool),
           pool_size_(pool_size),
           inputs_(inputs),
-          where_(registers, -1) {}
+          registers_(registers),
+          where_(registers + steps, -1) {}
     const int base_x, base_reg;
 
     assembler a;
     tracked_vector<int> bail_jumps;
     int now = 0;  // the step being generated
+    // By step: the earlier step whose function argument is this one's, or -1; the last
+    // later step that takes this one's argument again, or -1.
+    tracked_vector<int> same_argument_, argument_read_;
 
     // Where register r's value is now: a cached SSE register, x for an input, else memory.
     operand of(int r) {
@@ -409,6 +413,7 @@ class generator {
     const double* pool_values_;
     int pool_size_;
     int inputs_;
+    int registers_;
     tracked_vector<int> where_;  // program register -> SSE register caching it, or -1
     slot slots_[16];             // by SSE register
     long clock_ = 0;
@@ -442,7 +447,19 @@ class generator {
         a.land(big);
     }
     // The argument of a function step, into the accumulator.
+    // A function's argument made by a pre-step that a later function makes again (the two
+    // 1+X^2 of E4) is kept in a cache register under a register number of its own past
+    // the program's (never stored: evicted, it is made again).
     void argument(const jit_step& s) {
+        int own = registers_ + now;
+        if (same_argument_[now] >= 0 && where_[registers_ + same_argument_[now]] >= 0) {
+            a.load(acc, of(registers_ + same_argument_[now]));
+            return;
+        }
+        made_argument(s);
+        if (argument_read_[now] >= 0) cache(own, argument_read_[now], false);
+    }
+    void made_argument(const jit_step& s) {
         operand x = of(s.a);
         switch (s.pre) {
             case jit_pre::none:
@@ -691,7 +708,26 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
         calls = calls || library_function(steps[i].op);
         laws = laws || steps[i].op >= jit_op::apply1;
     }
-    generator g(inputs, registers, calls, pool, pool_size);
+    generator g(inputs, registers, count, calls, pool, pool_size);
+    // Functions of the same pre-step of the same operands, the operands not written between.
+    g.same_argument_.assign(count, -1);
+    g.argument_read_.assign(count, -1);
+    for (int i = 0; i < count; ++i) {
+        const jit_step& s = steps[i];
+        if (s.pre == jit_pre::none || s.op < jit_op::sin || s.op > jit_op::sincos) continue;
+        for (int k = i + 1; k < count; ++k) {
+            const jit_step& t = steps[k];
+            if (t.pre == s.pre && t.a == s.a && t.b == s.b && t.aux == s.aux &&
+                t.op >= jit_op::sin && t.op <= jit_op::sincos && g.same_argument_[k] < 0) {
+                g.same_argument_[k] = g.same_argument_[i] >= 0 ? g.same_argument_[i] : i;
+                g.argument_read_[g.same_argument_[k]] = k;
+            }
+            // a written operand ends the sharing (the step reads it before writing)
+            if (ending(t) || t.dst == s.a || t.dst == s.b ||
+                (t.op == jit_op::sincos && (t.b == s.a || t.b == s.b)))
+                break;
+        }
+    }
     assembler& a = g.a;
     // push rbx, r14; sub rsp, 8 (the stack is then 16-byte aligned at calls), or 24 with
     // room for a law's input; mov rbx, rdi
