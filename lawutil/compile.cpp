@@ -69,11 +69,12 @@
 // value or raises the tree's code.  Steps are translated by name; a program with a step
 // the generator does not know (one added since) keeps the interpreter, as does the
 // `interpreted` mode.  Measured (bench_eval, E1-E8 one point a call, ratio to native,
-// three runs each on a shared machine): geometric mean 1.80-2.35 on the interpreter,
-// 1.56-1.84 with machine code, against a floor of 1.46-1.51; E1, E3 and E6-E8 from
-// 1.08-2.03 to 0.98-1.20, E4 from 2.4-2.9 to 1.4-1.6; E2 and E5 keep evaluate's own
-// shortcut and swing with the machine's load.  Making the code adds 10-15 us to
-// compiling (mapping and protecting a page: BM_CompileCost).
+// three runs each on a shared machine): geometric mean 1.80-2.27 on the interpreter,
+// 1.55-1.56 with machine code, against a floor of 1.44-1.51; E1, E3 and E6-E8 from
+// 1.08-2.06 to 1.05-1.16, E4 from 2.35-2.83 to 1.37-1.42.  E2 and E5 keep evaluate's own
+// shortcut and at times run twice as slow with the machine's load (geometric mean up to
+// 1.84 then).  Making the code adds 10-15 us to compiling (mapping and protecting a
+// page: BM_CompileCost).
 //
 // Routines.  law_evaluator is how a numerical routine uses all this: the tree for the
 // first compile_after evaluations, then the exact program without fallback derivatives
