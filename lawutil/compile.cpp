@@ -1287,8 +1287,7 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
             return static_cast<const law_program*>(self)->run_point(x);
         };
         if (known)
-            native_ =
-                (void*)jit_make(steps.data(), (int)steps.size(), inputs_, registers_, reg_, pool_,
+            native_ = jit_make(steps.data(), (int)steps.size(), inputs_, registers_, reg_, pool_,
                                 (int)c.pool_.size(), interpret, this, native_memory_, native_size_);
     }
     held.release();
@@ -1330,14 +1329,12 @@ inline double ratio(const instruction* p, double a, const double* pool, const do
 // handler is the arithmetic of apply(), and the folds at compile time run apply(), so
 // both agree bit for bit.  Cross-jumping would merge the handlers' identical jumps back
 // into one, which is the switch again.
-double law_program::evaluate(const double* x) const {
+double law_program::interpret(const double* x) const {
     const instruction* p = point_;
     if (__builtin_expect(entry_ != 0, 0)) {
         if (entry_ == step_end_horner) return horner_unrolled(pool_ + p->aux, p->n, x[p->a]);
         return ratio(p, x[p->a], pool_, x);
     }
-    // The machine code, which hands a point it does not take on to run_point itself.
-    if (__builtin_expect(native_ != nullptr, 1)) return reinterpret_cast<jit_function>(native_)(x);
     return run_point(x);
 }
 

@@ -55,7 +55,11 @@ class law_program : public vorx::VORX_OBJECT {
 
     // The value at x (take_dim() inputs), as evaluateM_R gives it: a law of more than
     // one output raises LAW_EVALS, a point outside a domain raises the tree's code.
-    double evaluate(const double* x) const;
+    // The machine code is called from here, inline: one indirect call a point.
+    double evaluate(const double* x) const {
+        if (__builtin_expect(native_ != nullptr, 1)) return native_(x);
+        return interpret(x);
+    }
 
     // The value at x together with its take_dim() first partial derivatives in `grad`,
     // in one forward pass (the chain rule over the program, no derivative tree).  A
@@ -80,6 +84,7 @@ class law_program : public vorx::VORX_OBJECT {
     void run_block(int lanes, double* reg, int* err) const;
     void plan_gradient();
     double run_point(const double* x, bool link = false) const;
+    double interpret(const double* x) const;
 
     const law* law_;
     int mode_;
@@ -103,7 +108,7 @@ class law_program : public vorx::VORX_OBJECT {
     instruction* gradient_code_ = nullptr;
     // The single-point pass as machine code (compile_jit.hpp): its entry, or null, and
     // its mapping.
-    void* native_ = nullptr;
+    double (*native_)(const double*) = nullptr;
     void* native_memory_ = nullptr;
     std::size_t native_size_ = 0;
 };
