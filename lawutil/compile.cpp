@@ -1288,7 +1288,7 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         };
         if (known)
             native_ = jit_make(steps.data(), (int)steps.size(), inputs_, registers_, reg_, pool_,
-                                (int)c.pool_.size(), interpret, this, native_memory_, native_size_);
+                               (int)c.pool_.size(), interpret, this, native_memory_, native_size_);
     }
     held.release();
 }
