@@ -172,12 +172,18 @@ TEST(Compile, GradientShortcutsKeepThePartials) {
 // the division law), functions of polynomials and of sums and products with their domain
 // tests, sine and cosine in one call (bit for bit), the last step returning the value; no
 // polynomial whose coefficients overflow (0 at 0 by the tree, not inf*0), no reciprocal
-// of a power that overflows (2^-1024 at 0.5, not 0, which ^-0 would refuse).
+// of a power that overflows (2^-1024 at 0.5, not 0, which ^-0 would refuse).  Powers of a
+// constant exponent, which the exact program computes as the tree does: whole (several of
+// one operand), negative, half and others, over 0 and negative bases, and at the edges of
+// the compensated product's range (1E+15, 1E-15) and of the double range.
 TEST(Compile, FusedStepsAgreeWithTheTree) {
     for (const char* text :
          {"(X^3-X)/(X^2-X)", "(X^2+1)/(X^2+1)*Y", "LN(X^2-1)+SQRT(X^3-X)",
           "EXP(X^2+X+1)-COS(X^3+2*X)*Y", "1+X+X^2+X^3+X^4", "SIN(X)*COS(X)+COS(2*Y+1)/SIN(2*Y+1)",
-          "COS(X+Y)+LN(X-Y)*SQRT(X*Y)", "SIN(PI^42)+X", "1E+300*X*1E+300", "(((4^X)^256)^-4)^-0"}) {
+          "COS(X+Y)+LN(X-Y)*SQRT(X*Y)", "SIN(PI^42)+X", "1E+300*X*1E+300", "(((4^X)^256)^-4)^-0",
+          "X^3+2*X^5-X^16*Y+(X+1)^3*(X+1)^4", "X^-1+X^-2*Y-X^-3", "X^0.5+(X-1)^0.5*Y",
+          "X^1+X^-0.5+X^2.5+X^17+X^0", "(1E+15*X)^3+(1E-15*X)^5", "(1E+100*X)^4-(1E-100*X)^-4",
+          "(1E-200*X)^3+(1E+200*X)^-5+(1E+300*X)^1.5", "(-3)^X+SIN(2^3*X)^7"}) {
         law_holder l(str_to_law(text));
         EXPECT_GT(check_law(l.get()), 0) << text;
     }
@@ -189,8 +195,10 @@ TEST(Compile, RewritesShrinkThePrograms) {
         const char* text;
         int exact_size, rewritten_size;
     } rows[] = {
-        {"1+2*X+3*X^2+4*X^3+5*X^4+6*X^5+7*X^6+8*X^7+9*X^8", 22, 1},  // one Horner step
-        {"SQRT(1+X^2)+LN(1+X^2)", 4, 4},                       // 1+X^2 once, fused into SQRT and LN
+        // one Horner step; exact: the tree's polynomial chain in one step
+        {"1+2*X+3*X^2+4*X^3+5*X^4+6*X^5+7*X^6+8*X^7+9*X^8", 1, 1},
+        {"(X^3-2*X+1)/(X^2+1)", 4, 3},    // exact: a chain, X^2, +1, the quotient
+        {"SQRT(1+X^2)+LN(1+X^2)", 4, 4},  // 1+X^2 once, fused into SQRT and LN
         {"SIN(COS(SIN(COS(X+1)+2)+3)+4)*EXP(-ABS(X))", 7, 7},  // offsets fused
         {"2*3+X", 1, 1},                                       // the constant folds into the offset
         {"3*SIN(X)+1", 2, 2},                                  // c*A+d in one instruction
@@ -213,9 +221,10 @@ TEST(Compile, BatchGivesTheSinglePointValuesAndCodes) {
                            "ARCSIN(X)/X",
                            "(X^3-2*X+1)/(X^2+1)",
                            "COSH(X)*SINH(Y)-EXP(X)/LN(Y+2)",
-                           "Y",     // the value is an input
-                           "2+3"};  // no instruction at all
-    const int n = 301;              // more than two blocks, and a tail shorter than a vector
+                           "X^-2+(X-0.5)^0.5*Y^5+X^3*X^4",  // 0 and negative bases raise
+                           "Y",                             // the value is an input
+                           "2+3"};                          // no instruction at all
+    const int n = 301;  // more than two blocks, and a tail shorter than a vector
     std::vector<double> xs(n), ys(n), out(n);
     std::vector<int> codes(n);
     for (int k = 0; k < n; ++k) {
