@@ -55,12 +55,12 @@
 // values before registers are given (point_fusion): a function of a Horner polynomial
 // of an input, or of a sum or product made just before it, takes that as its pre-step;
 // sine and cosine of one operand are one sincos; a quotient of two Horner polynomials of
-// one input is one step (E2); a Horner step all of whose readers took it in is dropped;
-// and the last instruction, when it is a sum, difference, product, Horner step or
-// quotient making the value, returns it instead of storing it for the end (a product and
-// the sum after it, A*B+C, in one).  The arithmetic is the same, in the same order, so
-// the values are those of the unfused code, bit for bit; what is saved is dispatches and
-// stores.  Each step of the copy keeps its handler's address (filled once by
+// one input is one step (E2), and so is one of two polynomial chains (E2 without rewrites); a
+// Horner step all of whose readers took it in is dropped; and the last instruction, when it is a
+// sum, difference, product, Horner step or quotient making the value, returns it instead of storing
+// it for the end (a product and the sum after it, A*B+C, in one).  The arithmetic is the same, in
+// the same order, so the values are those of the unfused code, bit for bit; what is saved is
+// dispatches and stores.  Each step of the copy keeps its handler's address (filled once by
 // run_point(..., link)), so a dispatch is one load and one jump.  An operand the
 // previous step made is taken from the pass itself (v), not reloaded from the register
 // it was just stored to, which would put a store-to-load forwarding on the critical path
@@ -185,6 +185,8 @@ enum : unsigned char {
     step_pre_sub_r,
     step_pre_mul_r,
     step_end_mul_add,  // A*B+C, the product made by the step before, C in n
+    step_sum_ratio,    // step_ratio over two polynomial chains (exact mode)
+    step_end_sum_ratio,
     step_count
 };
 
@@ -794,38 +796,63 @@ class compiler {
     }
 
     // A chain of sums and differences down the left, every term c, V, V^k or a constant
-    // multiple of V or V^k (V one input, k a constant whole from 2 to 16), with a power
-    // above the square: one instruction (the tree's polynomial chain), which shares the
-    // powers' multiplications.  Exact mode; -1 when l is no such chain.
-    __attribute__((noinline)) int try_power_sum(const law* l) {
+    // multiple of V or V^k (V one input, k a constant whole from 2 to 16), with a power of
+    // min_degree or more: one instruction (the tree's polynomial chain), which shares the
+    // powers' multiplications.  Exact mode; -1 when l is no such chain.  Not inlined, for
+    // the same reason as try_horner.
+    __attribute__((noinline)) int try_power_sum(const law* l, int min_degree) {
+        sum_chain s;
+        if (!chain_of(l, s) || s.degree < min_degree) return -1;
+        instruction q{op_psum, 0, 0, s.var, 0, s.terms, (int)pool_.size(), -1, nullptr};
+        pool_.push_back(s.degree);
+        for (int i = s.terms - 1; i >= 0; --i) {
+            pool_.push_back(s.c[i]);
+            pool_.push_back(s.k[i]);
+        }
+        push(q);
+        return q.dst;
+    }
+
+    // A quotient of two such chains of one input, whatever their degrees (E2): both are
+    // instructions of their own, which the single-point pass then takes in one step with
+    // the quotient.  Made here, before the quotient's operands are asked for.
+    __attribute__((noinline)) void quotient_of_sums(const binary_law* l) {
+        sum_chain u, v;
+        const law *num = l->fleft(), *den = l->fright();
+        if (seen_.count(num) || seen_.count(den) || !scalar_args(l) || !chain_of(num, u) ||
+            !chain_of(den, v) || u.var != v.var)
+            return;
+        seen_[num] = try_power_sum(num, 0);
+        seen_[den] = try_power_sum(den, 0);
+    }
+
+    struct sum_chain {
         double c[max_sum_terms];
         int k[max_sum_terms];
         int terms = 0, var = -1, degree = 0;
+    };
+
+    // Reads l as such a chain, its terms from the top down (a difference's term negated).
+    bool chain_of(const law* l, sum_chain& s) {
         for (const law* node = l;;) {
-            if (terms == max_sum_terms) return -1;
+            if (s.terms == max_sum_terms) return false;
             bool plus = node->isa(plus_law::id()), minus = node->isa(minus_law::id());
             const law* term = node;
             if (plus || minus) {
                 const binary_law* b = static_cast<const binary_law*>(node);
-                if (!scalar_args(b)) return -1;
+                if (!scalar_args(b)) return false;
                 term = b->fright();
             }
-            if (!sum_term(term, c[terms], k[terms], var)) return -1;
-            if (minus) c[terms] = -c[terms];
-            if (k[terms] > degree) degree = k[terms];
-            ++terms;
+            double& c = s.c[s.terms];
+            int& k = s.k[s.terms];
+            if (!sum_term(term, c, k, s.var)) return false;
+            if (minus) c = -c;
+            if (k > s.degree) s.degree = k;
+            ++s.terms;
             if (!plus && !minus) break;
             node = static_cast<const binary_law*>(node)->fleft();
         }
-        if (var < 0 || terms < 2 || degree < 3) return -1;
-        instruction q{op_psum, 0, 0, var, 0, terms, (int)pool_.size(), -1, nullptr};
-        pool_.push_back(degree);
-        for (int i = terms - 1; i >= 0; --i) {
-            pool_.push_back(c[i]);
-            pool_.push_back(k[i]);
-        }
-        push(q);
-        return q.dst;
+        return s.var >= 0 && s.terms >= 2;
     }
 
     // c, V, V^k, c*T or T*c (T one of V, V^k) as c*V^k; V is input `var` (set by the first
@@ -910,9 +937,10 @@ class compiler {
             int h = try_horner(l);
             if (h >= 0) return h;
         } else if (t == plus_law::id() || t == minus_law::id()) {
-            int h = try_power_sum(l);
+            int h = try_power_sum(l, 3);
             if (h >= 0) return h;
-        }
+        } else if (t == division_law::id())
+            quotient_of_sums(static_cast<const binary_law*>(l));
         if (l->isa(binary_law::id())) {
             const binary_law* b = static_cast<const binary_law*>(l);
             if (!scalar_args(b)) return tree(l);
@@ -1056,19 +1084,26 @@ tracked_vector<point_fusion> fuse_for_point(const tracked_vector<instruction>& c
     tracked_vector<int> maker(values, -1), fused_uses(values, 0);
     for (int i = 0; i < (int)code.size(); ++i)
         if (code[i].op != 255) maker[code[i].dst] = i;
-    auto horner_at = [&](int v) -> const instruction* {
+    auto horner_at = [&](int v, int op = op_horner) -> const instruction* {
         int i = maker[v];
-        if (i < 0 || code[i].op != op_horner) return nullptr;
+        if (i < 0 || code[i].op != op) return nullptr;
         int a = code[i].a;
         return a < inputs || is_const[a] ? &code[i] : nullptr;
     };
     for (int j = 0; j < (int)code.size(); ++j) {
         const instruction& p = code[j];
         if (p.op == op_div) {
-            // (c0 + ... + cn X^n) / (d0 + ... + dm X^m) in one step
+            // (c0 + ... + cn X^n) / (d0 + ... + dm X^m) in one step, of Horner steps or of
+            // polynomial chains
+            unsigned char step = step_ratio;
             const instruction *u = horner_at(p.a), *v = horner_at(p.b);
+            if (!u || !v) {
+                step = step_sum_ratio;
+                u = horner_at(p.a, op_psum);
+                v = horner_at(p.b, op_psum);
+            }
             if (!u || !v || u->a != v->a) continue;
-            f[j] = point_fusion{step_ratio, false, u->a, u->n, v->n, u->aux, v->aux};
+            f[j] = point_fusion{step, false, u->a, u->n, v->n, u->aux, v->aux};
             ++fused_uses[p.a];
             ++fused_uses[p.b];
         } else if (function_op(p.op) && p.n == pre_none) {
@@ -1080,7 +1115,8 @@ tracked_vector<point_fusion> fuse_for_point(const tracked_vector<instruction>& c
         }
     }
     for (int i = 0; i < (int)code.size(); ++i)
-        if (code[i].op == op_horner && fused_uses[code[i].dst] == uses[code[i].dst])
+        if ((code[i].op == op_horner || code[i].op == op_psum) &&
+            fused_uses[code[i].dst] == uses[code[i].dst])
             f[i].absorbed = true;
     // SIN(A) and COS(A) next to each other: both at the second
     for (int i = 0, j; i < (int)code.size(); i = j) {
@@ -1131,6 +1167,8 @@ unsigned char ending_step(unsigned char step) {
             return step_end_horner;
         case step_ratio:
             return step_end_ratio;
+        case step_sum_ratio:
+            return step_end_sum_ratio;
         default:
             return 0;
     }
@@ -1221,7 +1259,7 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
             if (!pre) q.step = step_sincos;
             q.dst = reg[f.sine];
             q.b = reg[f.cosine];
-        } else if (f.step >= step_pre_add_r) {
+        } else if (f.step >= step_pre_add_r && f.step <= step_pre_mul_r) {
             q.step = f.step;
             q.a = reg[f.a];
             q.b = reg[f.b];
@@ -1229,7 +1267,7 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
             q.step = f.step;
             q.a = reg[f.a];
             q.b = f.b;
-            if (f.step == step_ratio) {
+            if (f.step == step_ratio || f.step == step_sum_ratio) {
                 q.n = f.n;
                 q.part = f.part;
             }
@@ -1337,6 +1375,14 @@ inline double ratio(const instruction* p, double a, const double* pool, const do
     return num / den;
 }
 
+// The same over two polynomial chains.
+inline double sum_ratio(const instruction* p, double a, const double* pool, const double* x) {
+    double num = power_sum(pool + p->aux, p->n, a);
+    double den = power_sum(pool + p->part, p->b, a);
+    if (std::fabs(num) < tiny && std::fabs(den) < tiny) return p->node->evaluateM_R(x);
+    return num / den;
+}
+
 }  // namespace
 
 // The single-point pass.  Under GCC and Clang each handler ends in its own indirect jump
@@ -1363,16 +1409,16 @@ double
 law_program::run_point(const double* x, bool link) const {
 #if defined(__GNUC__)
     static const void* const handlers[] = {
-        &&h_add,       &&h_sub,        &&h_mul,        &&h_div,       &&h_neg,
-        &&h_mulc,      &&h_addc,       &&h_rsubc,      &&h_affine,    &&h_divc,
-        &&h_sqr,       &&h_powi,       &&h_rpowi,      &&h_half,      &&h_horner,
-        &&h_sin,       &&h_cos,        &&h_exp,        &&h_ln,        &&h_sqrt,
-        &&h_abs,       &&h_sinh,       &&h_cosh,       &&h_xpowi,     &&h_xpow,
-        &&h_psum,      &&h_apply1,     &&h_apply2,     &&h_tree,      &&h_pre_add,
-        &&h_pre_mul,   &&h_pre_affine, &&h_pre_neg,    &&h_pre_rsub,  &&h_pre_div,
-        &&h_end,       &&h_pre_horner, &&h_ratio,      &&h_sincos,    &&h_end_add,
-        &&h_end_sub,   &&h_end_mul,    &&h_end_horner, &&h_end_ratio, &&h_pre_add_r,
-        &&h_pre_sub_r, &&h_pre_mul_r,  &&h_end_mul_add};
+        &&h_add,       &&h_sub,        &&h_mul,         &&h_div,       &&h_neg,
+        &&h_mulc,      &&h_addc,       &&h_rsubc,       &&h_affine,    &&h_divc,
+        &&h_sqr,       &&h_powi,       &&h_rpowi,       &&h_half,      &&h_horner,
+        &&h_sin,       &&h_cos,        &&h_exp,         &&h_ln,        &&h_sqrt,
+        &&h_abs,       &&h_sinh,       &&h_cosh,        &&h_xpowi,     &&h_xpow,
+        &&h_psum,      &&h_apply1,     &&h_apply2,      &&h_tree,      &&h_pre_add,
+        &&h_pre_mul,   &&h_pre_affine, &&h_pre_neg,     &&h_pre_rsub,  &&h_pre_div,
+        &&h_end,       &&h_pre_horner, &&h_ratio,       &&h_sincos,    &&h_end_add,
+        &&h_end_sub,   &&h_end_mul,    &&h_end_horner,  &&h_end_ratio, &&h_pre_add_r,
+        &&h_pre_sub_r, &&h_pre_mul_r,  &&h_end_mul_add, &&h_sum_ratio, &&h_end_sum_ratio};
     static_assert(sizeof handlers / sizeof handlers[0] == step_count, "one handler an opcode");
     if (__builtin_expect(link, 0)) {
         for (instruction* q = point_;; ++q) {
@@ -1572,6 +1618,11 @@ law_program::run_point(const double* x, bool link) const {
     return a * r[p->b] + r[p->n];
     LAWUTIL_HANDLER(end_ratio, step_end_ratio)
     return ratio(p, a, pool, x);
+    LAWUTIL_HANDLER(sum_ratio, step_sum_ratio)
+    r[p->dst] = v = sum_ratio(p, a, pool, x);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(end_sum_ratio, step_end_sum_ratio)
+    return sum_ratio(p, a, pool, x);
 #if !defined(__GNUC__)
 }
 }
