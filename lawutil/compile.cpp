@@ -55,17 +55,19 @@
 // values before registers are given (point_fusion): a function of a Horner polynomial
 // of an input, or of a sum or product made just before it, takes that as its pre-step;
 // sine and cosine of one operand are one sincos; a quotient of two Horner polynomials of
-// one input is one step (E2), and so is one of two polynomial chains (E2 without rewrites); a
-// Horner step all of whose readers took it in is dropped; and the last instruction, when it is a
-// sum, difference, product, Horner step or quotient making the value, returns it instead of storing
-// it for the end (a product and the sum after it, A*B+C, in one).  The arithmetic is the same, in
-// the same order, so the values are those of the unfused code, bit for bit; what is saved is
-// dispatches and stores.  Each step of the copy keeps its handler's address (filled once by
+// one input is one step (E2); a Horner step all of whose readers took it in is dropped;
+// and the last instruction, when it is a sum, difference, product, Horner step or
+// quotient making the value, returns it instead of storing it for the end (a product and
+// the sum after it, A*B+C, in one).  The arithmetic is the same, in the same order, so
+// the values are those of the unfused code, bit for bit; what is saved is dispatches and
+// stores.  Each step of the copy keeps its handler's address (filled once by
 // run_point(..., link)), so a dispatch is one load and one jump.  An operand the
 // previous step made is taken from the pass itself (v), not reloaded from the register
 // it was just stored to, which would put a store-to-load forwarding on the critical path
 // of every step.  A program that is one polynomial or one quotient of polynomials of an
 // input (E5, E2) is computed by evaluate itself, without entering the pass and its frame.
+// Without rewrites a quotient of two polynomial chains of one input is one step too, and
+// a chain making the value returns it; a chain all of whose readers took it in is dropped.
 // The gradient pass of a law of one or two inputs is threaded like the unfused code;
 // more inputs take the general pass (rows of partials).
 //
@@ -187,6 +189,7 @@ enum : unsigned char {
     step_end_mul_add,  // A*B+C, the product made by the step before, C in n
     step_sum_ratio,    // step_ratio over two polynomial chains (exact mode)
     step_end_sum_ratio,
+    step_end_psum,
     step_count
 };
 
@@ -1169,6 +1172,8 @@ unsigned char ending_step(unsigned char step) {
             return step_end_ratio;
         case step_sum_ratio:
             return step_end_sum_ratio;
+        case op_psum:
+            return step_end_psum;
         default:
             return 0;
     }
@@ -1418,7 +1423,8 @@ law_program::run_point(const double* x, bool link) const {
         &&h_pre_mul,   &&h_pre_affine, &&h_pre_neg,     &&h_pre_rsub,  &&h_pre_div,
         &&h_end,       &&h_pre_horner, &&h_ratio,       &&h_sincos,    &&h_end_add,
         &&h_end_sub,   &&h_end_mul,    &&h_end_horner,  &&h_end_ratio, &&h_pre_add_r,
-        &&h_pre_sub_r, &&h_pre_mul_r,  &&h_end_mul_add, &&h_sum_ratio, &&h_end_sum_ratio};
+        &&h_pre_sub_r, &&h_pre_mul_r,  &&h_end_mul_add, &&h_sum_ratio, &&h_end_sum_ratio,
+        &&h_end_psum};
     static_assert(sizeof handlers / sizeof handlers[0] == step_count, "one handler an opcode");
     if (__builtin_expect(link, 0)) {
         for (instruction* q = point_;; ++q) {
@@ -1623,6 +1629,8 @@ law_program::run_point(const double* x, bool link) const {
     LAWUTIL_NEXT;
     LAWUTIL_HANDLER(end_sum_ratio, step_end_sum_ratio)
     return sum_ratio(p, a, pool, x);
+    LAWUTIL_HANDLER(end_psum, step_end_psum)
+    return power_sum(pool + p->aux, p->n, a);
 #if !defined(__GNUC__)
 }
 }
