@@ -28,6 +28,8 @@
 //             partials (E7: both partials)
 //   batch     law_program::evaluate_batch over all the points in one call, against the
 //             native scalar loop
+//   exact     law_program::evaluate of the program in exact mode (the tree's values, bit
+//             for bit, as law_evaluator runs it), one point at a time
 //
 // Run: build/default/bench/bench_eval (or `make bench`).
 #include <benchmark/benchmark.h>
@@ -219,8 +221,15 @@ const workload work[] = {
 #undef WORKLOAD
 constexpr int law_count = sizeof work / sizeof work[0];
 
-enum method { tree_method, compiled_method, gradient_method, batch_method, method_count };
-const char* const method_names[method_count] = {"tree", "compiled", "gradient", "batch"};
+enum method {
+    tree_method,
+    compiled_method,
+    gradient_method,
+    batch_method,
+    exact_method,
+    method_count
+};
+const char* const method_names[method_count] = {"tree", "compiled", "gradient", "batch", "exact"};
 double ratios[method_count][law_count];
 double floors[method_count][law_count];  // callable_ns / native_ns
 
@@ -236,6 +245,7 @@ double law_pass(int m, const law* l, const law_program& prog) {
             }
             break;
         case compiled_method:
+        case exact_method:
             for (int k = 0; k < points; ++k) {
                 double in[2] = {p[k], y_fixed};
                 sum += prog.evaluate(in);
@@ -296,7 +306,7 @@ void BM_Eval(benchmark::State& state) {
             terminate_law();
             return;
         }
-        law_program prog(l.get());
+        law_program prog(l.get(), m == exact_method ? law_program::exact : law_program::rewrite);
         double (*native)() = m == gradient_method ? w.native_grad_pass : w.native_pass;
         double (*callable)() = m == gradient_method ? w.callable_grad_pass : w.callable_pass;
         std::vector<double> law_ns, native_ns, callable_ns;

@@ -20,6 +20,18 @@
 // - With rewrites (the default): a subtree that is a polynomial in one input, built from
 //   sums of constant multiples of whole powers, is one Horner instruction; x^n for a whole
 //   n is a chain of squarings (x^-n one division more) and x^0.5 a square root.
+// - Without rewrites a power of a constant exponent is the tree's own (main_law_arith.hpp):
+//   a whole n from 3 to 16 through the same compensated_power (pow beyond its range), any
+//   other exponent through exponent_value, with the exponent law's tests and code.  A chain
+//   of sums and differences down the left whose every term is c, V, V^k or a constant
+//   multiple of V or V^k, of one input V, with a power above the square, is one instruction
+//   (E5): the tree's polynomial chain, V's powers from one compensated loop
+//   (compensated_powers, the bits of one power at a time), the terms added in the chain's
+//   order.  Its value is that of the chain's own instructions, which the tree's other
+//   evaluations of such a chain also give; only dispatches and multiplications are saved.
+//   Measured (bench_eval's exact row, ratio to native, three runs): E5 47-82 with a call
+//   of the power law for each power, 22-36 with a power instruction each, 7.7-12 as one
+//   chain (the tree: 9); E2 24 before, 14 with its quotient of chains in one step.
 // - Classes the compiler does not know fall back to the tree: a function law of the
 //   unary family runs through a copy of itself over X, fed the register of its argument;
 //   any other law is evaluated as a whole subtree at the program's inputs.  So any law
@@ -57,6 +69,8 @@
 // it was just stored to, which would put a store-to-load forwarding on the critical path
 // of every step.  A program that is one polynomial or one quotient of polynomials of an
 // input (E5, E2) is computed by evaluate itself, without entering the pass and its frame.
+// Without rewrites a quotient of two polynomial chains of one input is one step too, and
+// a chain making the value returns it; a chain all of whose readers took it in is dropped.
 // The gradient pass of a law of one or two inputs is threaded like the unfused code;
 // more inputs take the general pass (rows of partials).
 //
@@ -163,6 +177,9 @@ enum opcode : unsigned char {
     op_abs,
     op_sinh,
     op_cosh,
+    op_xpowi,   // a^n, 3 <= n <= 16, as the tree computes it (compensated product)
+    op_xpow,    // a^c for any other constant c, as the tree computes it (pow)
+    op_psum,    // c0 a^k0 + c1 a^k1 + ..., left to right, the powers as the tree's
     op_apply1,  // a function law over X, at the value of a
     op_apply2,  // the power law over X and Y, at the values of a and b
     op_tree     // a subtree of the law, at the program's inputs
@@ -190,6 +207,9 @@ enum : unsigned char {
     step_pre_sub_r,
     step_pre_mul_r,
     step_end_mul_add,  // A*B+C, the product made by the step before, C in n
+    step_sum_ratio,    // step_ratio over two polynomial chains (exact mode)
+    step_end_sum_ratio,
+    step_end_psum,
     step_count
 };
 
@@ -199,6 +219,7 @@ constexpr int block_lanes = 128;
 constexpr int max_degree = 16;
 constexpr int max_chain_power = 64;
 constexpr int max_poly_depth = 64;
+constexpr int max_sum_terms = 64;
 const double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
 bool may_raise(int op) {
@@ -208,6 +229,7 @@ bool may_raise(int op) {
         case op_half:
         case op_ln:
         case op_sqrt:
+        case op_xpow:
         case op_apply1:
         case op_apply2:
         case op_tree:
@@ -253,6 +275,37 @@ inline double reciprocal_power(double x, int n) {
     return m >= std::numeric_limits<double>::min() && m <= std::numeric_limits<double>::max()
                ? 1.0 / r
                : std::pow(x, (double)-n);
+}
+
+// The tree's a^n for a whole n from 3 to 16 (exponent_value's arithmetic without its
+// tests, which such an n passes): the compensated product inside its range, pow beyond.
+inline double whole_power(double a, int n) {
+    return compensated_range(a) ? compensated_power(a, n) : std::pow(a, (double)n);
+}
+
+// The tree's polynomial chain (main_law_arith.cpp): a^0 .. a^degree, a^2 the rounded square,
+// the higher ones whole_power's in one loop; then the terms c*a^k added left to right (a
+// difference's term with -c: v - c*p and v + (-c)*p round alike).  t holds the degree,
+// then c and k of each term.
+inline double power_sum(const double* t, int terms, double a, double* p) {
+    int degree = (int)t[0];
+    p[0] = 1.0;
+    p[1] = a;
+    p[2] = a * a;
+    if (degree >= 3) {
+        if (compensated_range(a))
+            compensated_powers(a, degree, p);
+        else
+            for (int k = 3; k <= degree; ++k) p[k] = std::pow(a, (double)k);
+    }
+    double v = t[1] * p[(int)t[2]];
+    for (int i = 1; i < terms; ++i) v = v + t[2 * i + 1] * p[(int)t[2 * i + 2]];
+    return v;
+}
+
+inline double power_sum(const double* t, int terms, double a) {
+    double p[max_degree + 1];
+    return power_sum(t, terms, a, p);
 }
 
 // The square root of an operand whose domain test has passed: the processor's
@@ -448,6 +501,12 @@ inline double apply(const instruction& p, const double* r, const double* pool, c
             return std::sinh(pre_value(p, a, pool));
         case op_cosh:
             return std::cosh(pre_value(p, a, pool));
+        case op_xpowi:
+            return whole_power(a, p.n);
+        case op_xpow:
+            return exponent_value(a, pool[p.aux]);
+        case op_psum:
+            return power_sum(pool + p.aux, p.n, a);
         case op_apply1:
             return p.node->evaluateM_R(&a);
         case op_apply2: {
@@ -568,7 +627,7 @@ class compiler {
     // Emits op over a and b (values), with constants c and d; folds and shares.
     int emit(int op, int a, int b = 0, double c = 0.0, double d = 0.0, int n = 0,
              const law* node = nullptr, int part = -1) {
-        bool shareable = op != op_tree && op != op_div && op != op_horner;
+        bool shareable = op != op_tree && op != op_div && op != op_horner && op != op_psum;
         key k{op, a, b, n, c, d, shareable ? node : nullptr};
         if (shareable) {
             auto it = numbered_.find(k);
@@ -576,7 +635,7 @@ class compiler {
         }
         instruction p{(unsigned char)op, 0, 0, a, b, n, (int)pool_.size(), part, node};
         if (op == op_mulc || op == op_addc || op == op_rsubc || op == op_affine || op == op_divc ||
-            (function_op(op) && n != pre_none)) {
+            op == op_xpow || (function_op(op) && n != pre_none)) {
             pool_.push_back(c);
             pool_.push_back(d);
         }
@@ -759,6 +818,100 @@ class compiler {
         return q.dst;
     }
 
+    // A chain of sums and differences down the left, every term c, V, V^k or a constant
+    // multiple of V or V^k (V one input, k a constant whole from 2 to 16), with a power of
+    // min_degree or more: one instruction (the tree's polynomial chain), which shares the
+    // powers' multiplications.  Exact mode; -1 when l is no such chain.  Not inlined, for
+    // the same reason as try_horner.
+    __attribute__((noinline)) int try_power_sum(const law* l, int min_degree) {
+        sum_chain s;
+        if (!chain_of(l, s) || s.degree < min_degree) return -1;
+        instruction q{op_psum, 0, 0, s.var, 0, s.terms, (int)pool_.size(), -1, nullptr};
+        pool_.push_back(s.degree);
+        for (int i = s.terms - 1; i >= 0; --i) {
+            pool_.push_back(s.c[i]);
+            pool_.push_back(s.k[i]);
+        }
+        push(q);
+        return q.dst;
+    }
+
+    // A quotient of two such chains of one input, whatever their degrees (E2): both are
+    // instructions of their own, which the single-point pass then takes in one step with
+    // the quotient.  Made here, before the quotient's operands are asked for.
+    __attribute__((noinline)) void quotient_of_sums(const binary_law* l) {
+        sum_chain u, v;
+        const law *num = l->fleft(), *den = l->fright();
+        if (seen_.count(num) || seen_.count(den) || !scalar_args(l) || !chain_of(num, u) ||
+            !chain_of(den, v) || u.var != v.var)
+            return;
+        seen_[num] = try_power_sum(num, 0);
+        seen_[den] = try_power_sum(den, 0);
+    }
+
+    struct sum_chain {
+        double c[max_sum_terms];
+        int k[max_sum_terms];
+        int terms = 0, var = -1, degree = 0;
+    };
+
+    // Reads l as such a chain, its terms from the top down (a difference's term negated).
+    bool chain_of(const law* l, sum_chain& s) {
+        for (const law* node = l;;) {
+            if (s.terms == max_sum_terms) return false;
+            bool plus = node->isa(plus_law::id()), minus = node->isa(minus_law::id());
+            const law* term = node;
+            if (plus || minus) {
+                const binary_law* b = static_cast<const binary_law*>(node);
+                if (!scalar_args(b)) return false;
+                term = b->fright();
+            }
+            double& c = s.c[s.terms];
+            int& k = s.k[s.terms];
+            if (!sum_term(term, c, k, s.var)) return false;
+            if (minus) c = -c;
+            if (k > s.degree) s.degree = k;
+            ++s.terms;
+            if (!plus && !minus) break;
+            node = static_cast<const binary_law*>(node)->fleft();
+        }
+        return s.var >= 0 && s.terms >= 2;
+    }
+
+    // c, V, V^k, c*T or T*c (T one of V, V^k) as c*V^k; V is input `var` (set by the first
+    // term that reads one).
+    static bool sum_term(const law* l, double& c, int& k, int& var) {
+        c = 1.0;
+        if (l->isa(times_law::id())) {
+            const binary_law* b = static_cast<const binary_law*>(l);
+            bool left = b->fleft()->isa(constant_law::id());
+            const law* f = left ? b->fleft() : b->fright();
+            if (!f->isa(constant_law::id())) return false;
+            c = static_cast<const constant_law*>(f)->value();
+            l = left ? b->fright() : b->fleft();
+            if (l->isa(constant_law::id())) return false;
+        }
+        if (l->isa(constant_law::id())) {
+            c = static_cast<const constant_law*>(l)->value();
+            k = 0;
+            return true;
+        }
+        if (l->isa(exponent_law::id())) {
+            const binary_law* b = static_cast<const binary_law*>(l);
+            if (!b->fright()->isa(constant_law::id())) return false;
+            double e = static_cast<const constant_law*>(b->fright())->value();
+            if (!(e >= 2.0 && e <= max_compensated_power && e == std::trunc(e))) return false;
+            k = (int)e;
+            l = b->fleft();
+        } else
+            k = 1;
+        if (!l->isa(identity_law::id())) return false;
+        int which = static_cast<const identity_law*>(l)->fwhich();
+        if (var >= 0 && which != var) return false;
+        var = which;
+        return true;
+    }
+
     bool scalar_args(const binary_law* b) {
         return b->fleft()->returns_scalar() && b->fright()->returns_scalar();
     }
@@ -806,7 +959,11 @@ class compiler {
             if (tree_constant(l, v)) return constant(v);
             int h = try_horner(l);
             if (h >= 0) return h;
-        }
+        } else if (t == plus_law::id() || t == minus_law::id()) {
+            int h = try_power_sum(l, 3);
+            if (h >= 0) return h;
+        } else if (t == division_law::id())
+            quotient_of_sums(static_cast<const binary_law*>(l));
         if (l->isa(binary_law::id())) {
             const binary_law* b = static_cast<const binary_law*>(l);
             if (!scalar_args(b)) return tree(l);
@@ -897,6 +1054,10 @@ class compiler {
             if (whole && k <= -1.0) return emit(op_rpowi, a, 0, 0.0, 0.0, (int)-k);
             if (k == 0.5) return emit(op_half, a);
         }
+        // Any other constant exponent: the tree's own power, its tests and its arithmetic.
+        if (cb && k >= 3.0 && k <= max_compensated_power && k == std::trunc(k))
+            return emit(op_xpowi, a, 0, 0.0, 0.0, (int)k);
+        if (cb) return emit(op_xpow, a, 0, k);
         int f = adapter(l, 2);
         if (f < 0) return tree(l);
         return emit(op_apply2, a, b, 0.0, 0.0, 0, helpers_[f], f + 1);
@@ -946,19 +1107,26 @@ tracked_vector<point_fusion> fuse_for_point(const tracked_vector<instruction>& c
     tracked_vector<int> maker(values, -1), fused_uses(values, 0);
     for (int i = 0; i < (int)code.size(); ++i)
         if (code[i].op != 255) maker[code[i].dst] = i;
-    auto horner_at = [&](int v) -> const instruction* {
+    auto horner_at = [&](int v, int op = op_horner) -> const instruction* {
         int i = maker[v];
-        if (i < 0 || code[i].op != op_horner) return nullptr;
+        if (i < 0 || code[i].op != op) return nullptr;
         int a = code[i].a;
         return a < inputs || is_const[a] ? &code[i] : nullptr;
     };
     for (int j = 0; j < (int)code.size(); ++j) {
         const instruction& p = code[j];
         if (p.op == op_div) {
-            // (c0 + ... + cn X^n) / (d0 + ... + dm X^m) in one step
+            // (c0 + ... + cn X^n) / (d0 + ... + dm X^m) in one step, of Horner steps or of
+            // polynomial chains
+            unsigned char step = step_ratio;
             const instruction *u = horner_at(p.a), *v = horner_at(p.b);
+            if (!u || !v) {
+                step = step_sum_ratio;
+                u = horner_at(p.a, op_psum);
+                v = horner_at(p.b, op_psum);
+            }
             if (!u || !v || u->a != v->a) continue;
-            f[j] = point_fusion{step_ratio, false, u->a, u->n, v->n, u->aux, v->aux};
+            f[j] = point_fusion{step, false, u->a, u->n, v->n, u->aux, v->aux};
             ++fused_uses[p.a];
             ++fused_uses[p.b];
         } else if (function_op(p.op) && p.n == pre_none) {
@@ -970,7 +1138,8 @@ tracked_vector<point_fusion> fuse_for_point(const tracked_vector<instruction>& c
         }
     }
     for (int i = 0; i < (int)code.size(); ++i)
-        if (code[i].op == op_horner && fused_uses[code[i].dst] == uses[code[i].dst])
+        if ((code[i].op == op_horner || code[i].op == op_psum) &&
+            fused_uses[code[i].dst] == uses[code[i].dst])
             f[i].absorbed = true;
     // SIN(A) and COS(A) next to each other: both at the second
     for (int i = 0, j; i < (int)code.size(); i = j) {
@@ -1021,6 +1190,10 @@ unsigned char ending_step(unsigned char step) {
             return step_end_horner;
         case step_ratio:
             return step_end_ratio;
+        case step_sum_ratio:
+            return step_end_sum_ratio;
+        case op_psum:
+            return step_end_psum;
         default:
             return 0;
     }
@@ -1111,7 +1284,7 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
             if (!pre) q.step = step_sincos;
             q.dst = reg[f.sine];
             q.b = reg[f.cosine];
-        } else if (f.step >= step_pre_add_r) {
+        } else if (f.step >= step_pre_add_r && f.step <= step_pre_mul_r) {
             q.step = f.step;
             q.a = reg[f.a];
             q.b = reg[f.b];
@@ -1119,7 +1292,7 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
             q.step = f.step;
             q.a = reg[f.a];
             q.b = f.b;
-            if (f.step == step_ratio) {
+            if (f.step == step_ratio || f.step == step_sum_ratio) {
                 q.n = f.n;
                 q.part = f.part;
             }
@@ -1319,6 +1492,14 @@ inline double ratio(const instruction* p, double a, const double* pool, const do
     return num / den;
 }
 
+// The same over two polynomial chains.
+inline double sum_ratio(const instruction* p, double a, const double* pool, const double* x) {
+    double num = power_sum(pool + p->aux, p->n, a);
+    double den = power_sum(pool + p->part, p->b, a);
+    if (std::fabs(num) < tiny && std::fabs(den) < tiny) return p->node->evaluateM_R(x);
+    return num / den;
+}
+
 }  // namespace
 
 // The single-point pass.  Under GCC and Clang each handler ends in its own indirect jump
@@ -1345,14 +1526,17 @@ double
 law_program::run_point(const double* x, bool link) const {
 #if defined(__GNUC__)
     static const void* const handlers[] = {
-        &&h_add,       &&h_sub,       &&h_mul,        &&h_div,        &&h_neg,        &&h_mulc,
-        &&h_addc,      &&h_rsubc,     &&h_affine,     &&h_divc,       &&h_sqr,        &&h_powi,
-        &&h_rpowi,     &&h_half,      &&h_horner,     &&h_sin,        &&h_cos,        &&h_exp,
-        &&h_ln,        &&h_sqrt,      &&h_abs,        &&h_sinh,       &&h_cosh,       &&h_apply1,
-        &&h_apply2,    &&h_tree,      &&h_pre_add,    &&h_pre_mul,    &&h_pre_affine, &&h_pre_neg,
-        &&h_pre_rsub,  &&h_pre_div,   &&h_end,        &&h_pre_horner, &&h_ratio,      &&h_sincos,
-        &&h_end_add,   &&h_end_sub,   &&h_end_mul,    &&h_end_horner, &&h_end_ratio,  &&h_pre_add_r,
-        &&h_pre_sub_r, &&h_pre_mul_r, &&h_end_mul_add};
+        &&h_add,       &&h_sub,        &&h_mul,         &&h_div,       &&h_neg,
+        &&h_mulc,      &&h_addc,       &&h_rsubc,       &&h_affine,    &&h_divc,
+        &&h_sqr,       &&h_powi,       &&h_rpowi,       &&h_half,      &&h_horner,
+        &&h_sin,       &&h_cos,        &&h_exp,         &&h_ln,        &&h_sqrt,
+        &&h_abs,       &&h_sinh,       &&h_cosh,        &&h_xpowi,     &&h_xpow,
+        &&h_psum,      &&h_apply1,     &&h_apply2,      &&h_tree,      &&h_pre_add,
+        &&h_pre_mul,   &&h_pre_affine, &&h_pre_neg,     &&h_pre_rsub,  &&h_pre_div,
+        &&h_end,       &&h_pre_horner, &&h_ratio,       &&h_sincos,    &&h_end_add,
+        &&h_end_sub,   &&h_end_mul,    &&h_end_horner,  &&h_end_ratio, &&h_pre_add_r,
+        &&h_pre_sub_r, &&h_pre_mul_r,  &&h_end_mul_add, &&h_sum_ratio, &&h_end_sum_ratio,
+        &&h_end_psum};
     static_assert(sizeof handlers / sizeof handlers[0] == step_count, "one handler an opcode");
     if (__builtin_expect(link, 0)) {
         for (instruction* q = point_;; ++q) {
@@ -1476,6 +1660,15 @@ law_program::run_point(const double* x, bool link) const {
     LAWUTIL_HANDLER(cosh, op_cosh)
     r[p->dst] = v = std::cosh(a);
     LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(xpowi, op_xpowi)
+    r[p->dst] = v = whole_power(a, p->n);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(xpow, op_xpow)
+    r[p->dst] = v = exponent_value(a, pool[p->aux]);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(psum, op_psum)
+    r[p->dst] = v = power_sum(pool + p->aux, p->n, a);
+    LAWUTIL_NEXT;
     LAWUTIL_HANDLER(apply1, op_apply1) {
         double in = a;  // a's address would keep a out of a register in every handler
         r[p->dst] = v = p->node->evaluateM_R(&in);
@@ -1543,6 +1736,13 @@ law_program::run_point(const double* x, bool link) const {
     return a * r[p->b] + r[p->n];
     LAWUTIL_HANDLER(end_ratio, step_end_ratio)
     return ratio(p, a, pool, x);
+    LAWUTIL_HANDLER(sum_ratio, step_sum_ratio)
+    r[p->dst] = v = sum_ratio(p, a, pool, x);
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(end_sum_ratio, step_end_sum_ratio)
+    return sum_ratio(p, a, pool, x);
+    LAWUTIL_HANDLER(end_psum, step_end_psum)
+    return power_sum(pool + p->aux, p->n, a);
 #if !defined(__GNUC__)
 }
 }
@@ -1598,6 +1798,43 @@ inline double power_with_slope(double a, int n, double& slope) {
     }
     slope = n * chain_power(a, n - 1);
     return chain_power(a, n);
+}
+
+// The same for the tree's whole powers (3 <= n <= 16): in the compensated range a^(n-1)
+// and a^n from one loop (continued, a^n has compensated_power's bits), beyond it pow.
+inline double whole_power_with_slope(double a, int n, double& slope) {
+    if (!compensated_range(a)) {
+        slope = n * std::pow(a, (double)(n - 1));
+        return std::pow(a, (double)n);
+    }
+    double hi, lo;
+    double below = compensated_power_steps(a, a, 0.0, 1, n - 1, &hi, &lo);
+    slope = n * below;
+    return compensated_power_steps(a, hi, lo, n - 1, n, &hi, &lo);
+}
+
+// (sum of c a^k)' = sum of c k a^(k-1), from the value's own powers.
+inline double power_sum_with_slope(const double* t, int terms, double a, double& slope) {
+    double p[max_degree + 1];
+    double v = power_sum(t, terms, a, p);
+    slope = 0.0;
+    for (int i = 0; i < terms; ++i) {
+        int k = (int)t[2 * i + 2];
+        if (k) slope += t[2 * i + 1] * k * p[k - 1];
+    }
+    return v;
+}
+
+// (A^c)' = c A^(c-1) A' for the tree's other constant powers, NaN where A^(c-1) leaves its
+// domain (0^-0.5: the symbolic derivative raises there).  Only asked where A^c passed the
+// tests, so a negative A comes with a whole c.  Kept out of line, as partial_at.
+#if defined(__GNUC__)
+__attribute__((noinline))
+#endif
+double
+power_slope(double a, double c) {
+    if (a == 0.0 && c - 1.0 <= 0.0) return not_a_number;
+    return c * exponent_value(a, c - 1.0);
 }
 
 // SINH(A)' = COSH(A) A', with COSH(A) = SQRT(1+SINH(A)^2): a square root instead of a
@@ -1695,11 +1932,13 @@ law_program::gradient_threaded(const double* x, double* grad) const {
     }
 #if defined(__GNUC__)
     static const void* const handlers[] = {
-        &&h_add,        &&h_sub,     &&h_mul,      &&h_div,     &&h_neg,  &&h_mulc,    &&h_addc,
-        &&h_rsubc,      &&h_affine,  &&h_divc,     &&h_sqr,     &&h_powi, &&h_rpowi,   &&h_half,
-        &&h_horner,     &&h_sin,     &&h_cos,      &&h_exp,     &&h_ln,   &&h_sqrt,    &&h_abs,
-        &&h_sinh,       &&h_cosh,    &&h_apply1,   &&h_apply2,  &&h_tree, &&h_pre_add, &&h_pre_mul,
-        &&h_pre_affine, &&h_pre_neg, &&h_pre_rsub, &&h_pre_div, &&h_end,  &&h_rational};
+        &&h_add,     &&h_sub,        &&h_mul,     &&h_div,      &&h_neg,     &&h_mulc,
+        &&h_addc,    &&h_rsubc,      &&h_affine,  &&h_divc,     &&h_sqr,     &&h_powi,
+        &&h_rpowi,   &&h_half,       &&h_horner,  &&h_sin,      &&h_cos,     &&h_exp,
+        &&h_ln,      &&h_sqrt,       &&h_abs,     &&h_sinh,     &&h_cosh,    &&h_xpowi,
+        &&h_xpow,    &&h_psum,       &&h_apply1,  &&h_apply2,   &&h_tree,    &&h_pre_add,
+        &&h_pre_mul, &&h_pre_affine, &&h_pre_neg, &&h_pre_rsub, &&h_pre_div, &&h_end,
+        &&h_rational};
     static_assert(sizeof handlers / sizeof handlers[0] == step_rational + 1, "one an opcode");
 #define LAWUTIL_HANDLER(name, op) h_##name:
 #define LAWUTIL_NEXT \
@@ -1902,6 +2141,21 @@ law_program::gradient_threaded(const double* x, double* grad) const {
     LAWUTIL_HANDLER(cosh, op_cosh)
     LAWUTIL_UNARY(std::cosh(a), std::sinh(a))
     LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(xpowi, op_xpowi) {
+        double s, w = whole_power_with_slope(a, p->n, s);
+        LAWUTIL_UNARY(w, s)
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(xpow, op_xpow) {
+        double w = exponent_value(a, pool[p->aux]);
+        LAWUTIL_UNARY(w, power_slope(a, pool[p->aux]))
+    }
+    LAWUTIL_NEXT;
+    LAWUTIL_HANDLER(psum, op_psum) {
+        double s, w = power_sum_with_slope(pool + p->aux, p->n, a, s);
+        LAWUTIL_UNARY(w, s)
+    }
+    LAWUTIL_NEXT;
     LAWUTIL_HANDLER(apply1, op_apply1) {
         double in = a;
         double w = p->node->evaluateM_R(&in);
@@ -2077,6 +2331,16 @@ __attribute__((visibility("hidden"))) double law_program::gradient_pass(const do
             case op_cosh:
                 v = std::cosh(a);
                 s = std::sinh(a);
+                break;
+            case op_xpowi:
+                v = whole_power_with_slope(a, p->n, s);
+                break;
+            case op_xpow:
+                v = exponent_value(a, pool_[p->aux]);
+                s = power_slope(a, pool_[p->aux]);
+                break;
+            case op_psum:
+                v = power_sum_with_slope(pool_ + p->aux, p->n, a, s);
                 break;
             case op_apply1: {
                 v = apply(*p, r, pool_, x);
@@ -2386,6 +2650,23 @@ __attribute__((always_inline)) inline void block_body(const block_program& bp, i
                 for (int k = 0; k < lanes; ++k) r[k] += 0.0;
                 flag_lanes(lanes, a, r, err, LAW_EXPONENT, [](double v) { return v < 0.0; });
                 break;
+            case op_xpowi:
+                for (int k = 0; k < lanes; ++k) r[k] = whole_power(a[k], p->n);
+                break;
+            case op_psum:
+                for (int k = 0; k < lanes; ++k) r[k] = power_sum(pool_ + p->aux, p->n, a[k]);
+                break;
+            case op_xpow: {
+                // the tree's domain tests first, so a failing lane never reaches pow
+                const bool whole = c == std::trunc(c);
+                auto bad = [c, whole](double v) {
+                    return (v == 0.0 && c <= 0.0) || (v < 0.0 && !whole);
+                };
+                for (int k = 0; k < lanes; ++k)
+                    r[k] = bad(a[k]) ? not_a_number : exponent_value(a[k], c);
+                flag_lanes(lanes, a, r, err, LAW_EXPONENT, bad);
+                break;
+            }
             case op_rpowi:
                 for (int k = 0; k < lanes; ++k) r[k] = 1.0 / chain_power(a[k], p->n);
                 // Lanes whose chain may have left the normal range, decided one by one.

@@ -221,7 +221,13 @@ double (*pick_compensated_power())(double, int) {
     __builtin_cpu_init();
     return __builtin_cpu_supports("fma") ? compensated_power_fma : compensated_power_plain;
 }
+
+}  // namespace
+
+// The tree's powers are the compiled form's too (main_law_arith.hpp).
 double (*const compensated_power)(double, int) = pick_compensated_power();
+
+namespace {
 
 // The same loop continued from a^from (the running product hi and its error lo) to a^to,
 // built and picked the same way, so a power continued from a lower one has the bits of
@@ -242,10 +248,14 @@ double compensated_power_steps_plain(double a, double hi, double lo, int from, i
     *lo_out = lo;
     return hi + lo;
 }
+}  // namespace
+
 double (*const compensated_power_steps)(double, double, double, int, int, double*,
                                         double*) = __builtin_cpu_supports("fma")
                                                        ? compensated_power_steps_fma
                                                        : compensated_power_steps_plain;
+
+namespace {
 
 // The powers a^3 .. a^degree into powers[3..degree], each with the bits of
 // compensated_power(a, k): the same loop, its state read out after every step.  Built
@@ -265,16 +275,20 @@ __attribute__((target("fma"))) void compensated_powers_fma(double a, int degree,
 void compensated_powers_plain(double a, int degree, double* powers) {
     compensated_powers_loop(a, degree, powers);
 }
+}  // namespace
+
 void (*const compensated_powers)(double, int, double*) = __builtin_cpu_supports("fma")
                                                              ? compensated_powers_fma
                                                              : compensated_powers_plain;
+
+namespace {
 
 inline double power(double a, double b) {
     // The correctly rounded square, much cheaper than pow.
     if (b == 2.0) return a * a;
     if ((a == 0.0 && b <= 0.0) || (a < 0.0 && b != std::trunc(b))) raise_exponent();
     // Whole powers of finite bases that stay well inside the double range.
-    if (b >= 3.0 && b <= 16.0 && b == std::trunc(b) && std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
+    if (b >= 3.0 && b <= max_compensated_power && b == std::trunc(b) && compensated_range(a))
         return compensated_power(a, (int)b);
     return std::pow(a, b);
 }
@@ -312,6 +326,10 @@ void compose(const binary_law* l, const double* x, double* y, const R& r) {
 }
 
 }  // namespace
+
+double exponent_value(double a, double b) {
+    return power(a, b);
+}
 
 // ================================================================ scalar arithmetic
 //
@@ -577,7 +595,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
                 return direct_value(b, f, s.x);
             case form_whole_power: {
                 double a = operand(b->fleft(), s);
-                if (std::fabs(a) < 1e15 && std::fabs(a) > 1e-15)
+                if (compensated_range(a))
                     return compensated_power(
                         a, static_cast<const exponent_law*>(static_cast<const law*>(b))
                                ->whole_exponent_);
@@ -682,8 +700,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         int index = l->fleft()->leaf_index;
         int n = l->whole_exponent_;
         double a = s.x[index];
-        if (__builtin_expect(!(std::fabs(a) < 1e15 && std::fabs(a) > 1e-15), 0))
-            return power_beyond_range(a, l, s);
+        if (__builtin_expect(!compensated_range(a), 0)) return power_beyond_range(a, l, s);
         int from = 1;
         double hi = a, lo = 0.0;
         if (s.power_index == index && s.power_n <= n) {
@@ -782,7 +799,7 @@ class __attribute__((visibility("hidden"))) arith_evaluator {
         powers[1] = a;
         powers[2] = a * a;
         if (top->degree >= 3) {
-            if (__builtin_expect(std::fabs(a) < 1e15 && std::fabs(a) > 1e-15, 1))
+            if (__builtin_expect(compensated_range(a), 1))
                 compensated_powers(a, top->degree, powers);
             else
                 for (int k = 3; k <= top->degree; ++k) powers[k] = std::pow(a, (double)k);

@@ -3,6 +3,8 @@
 // derivatives and rewrites out of these classes.
 #pragma once
 
+#include <cmath>
+
 #include "lawutil/internal_law.hpp"
 
 namespace lawutil {
@@ -26,6 +28,29 @@ struct power_sum_link {
     signed char var = -1;            // V's input index; -1 while every term is a constant
     power_sum_terms* all = nullptr;  // from three terms on: every term, bottom up
 };
+
+// The tree's powers, which the compiled form's exact mode computes itself, bit for bit.
+// a^n for a whole n from 3 to max_compensated_power and a base in compensated_range is the
+// product carried in two doubles (running product and rounding error, kept exactly with
+// fma) and rounded once: compensated_power, built with and without the fma instruction
+// and picked for the processor when the library loads (a null pointer before then).  Every
+// other power is pow's, after the exponent law's domain tests.
+constexpr double max_compensated_power = 16.0;
+inline bool compensated_range(double a) {
+    return std::fabs(a) < 1e15 && std::fabs(a) > 1e-15;
+}
+extern double (*const compensated_power)(double a, int n);
+// The same loop continued from a^from (its running product hi and error lo) to a^to: the
+// rounded a^to, with the loop's state left in *hi_out and *lo_out.  A power continued from
+// a lower one has the bits of one computed afresh.
+extern double (*const compensated_power_steps)(double a, double hi, double lo, int from, int to,
+                                               double* hi_out, double* lo_out);
+// a^3 .. a^degree into powers[3..degree], each with compensated_power(a, k)'s bits.
+extern void (*const compensated_powers)(double a, int degree, double* powers);
+// a^b as the exponent law computes it: a*a for b = 2, LAW_EXPONENT for 0 to a power <= 0
+// and a negative base to a power that is not whole, compensated_power where it applies,
+// else pow.
+double exponent_value(double a, double b);
 
 // The value of a one-argument function law whose constructor set its arith_op
 // (law_unary.cpp): computed by the scalar arithmetic evaluator, with the function's own

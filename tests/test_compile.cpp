@@ -238,6 +238,18 @@ TEST(Compile, FusedStepsAgreeWithTheTree) {
         law_holder l(str_to_law(text));
         EXPECT_GT(check_law(l.get()), 0) << text;
     }
+    // Powers of a constant exponent, which the exact program computes as the tree does:
+    // whole (several of one operand), negative, half and others, over 0 and negative
+    // bases, at the edges of the compensated product's range (1E+15, 1E-15) and of the
+    // double range; polynomial chains (one broken by a second input), quotients of them.
+    for (const char* text :
+         {"X^3+2*X^5-X^16*Y+(X+1)^3*(X+1)^4", "X^-1+X^-2*Y-X^-3", "X^0.5+(X-1)^0.5*Y",
+          "X^1+X^-0.5+X^2.5+X^17+X^0", "(1E+15*X)^3+(1E-15*X)^5", "(1E+100*X)^4-(1E-100*X)^-4",
+          "(1E-200*X)^3+(1E+200*X)^-5+(1E+300*X)^1.5", "(-3)^X+SIN(2^3*X)^7",
+          "2+X*3-X^4*0.5+Y-X^16", "(Y^3+1)/(X^2+1)+(X+1)/(X-1)"}) {
+        law_holder l(str_to_law(text));
+        EXPECT_GT(check_law(l.get()), 0) << text;
+    }
 }
 
 // The rewrites, by the size of the program they leave (instructions).
@@ -246,8 +258,10 @@ TEST(Compile, RewritesShrinkThePrograms) {
         const char* text;
         int exact_size, rewritten_size;
     } rows[] = {
-        {"1+2*X+3*X^2+4*X^3+5*X^4+6*X^5+7*X^6+8*X^7+9*X^8", 22, 1},  // one Horner step
-        {"SQRT(1+X^2)+LN(1+X^2)", 4, 4},                       // 1+X^2 once, fused into SQRT and LN
+        // one Horner step; exact: the tree's polynomial chain in one step
+        {"1+2*X+3*X^2+4*X^3+5*X^4+6*X^5+7*X^6+8*X^7+9*X^8", 1, 1},
+        {"(X^3-2*X+1)/(X^2+1)", 3, 3},    // exact: two chains and their quotient
+        {"SQRT(1+X^2)+LN(1+X^2)", 4, 4},  // 1+X^2 once, fused into SQRT and LN
         {"SIN(COS(SIN(COS(X+1)+2)+3)+4)*EXP(-ABS(X))", 7, 7},  // offsets fused
         {"2*3+X", 1, 1},                                       // the constant folds into the offset
         {"3*SIN(X)+1", 2, 2},                                  // c*A+d in one instruction
@@ -270,6 +284,7 @@ TEST(Compile, BatchGivesTheSinglePointValuesAndCodes) {
                            "ARCSIN(X)/X",
                            "(X^3-2*X+1)/(X^2+1)",
                            "COSH(X)*SINH(Y)-EXP(X)/LN(Y+2)",
+                           "X^-2+(X-0.5)^0.5*Y^5+X^3*X^4",
                            "Y",     // the value is an input
                            "2+3"};  // no instruction at all
     const int n = 301;              // more than two blocks, and a tail shorter than a vector

@@ -323,8 +323,9 @@ outcome evaluate_at(const law* l, const double* in, bool sided) {
 }  // namespace
 
 // Scalar arithmetic runs through its own evaluation (chains as loops, shared powers); the
-// side path still runs each node's evaluate, recursively.  Both give the same bits and
-// raise the same codes, at ordinary points and at the edges of the power and 0/0 rules.
+// side path still runs each node's evaluate, recursively; the exact program runs the
+// tree's operations itself.  All give the same bits and raise the same codes, at ordinary
+// points and at the edges of the power and 0/0 rules.
 TEST(Evaluate, ScalarArithmeticGivesTheRecursiveValuesBitForBit) {
     std::mt19937 rng(20261123);
     const double points[][2] = {{0.7, -0.3}, {-1.3, 2.0},   {0.0, 0.5},     {1e-16, -1e-16},
@@ -341,17 +342,28 @@ TEST(Evaluate, ScalarArithmeticGivesTheRecursiveValuesBitForBit) {
         law_holder cube(str_to_law("X^3"));
         law_holder plus(VORX_NEW plus_law(l.get(), cube.get()));
         law_holder minus(VORX_NEW minus_law(l.get(), cube.get()));
-        for (const law* each : {l.get(), plus.get(), minus.get()})
+        for (const law* each : {l.get(), plus.get(), minus.get()}) {
+            law_program exact(each, law_program::exact);
             for (const auto& p : points) {
                 outcome fast = evaluate_at(each, p, false);
                 outcome recursive = evaluate_at(each, p, true);
+                outcome program;
+                try {
+                    program.value = exact.evaluate(p);
+                } catch (const vorx_exception& e) {
+                    program.code = e.code();
+                }
                 ASSERT_EQ(fast.code, recursive.code) << text << " at " << p[0] << ", " << p[1];
+                ASSERT_EQ(program.code, fast.code) << text << " at " << p[0] << ", " << p[1];
                 ASSERT_EQ(std::memcmp(&fast.value, &recursive.value, sizeof(double)), 0)
                     << text << " (" << (each == l.get() ? "" : "+-X^3") << ") at " << p[0] << ", "
                     << p[1] << ": " << fast.value << " != " << recursive.value;
+                ASSERT_EQ(std::memcmp(&program.value, &fast.value, sizeof(double)), 0)
+                    << text << " exact program at " << p[0] << ", " << p[1];
                 ++compared;
                 raised += fast.code != 0;
             }
+        }
     }
     EXPECT_GT(raised, 100);
     EXPECT_GT(compared - raised, 4000);
