@@ -1013,7 +1013,8 @@ unsigned char ending_step(unsigned char step) {
 
 law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
     if (!l) sys_error(LAW_EVAL);
-    law_holder held = law_holder::share(l);  // released if compiling raises
+    // released if compiling raises; none kept when borrowed
+    law_holder held = mode & borrowed ? law_holder() : law_holder::share(l);
     inputs_ = l->take_dim();
     compiler c(mode, inputs_);
     int result = c.value(l);
@@ -1196,7 +1197,7 @@ law_program::~law_program() {
     VORX_FREE(block_);
     VORX_FREE(block_in_);
     VORX_FREE(gradient_code_);
-    law_->remove();
+    if (!(mode_ & borrowed)) law_->remove();
 }
 
 namespace {
@@ -2372,18 +2373,30 @@ law_evaluator::~law_evaluator() {
     delete program_;
 }
 
+law_program* compile_values(const law* l, int extra) {
+    if (!l->returns_scalar()) return nullptr;
+    law_program* p;
+    try {
+        p = VORX_NEW law_program(l, law_program::exact | law_program::values_only | extra);
+    } catch (const vorx_exception&) {
+        return nullptr;  // the tree serves on
+    }
+    if (p->size() < 2 || p->general_powers() > 0) {
+        delete p;
+        return nullptr;
+    }
+    return p;
+}
+
+int law_program::general_powers() const {
+    int n = 0;
+    for (int i = 0; i < count_; ++i) n += code_[i].op == op_apply2;
+    return n;
+}
+
 void law_evaluator::decide() {
     decided_ = true;
-    if (!law_->returns_scalar()) return;
-    try {
-        program_ = VORX_NEW law_program(law_, law_program::exact | law_program::values_only);
-    } catch (const vorx_exception&) {
-        return;  // the tree serves on
-    }
-    if (program_->size() < 2) {
-        delete program_;
-        program_ = nullptr;
-    }
+    program_ = compile_values(law_);
 }
 
 double law_evaluator::through(const law_program* p, const double* x) {
