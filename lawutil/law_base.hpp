@@ -5,7 +5,8 @@
 // calls add() when it keeps a pointer and remove() when it drops it; the last remove()
 // destroys the law.  Every function that returns a law* hands the caller one reference.
 // A pointer that a law keeps to *itself* in one of its caches (simplified form, inverse,
-// a derivative slot) is never counted, or the law would keep itself alive.
+// a derivative slot, the compiled form it owns once evaluated often) is never counted, or
+// the law would keep itself alive.
 //
 // A law never changes its meaning after construction.  Only its caches fill in later,
 // through const operations; they are the mutable fields below.  A law tree is used by
@@ -270,7 +271,7 @@ class law : public vorx::VORX_OBJECT {
     static constexpr int tier_after = 512;
     // The law's own compiled form once it has compiled itself; null before, and for a
     // law that stays on its tree (for tests and benchmarks).
-    const law_program* tier_program() const { return tier_program_; }
+    const law_program* tier_program() const { return own_program; }
 
     // ---- derivative and inverse caches ----
     int cached_derivative(int which) const;
@@ -354,7 +355,7 @@ class law : public vorx::VORX_OBJECT {
     mutable bool tier_decided = false;
     double leaf_value = 0.0;
     // The compiled form that evaluateM_R runs, owned by the law (law_tier.cpp).
-    mutable law_program* tier_program_ = nullptr;
+    mutable law_program* own_program = nullptr;
 
     // Stores `l` in a cache slot: counted unless it is this law itself.
     void store_cached(law*& slot, law* l) const;

@@ -90,7 +90,7 @@ bool law_tiering_on() {
 }
 
 double law::tier_value(const double* x) const {
-    const law_program* p = tier_program_;
+    const law_program* p = own_program;
     if (__builtin_expect(p != nullptr, 1) && law_tiering_on()) {
         // While the program runs, evaluations of this law itself (its fallbacks) take the
         // tree.
@@ -114,8 +114,8 @@ double law::tier_value(const double* x) const {
     tier_countdown = INT_MAX;  // the tree serves while compiling, and for ever after without
     if (!tier_decided) {
         tier_decided = true;
-        if (!over_leaves(this)) tier_program_ = compile_values(this, law_program::borrowed);
-        if (tier_program_) return tier_value(x);
+        if (!over_leaves(this)) own_program = compile_values(this, law_program::borrowed);
+        if (own_program) return tier_value(x);
     }
     return scalar_value(x);
 }
@@ -133,8 +133,8 @@ double law::tier_raised(const double* x) const {
 }
 
 void law::release_tier() const {
-    delete tier_program_;
-    tier_program_ = nullptr;
+    delete own_program;
+    own_program = nullptr;
 }
 
 }  // namespace lawutil

@@ -6,8 +6,10 @@
 
 namespace lawutil {
 
-// While one lives, evaluateM_R on the calling thread runs every law's tree: no law
-// compiles itself, and one that has compiled leaves its program unused.  Scopes nest.
+// While one lives, evaluateM_R runs every law's tree: no law compiles itself, and one
+// that has compiled leaves its program unused.  Scopes nest.  The switch is process-wide
+// (a relaxed atomic count: reading a thread's context costs every compiled evaluation a
+// call), so a scope on one thread also slows laws on others, without changing a value.
 class law_tiering_off {
   public:
     law_tiering_off();
@@ -16,7 +18,7 @@ class law_tiering_off {
     law_tiering_off& operator=(const law_tiering_off&) = delete;
 };
 
-// False while a law_tiering_off scope lives on the calling thread.
+// False while a law_tiering_off scope lives.
 bool law_tiering_on();
 
 }  // namespace lawutil
