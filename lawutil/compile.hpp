@@ -106,9 +106,10 @@ class law_program : public vorx::VORX_OBJECT {
 // of the tree: exact mode without fallback derivatives, `extra` added to the mode
 // (borrowed).  Null where the law stays on the tree: not scalar, compiling raised, a
 // program of one instruction (its own top node, or a class the compiler does not know),
-// which would only add a step to the tree's, or one with a general power, where the
-// tree's own whole powers (by multiplication) beat the power law's pow (measured: E5
-// 73 ns a point through its exact program, 12 through its tree).
+// which would only add a step to the tree's, or one whose general powers cost more than
+// the tree's walk saves: the tree takes whole powers by multiplication, the power law's
+// copy by pow (measured: E5 73 ns a point through its exact program, 12 through its
+// tree), while a shared subtree costs the tree once per path to it and the program once.
 law_program* compile_values(const law* l, int extra = 0);
 
 // A law that a numerical routine evaluates many times: through its tree for the first

@@ -5,10 +5,11 @@
 // decrement and one branch on the hot path, nothing else.  When the count goes below
 // zero, tier_value is called instead of the tree.  The first time it decides, once, as
 // law_evaluator does (compile_values): the exact, values-only program, or none for a law
-// not worth it (one instruction, a general power, not scalar, compiling raised), which
-// stays on its tree and is not asked again (its count restarts at INT_MAX).  A node over
-// leaves is known to be one instruction without compiling.  A law with a program keeps its
-// count at zero after each evaluation, so every one comes back here.
+// not worth it (one instruction, general powers costing more than the tree's walk, not
+// scalar, compiling raised), which stays on its tree and is not asked again (its count
+// restarts at INT_MAX).  A node over leaves is known to be one instruction without
+// compiling.  A law with a program keeps its count at zero after each evaluation, so
+// every one comes back here.
 //
 // Values.  The program is exact: its values are the tree's, bit for bit.  Where it raises,
 // the tree is evaluated itself (scalar_value, bypassing the program) and raises its own

@@ -51,6 +51,7 @@ const tier_row rows[] = {
     {"TAN(X*Y+1)+X", true, false},              // a class the compiler runs through a copy
     {"SIN(X)", false, false},                   // one instruction: stays on its tree
     {"X^1.5+X", false, true},                   // a general power: stays on its tree
+    {"(X^3+1)*(X^3+1)*(X^3+1)*(X^3+1)*(X^3+1)*(X^3+1)", true, false},  // one power for six
 };
 
 }  // namespace
