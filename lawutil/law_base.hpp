@@ -367,6 +367,7 @@ class law : public vorx::VORX_OBJECT {
     [[noreturn]] void raise_not_scalar() const;
     double tier_value(const double* x) const;
     double tier_raised(const double* x) const;
+    [[gnu::noinline]] double tier_decide(const double* x) const;
     void release_tier() const;
     static void destroy_released(const law* l);
     [[noreturn]] void raise_bad_dim() const;

@@ -108,6 +108,11 @@ double law::tier_value(const double* x) const {
         tier_countdown = 0;
         return y;
     }
+    return tier_decide(x);
+}
+
+// Out of line, so the compiled path above saves few registers.
+double law::tier_decide(const double* x) const {
     if (!law_tiering_on()) {
         tier_countdown = tier_after;
         return scalar_value(x);
