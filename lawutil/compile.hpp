@@ -117,8 +117,8 @@ law_program* compile_values(const law* l, int extra = 0);
 // evaluations, so a short run never pays for it.  The program is made in exact mode
 // without derivatives, so every value is the tree's, bit for bit; at a point where the
 // program raises, the tree is asked again and raises its own exception, with all it
-// carries.  A law that is not scalar, or whose program is one instruction (its own top
-// node, or a class the compiler does not know), stays on the tree.  Compiling allocates
+// carries.  A law that compile_values leaves on the tree (not scalar, one instruction,
+// general powers that cost more than they save) stays there.  Compiling allocates
 // (once); evaluating does not.  One thread at a time, like the law.
 class law_evaluator {
   public:
