@@ -22,7 +22,9 @@
 // callable_ns is its time a point, floor_ratio = callable_ns / native_ns, and the last
 // benchmark prints their geometric means (geomean_floor, geomean_floor_gradient).
 //
-//   tree      evaluateM_R down the law tree
+//   tree      evaluateM_R as a caller gets it: the tree for the first law::tier_after
+//             evaluations, then the law's own exact program (law_tier.cpp)
+//   tree_plain evaluateM_R down the law tree alone (law_tiering_off)
 //   compiled  law_program::evaluate, one point at a time
 //   gradient  law_program::evaluate_with_gradient, against the hand-written value and
 //             partials (E7: both partials)
@@ -227,9 +229,11 @@ enum method {
     gradient_method,
     batch_method,
     exact_method,
+    tree_plain_method,
     method_count
 };
-const char* const method_names[method_count] = {"tree", "compiled", "gradient", "batch", "exact"};
+const char* const method_names[method_count] = {"tree",  "compiled", "gradient",
+                                                "batch", "exact",    "tree_plain"};
 double ratios[method_count][law_count];
 double floors[method_count][law_count];  // callable_ns / native_ns
 
@@ -238,6 +242,10 @@ double law_pass(int m, const law* l, const law_program& prog) {
     const double* p = xs().data();
     double sum = 0;
     switch (m) {
+        case tree_plain_method: {
+            law_tiering_off plain;
+            return law_pass(tree_method, l, prog);
+        }
         case tree_method:
             for (int k = 0; k < points; ++k) {
                 double in[2] = {p[k], y_fixed};
@@ -396,6 +404,7 @@ void BM_DerivativeEval(benchmark::State& state) {
         law_program prog(d.get());
         const law* dp = d.get();
         std::vector<double> tree_ns, prog_ns;
+        law_tiering_off plain;  // the tree itself, not its own program
         for (auto _ : state) {
             for (int r = 0; r < passes; ++r) {
                 tree_ns.push_back(ns_per_point([&] {
@@ -443,6 +452,7 @@ void BM_CompileCost(benchmark::State& state) {
         law_program prog(l.get(), mode);
         const double* p = xs().data();
         std::vector<double> tree_ns, prog_ns, build_ns;
+        law_tiering_off plain;  // the tree itself, not its own program
         for (auto _ : state) {
             for (int r = 0; r < passes; ++r) {
                 auto per = [&](auto f) { return ns_per_point(f) * points / n; };
@@ -478,6 +488,42 @@ BENCHMARK(BM_CompileCost)
     ->DenseRange(0, law_count - 1)
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
+
+// The memory that tiering costs (law_tier.cpp): tracked bytes live after a law has been
+// evaluated 4 * law::tier_after times, against the bytes of one exact, values-only program
+// of its root; equal when the root alone compiled (its subtrees did not).  The last rows
+// are big laws: the fifth derivatives of E3 and E8, DAGs of shared subtrees.
+void BM_TierMemory(benchmark::State& state) {
+    const int k = (int)state.range(0);
+    initialize_law();
+    {
+        const workload& w = work[k < law_count ? k : k == law_count ? 2 : 7];
+        law_holder l(str_to_law(w.text));
+        if (k >= law_count) l.reset(l->nth_derivative(5));
+        long one = 0, instructions = 0;
+        {
+            law_holder copy(l->deep_copy());  // so the root itself has not compiled
+            long bare = vorx_live_bytes();
+            law_program* p = compile_values(copy.get());
+            one = p ? vorx_live_bytes() - bare : 0;
+            instructions = p ? p->size() : 0;
+            delete p;
+        }
+        long before = vorx_live_bytes();
+        for (auto _ : state)
+            for (int i = 0; i < 4 * law::tier_after; ++i) {
+                double in[2] = {xs()[(size_t)i * 397 % points], y_fixed};
+                benchmark::DoNotOptimize(l->evaluateM_R(in));
+            }
+        state.counters["tier_bytes"] = (double)(vorx_live_bytes() - before);
+        state.counters["root_program_bytes"] = (double)one;
+        state.counters["instructions"] = (double)instructions;
+        state.counters["root_compiled"] = l->tier_program() != nullptr;
+        state.SetLabel(std::string(w.id) + (k < law_count ? "" : " fifth derivative"));
+    }
+    terminate_law();
+}
+BENCHMARK(BM_TierMemory)->DenseRange(0, law_count + 1)->Iterations(1);
 
 // Geometric mean over E1-E8 of each method's ratios measured above (registered last, so
 // it runs last), and of the floors (the value's as measured with the compiled form, the

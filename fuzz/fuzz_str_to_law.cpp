@@ -316,6 +316,7 @@ void check_program(const law* l, int mode, const outcome* tree, const char* inpu
 // Both programs of a scalar law that draws no random numbers.
 void check_programs(const law* l, const char* input) {
     if (l->return_dim() != 1 || l->take_dim() > max_inputs || draws_random(l)) return;
+    law_tiering_off pure_tree;  // against the tree itself, not its own compiled form
     outcome tree[sample_count];
     for (int p = 0; p < sample_count; ++p) tree[p] = evaluate_at(l, p, input);
     check_program(l, law_program::exact, tree, input);

@@ -31,12 +31,16 @@ class law_program : public vorx::VORX_OBJECT {
         exact = 1,        // the tree's operations only: values equal to the tree's
         values_only = 2,  // added to either: no derivatives of fallbacks are made, which
                           // spares compiling time; the gradient pass gives NaN partials there
-        interpreted = 4   // added to any: the single-point pass stays on the interpreter,
+        interpreted = 4,  // added to any: the single-point pass stays on the interpreter,
                           // without machine code (for tests and benchmarks)
+        borrowed = 8      // added to either: the program does not count its reference to the
+                          // law, for a program the law owns itself (a law evaluated often,
+                          // law_tier.cpp), which a counted one would keep alive for ever
     };
 
     // Compiles `l` (any law; classes the compiler does not know are evaluated through
-    // their own tree).  The program holds a reference to `l`.
+    // their own tree).  The program holds a reference to `l` (none with borrowed: the
+    // caller then keeps `l` alive as long as the program).
     explicit law_program(const law* l, int mode = rewrite);
     ~law_program();
     law_program(const law_program&) = delete;
@@ -52,6 +56,9 @@ class law_program : public vorx::VORX_OBJECT {
     // and errors (x86-64 Linux, where the system gives executable memory; not in
     // interpreted mode).
     bool native() const { return native_ != nullptr; }
+    // Instructions that raise a power through a copy of the power law over X and Y: an
+    // exponent the program does not take in itself (whole ones from 3 on, in exact mode).
+    int general_powers() const;
 
     // The value at x (take_dim() inputs), as evaluateM_R gives it: a law of more than
     // one output raises LAW_EVALS, a point outside a domain raises the tree's code.
@@ -113,13 +120,23 @@ class law_program : public vorx::VORX_OBJECT {
     std::size_t native_size_ = 0;
 };
 
+// The program that law_evaluator and a law evaluated often (law::evaluateM_R) run instead
+// of the tree: exact mode without fallback derivatives, `extra` added to the mode
+// (borrowed).  Null where the law stays on the tree: not scalar, compiling raised, a
+// program of one instruction (its own top node, or a class the compiler does not know),
+// which would only add a step to the tree's, or one whose general powers cost more than
+// the tree's walk saves: the tree takes whole powers by multiplication, the power law's
+// copy by pow (measured: E5 73 ns a point through its exact program, 12 through its
+// tree), while a shared subtree costs the tree once per path to it and the program once.
+law_program* compile_values(const law* l, int extra = 0);
+
 // A law that a numerical routine evaluates many times: through its tree for the first
 // `after` evaluations, then through its program.  Compiling costs a few hundred tree
 // evaluations, so a short run never pays for it.  The program is made in exact mode
 // without derivatives, so every value is the tree's, bit for bit; at a point where the
 // program raises, the tree is asked again and raises its own exception, with all it
-// carries.  A law that is not scalar, or whose program is one instruction (its own top
-// node, or a class the compiler does not know), stays on the tree.  Compiling allocates
+// carries.  A law that compile_values leaves on the tree (not scalar, one instruction,
+// general powers that cost more than they save) stays there.  Compiling allocates
 // (once); evaluating does not.  One thread at a time, like the law.
 class law_evaluator {
   public:

@@ -106,6 +106,7 @@ void law::destroy_released(const law* l) {
 }
 
 law::~law() noexcept(false) {
+    release_tier();
     for (int i = 0; i < dlaw_cache_size; ++i) release_cached(dlaw_cache[i]);
     VORX_FREE(dlaw_cache);
     dlaw_cache = nullptr;

@@ -5,7 +5,8 @@
 // calls add() when it keeps a pointer and remove() when it drops it; the last remove()
 // destroys the law.  Every function that returns a law* hands the caller one reference.
 // A pointer that a law keeps to *itself* in one of its caches (simplified form, inverse,
-// a derivative slot) is never counted, or the law would keep itself alive.
+// a derivative slot, the compiled form it owns once evaluated often) is never counted, or
+// the law would keep itself alive.
 //
 // A law never changes its meaning after construction.  Only its caches fill in later,
 // through const operations; they are the mutable fields below.  A law tree is used by
@@ -35,6 +36,7 @@ class law;
 class law_data;
 class law_data_node;
 class law_polynomial;
+class law_program;
 class pointer_map;
 
 // Selects a spelling when printing: 0 is the library's own upper-case syntax (the one
@@ -185,8 +187,12 @@ class law : public vorx::VORX_OBJECT {
         if (leaf_kind == leaf_variable) return x[leaf_index];
         if (!returns_scalar()) raise_not_scalar();
         // The arithmetic and function laws hand their value back in a register, with no
-        // store and reload and no second call through dispatch.
-        if (leaf_kind == node_direct && !side && !guess) return scalar_value(x);
+        // store and reload and no second call through dispatch.  Counted: one evaluated
+        // often runs its compiled form from then on (tier_value, law_tier.cpp).
+        if (leaf_kind == node_direct && !side && !guess) {
+            if (__builtin_expect(--tier_countdown < 0, 0)) return tier_value(x);
+            return scalar_value(x);
+        }
         double y;
         dispatch(x, &y, side, guess);
         return y;
@@ -258,6 +264,14 @@ class law : public vorx::VORX_OBJECT {
         else
             evaluate(x, y);
     }
+
+    // ---- tiered evaluation (law_tier.cpp) ----
+    // Plain scalar evaluations through evaluateM_R after which a law of the arithmetic
+    // and function families compiles itself (law_evaluator's threshold).
+    static constexpr int tier_after = 512;
+    // The law's own compiled form once it has compiled itself; null before, and for a
+    // law that stays on its tree (for tests and benchmarks).
+    const law_program* tier_program() const { return own_program; }
 
     // ---- derivative and inverse caches ----
     int cached_derivative(int which) const;
@@ -332,10 +346,16 @@ class law : public vorx::VORX_OBJECT {
     // How a function node of the evaluator reads its argument (a variable, c*V, V/c, V*W
     // or any other law), decided with eval_form.
     mutable signed char arg_form = 0;
+    // Plain scalar evaluations left before tier_value is called (see law_tier.cpp).
+    mutable int tier_countdown = tier_after;
     // Link of the list of laws waiting to be destroyed (see destroy_released).
     mutable const law* next_dead = nullptr;
     int leaf_index = 0;
+    // Whether the law has decided on compiling itself (it is not asked again).
+    mutable bool tier_decided = false;
     double leaf_value = 0.0;
+    // The compiled form that evaluateM_R runs, owned by the law (law_tier.cpp).
+    mutable law_program* own_program = nullptr;
 
     // Stores `l` in a cache slot: counted unless it is this law itself.
     void store_cached(law*& slot, law* l) const;
@@ -345,6 +365,10 @@ class law : public vorx::VORX_OBJECT {
     friend class law_list;
     friend class arith_evaluator;
     [[noreturn]] void raise_not_scalar() const;
+    double tier_value(const double* x) const;
+    double tier_raised(const double* x) const;
+    [[gnu::noinline]] double tier_decide(const double* x) const;
+    void release_tier() const;
     static void destroy_released(const law* l);
     [[noreturn]] void raise_bad_dim() const;
     void set_dlaw_cache(int which) const;

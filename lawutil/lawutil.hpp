@@ -17,6 +17,7 @@
 #include "lawutil/law_data.hpp"
 #include "lawutil/law_data_geom.hpp"
 #include "lawutil/law_logic.hpp"
+#include "lawutil/law_tier.hpp"
 #include "lawutil/law_unary.hpp"
 #include "lawutil/law_unary_data.hpp"
 #include "lawutil/law_util.hpp"
