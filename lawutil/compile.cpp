@@ -1460,6 +1460,11 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
         jit_fallback interpret = [](const void* self, const double* x) {
             return static_cast<const law_program*>(self)->run_point(x);
         };
+        // A law's own program: its tree, which runs nothing of the program.
+        if (mode_ & borrowed)
+            interpret = [](const void* self, const double* x) {
+                return static_cast<const law_program*>(self)->source()->tree_value(x);
+            };
         if (known)
             native_ = jit_make(steps.data(), (int)steps.size(), inputs_, registers_, reg_, pool_,
                                (int)c.pool_.size(), interpret, this, native_memory_, native_size_);

@@ -56,6 +56,10 @@ class law_program : public vorx::VORX_OBJECT {
     // and errors (x86-64 Linux, where the system gives executable memory; not in
     // interpreted mode).
     bool native() const { return native_ != nullptr; }
+    // That machine code, or null.  A borrowed program's code hands a point it does not
+    // take to its law's tree (law::tree_value), so it never raises and is never
+    // re-entered: what a law that owns its program calls directly.
+    double (*native_entry() const)(const double*) { return native_; }
     // Instructions that raise a power through a copy of the power law over X and Y: an
     // exponent the program does not take in itself (whole ones from 3 on, in exact mode).
     int general_powers() const;

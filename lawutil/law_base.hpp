@@ -46,6 +46,9 @@ enum law_symbol_type { law_symbol_default = 0, law_symbol_maple = 1 };
 // The next type number of the library-wide counter (the first is 1).
 int new_law_id();
 
+// Live law_tiering_off scopes (law_tier.hpp), read by evaluateM_R.
+extern std::atomic<int> law_tiering_off_scopes;
+
 // Declares a class's type identity: its static id() (a type number drawn lazily from
 // new_law_id), isa() answering its own id and then its base's, type() and class_name().
 // Pair it with LAWUTIL_TYPE_DEF(cls) in the class's source file.  Leaves access public.
@@ -190,6 +193,10 @@ class law : public vorx::VORX_OBJECT {
         // store and reload and no second call through dispatch.  Counted: one evaluated
         // often runs its compiled form from then on (tier_value, law_tier.cpp).
         if (leaf_kind == node_direct && !side && !guess) {
+            // Its program as machine code, called from here: it never raises (a point it
+            // does not take goes to this law's tree, tree_value).
+            if (tier_native && law_tiering_off_scopes.load(std::memory_order_relaxed) == 0)
+                return tier_native(x);
             if (__builtin_expect(--tier_countdown < 0, 0)) return tier_value(x);
             return scalar_value(x);
         }
@@ -272,6 +279,11 @@ class law : public vorx::VORX_OBJECT {
     // The law's own compiled form once it has compiled itself; null before, and for a
     // law that stays on its tree (for tests and benchmarks).
     const law_program* tier_program() const { return own_program; }
+    // The value at x by the law's tree alone, never its own program: where that program's
+    // machine code does not take a point (a domain test, a zero-over-zero division, a
+    // call-back that raised), the tree gives the value or raises its own exception.  Only
+    // for laws of the arithmetic and function families.
+    double tree_value(const double* x) const;
 
     // ---- derivative and inverse caches ----
     int cached_derivative(int which) const;
@@ -354,8 +366,10 @@ class law : public vorx::VORX_OBJECT {
     // Whether the law has decided on compiling itself (it is not asked again).
     mutable bool tier_decided = false;
     double leaf_value = 0.0;
-    // The compiled form that evaluateM_R runs, owned by the law (law_tier.cpp).
+    // The compiled form that evaluateM_R runs, owned by the law (law_tier.cpp), and its
+    // machine code where it has some.
     mutable law_program* own_program = nullptr;
+    mutable double (*tier_native)(const double*) = nullptr;
 
     // Stores `l` in a cache slot: counted unless it is this law itself.
     void store_cached(law*& slot, law* l) const;

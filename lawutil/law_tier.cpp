@@ -63,9 +63,9 @@ using namespace vorx;
 
 namespace lawutil {
 
-namespace {
+std::atomic<int> law_tiering_off_scopes{0};
 
-std::atomic<int> tiering_off_scopes{0};
+namespace {
 
 bool leaf(const law* l) {
     return !l || l->isa(constant_law::id()) || l->isa(identity_law::id());
@@ -84,15 +84,15 @@ bool over_leaves(const law* l) {
 }  // namespace
 
 law_tiering_off::law_tiering_off() {
-    tiering_off_scopes.fetch_add(1, std::memory_order_relaxed);
+    law_tiering_off_scopes.fetch_add(1, std::memory_order_relaxed);
 }
 
 law_tiering_off::~law_tiering_off() {
-    tiering_off_scopes.fetch_sub(1, std::memory_order_relaxed);
+    law_tiering_off_scopes.fetch_sub(1, std::memory_order_relaxed);
 }
 
 bool law_tiering_on() {
-    return tiering_off_scopes.load(std::memory_order_relaxed) == 0;
+    return law_tiering_off_scopes.load(std::memory_order_relaxed) == 0;
 }
 
 double law::tier_value(const double* x) const {
@@ -126,6 +126,7 @@ double law::tier_decide(const double* x) const {
     if (!tier_decided) {
         tier_decided = true;
         if (!over_leaves(this)) own_program = compile_values(this, law_program::borrowed);
+        if (own_program) tier_native = own_program->native_entry();
         if (own_program) return tier_value(x);
     }
     return scalar_value(x);
@@ -134,6 +135,11 @@ double law::tier_decide(const double* x) const {
 // The program raised at x: the tree raises its own exception, with whatever it carries
 // besides the code (or gives its value), this law's program still out of the way.  Its
 // subtrees do not count this walk: a law that raises often would compile them all.
+double law::tree_value(const double* x) const {
+    law_tiering_off tree_alone;
+    return scalar_value(x);
+}
+
 double law::tier_raised(const double* x) const {
     struct back_to_program {
         const law* l;
@@ -146,6 +152,7 @@ double law::tier_raised(const double* x) const {
 void law::release_tier() const {
     delete own_program;
     own_program = nullptr;
+    tier_native = nullptr;
 }
 
 }  // namespace lawutil
