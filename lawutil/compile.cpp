@@ -308,6 +308,14 @@ inline double power_sum(const double* t, int terms, double a) {
     return power_sum(t, terms, a, p);
 }
 
+// The exact program's own steps as the machine code calls them back (jit_call), given
+// their instruction: the handlers' arithmetic; what would raise, and a zero-over-zero
+// quotient, are bails (the interpreter, or the law's tree, then takes the point).
+jit_result call_whole_power(const void* q, const double*, const double*, double a) noexcept;
+jit_result call_exponent(const void* q, const double* pool, const double*, double a) noexcept;
+jit_result call_power_sum(const void* q, const double* pool, const double*, double a) noexcept;
+jit_result call_sum_ratio(const void* q, const double* pool, const double*, double a) noexcept;
+
 // The square root of an operand whose domain test has passed: the processor's
 // instruction, without the library's errno test behind it (the same value).
 inline double tested_sqrt(double x) {
@@ -1406,9 +1414,17 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
                     return jit_op::end;
             }
         };
-        for (const instruction& q : point) {
+        for (size_t k = 0; k < point.size(); ++k) {
+            const instruction& q = point[k];
             jit_step s{jit_op::end, jit_pre::none, false, q.dst,  q.a,
                        q.b,         q.n,           q.aux, q.part, q.node};
+            // the steps called back are given their instruction
+            auto back = [&](jit_call f, bool ends) {
+                s.op = jit_op::call;
+                s.function = f;
+                s.node = point_ + k;
+                s.ends = ends;
+            };
             // clang-format off
             switch (q.step) {
                 case op_add: s.op = jit_op::add; break;
@@ -1450,6 +1466,12 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
                 case op_apply1: s.op = jit_op::apply1; break;
                 case op_apply2: s.op = jit_op::apply2; break;
                 case op_tree: s.op = jit_op::tree; break;
+                case op_xpowi: back(call_whole_power, false); break;
+                case op_xpow: back(call_exponent, false); break;
+                case op_psum: back(call_power_sum, false); break;
+                case step_end_psum: back(call_power_sum, true); break;
+                case step_sum_ratio: back(call_sum_ratio, false); break;
+                case step_end_sum_ratio: back(call_sum_ratio, true); break;
                 default: known = false;  // a step unknown here
             }
             // clang-format on
@@ -1488,6 +1510,31 @@ law_program::~law_program() {
 }
 
 namespace {
+
+jit_result call_whole_power(const void* q, const double*, const double*, double a) noexcept {
+    return {whole_power(a, static_cast<const instruction*>(q)->n), 0};
+}
+
+jit_result call_exponent(const void* q, const double* pool, const double*, double a) noexcept {
+    try {
+        return {exponent_value(a, pool[static_cast<const instruction*>(q)->aux]), 0};
+    } catch (...) {
+        return {0.0, 1};
+    }
+}
+
+jit_result call_power_sum(const void* q, const double* pool, const double*, double a) noexcept {
+    const instruction* p = static_cast<const instruction*>(q);
+    return {power_sum(pool + p->aux, p->n, a), 0};
+}
+
+jit_result call_sum_ratio(const void* q, const double* pool, const double*, double a) noexcept {
+    const instruction* p = static_cast<const instruction*>(q);
+    double num = power_sum(pool + p->aux, p->n, a);
+    double den = power_sum(pool + p->part, p->b, a);
+    if (std::fabs(num) < tiny && std::fabs(den) < tiny) return {0.0, 1};
+    return {num / den, 0};
+}
 
 // The quotient of two Horner polynomials of a, as op_div over the two Horner steps gives
 // it: both below tiny hand the point to the division law.
@@ -2805,7 +2852,7 @@ law_program* compile_values(const law* l, int extra) {
     } catch (const vorx_exception&) {
         return nullptr;  // the tree serves on
     }
-    bool worth = p->size() >= 2;
+    bool worth = p->size() >= 2 || p->chain();
     if (worth && p->general_powers() > 0) {
         tracked_map<const law*, double> known;
         worth = tree_visits(l, known) > p->size() + general_power_cost * p->general_powers();
@@ -2815,6 +2862,10 @@ law_program* compile_values(const law* l, int extra) {
         return nullptr;
     }
     return p;
+}
+
+bool law_program::chain() const {
+    return count_ == 1 && code_[0].op == op_psum;
 }
 
 int law_program::general_powers() const {

@@ -63,6 +63,9 @@ class law_program : public vorx::VORX_OBJECT {
     // Instructions that raise a power through a copy of the power law over X and Y: an
     // exponent the program does not take in itself (whole ones from 3 on, in exact mode).
     int general_powers() const;
+    // Whether the program is one polynomial chain of one input (the exact form of E5):
+    // one instruction, but one that saves the tree's walk over the terms.
+    bool chain() const;
 
     // The value at x (take_dim() inputs), as evaluateM_R gives it: a law of more than
     // one output raises LAW_EVALS, a point outside a domain raises the tree's code.

@@ -227,16 +227,10 @@ class assembler {
     }
 };
 
-// What call_law returns (SysV: in xmm0 and rax).
-struct law_result {
-    double value;
-    long failed;
-};
-
 // A law called back from machine code, which has no unwind information: nothing may
 // leave it by an exception.  What the law raises is a bail, and the interpreter, running
 // the point again, raises it in its place.
-law_result call_law(const law* node, const double* in) noexcept {
+jit_result call_law(const law* node, const double* in) noexcept {
     try {
         return {node->evaluateM_R(in), 0};
     } catch (...) {
@@ -278,6 +272,7 @@ bool known(const jit_step& s) {
     // sincos keeps the cosine's register in b, which add_r .. horner would need
     if (s.op == jit_op::sincos && s.pre >= jit_pre::add_r) return false;
     if (s.op == jit_op::sincos && !library_function(s.op)) return false;
+    if (s.op == jit_op::call) return s.function && s.pre == jit_pre::none;
     return s.op <= jit_op::tree && s.pre <= jit_pre::horner;
 }
 
@@ -670,6 +665,20 @@ class generator {
                 a.byte(0xc0);
                 bail_if(cc_ne);
                 break;
+            case jit_op::call:
+                // function(node, pool, x, a)
+                a.load(acc, of(s.a));
+                a.move(rdi, s.node);
+                a.move(rsi, pool_values_);
+                a.byte(0x48);  // mov rdx, x
+                a.byte(0x89);
+                a.byte(0xc2 | (base_x & 7) << 3);
+                call((const void*)s.function);
+                a.byte(0x48);  // test rax, rax
+                a.byte(0x85);
+                a.byte(0xc0);
+                bail_if(cc_ne);
+                break;
             case jit_op::end:
                 break;
         }
@@ -705,7 +714,7 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
 
     bool calls = false, laws = false;
     for (int i = 0; i < count; ++i) {
-        calls = calls || library_function(steps[i].op);
+        calls = calls || library_function(steps[i].op) || steps[i].op == jit_op::call;
         laws = laws || steps[i].op >= jit_op::apply1;
     }
     generator g(inputs, registers, count, calls, pool, pool_size);

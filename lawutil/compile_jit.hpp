@@ -20,6 +20,17 @@ namespace lawutil {
 using jit_function = double (*)(const double* x);
 using jit_fallback = double (*)(const void* program, const double* x);
 
+// What a function called back from generated code returns (SysV: in xmm0 and rax): its
+// value, or failed != 0 for a bail.
+struct jit_result {
+    double value;
+    long failed;
+};
+// A step the program computes itself, called back (jit_op::call) with the step's node,
+// the program's pool, x and the operand.  It must not throw: what it would raise, or any
+// point it does not take, is a bail.
+using jit_call = jit_result (*)(const void* node, const double* pool, const double* x, double a);
+
 // The operations of a step.  Functions (sin .. sincos) may have a pre-step applied to
 // their operand first.
 enum class jit_op : unsigned char {
@@ -53,6 +64,7 @@ enum class jit_op : unsigned char {
     apply1,       // node (a law of one input) at a; raising: bail
     apply2,       // node (a law of two inputs) at a, r[b]; raising: bail
     tree,         // node at the program's inputs; raising: bail
+    call,         // function(node, pool, x, a); failed: bail
 };
 
 // A function's pre-step (its argument made from a): the constant ones read pool[aux]
@@ -77,7 +89,8 @@ struct jit_step {
     jit_pre pre;
     bool ends;  // returns its value (the program's last step) instead of storing it
     int dst, a, b, n, aux, part;
-    const void* node;  // the law of apply1, apply2, tree
+    const void* node;             // the law of apply1, apply2, tree; what call is given
+    jit_call function = nullptr;  // of call
 };
 
 // Native code for `count` steps (those past the first that ends never run), over

@@ -184,6 +184,11 @@ class law : public vorx::VORX_OBJECT {
     // ---- evaluation (input form _ output form) ----
     double evaluateM_R(const double* x, const int* side = nullptr,
                        const double* guess = nullptr) const {
+        // A law evaluated often runs its program's machine code, called from here: it
+        // never raises (a point it does not take goes to this law's tree, tree_value).
+        if (tier_native && !side && !guess &&
+            law_tiering_off_scopes.load(std::memory_order_relaxed) == 0)
+            return tier_native(x);
         // Constants and variables, half the nodes of a typical tree, are read here
         // without a virtual call.
         if (leaf_kind == leaf_constant) return leaf_value;
@@ -193,10 +198,6 @@ class law : public vorx::VORX_OBJECT {
         // store and reload and no second call through dispatch.  Counted: one evaluated
         // often runs its compiled form from then on (tier_value, law_tier.cpp).
         if (leaf_kind == node_direct && !side && !guess) {
-            // Its program as machine code, called from here: it never raises (a point it
-            // does not take goes to this law's tree, tree_value).
-            if (tier_native && law_tiering_off_scopes.load(std::memory_order_relaxed) == 0)
-                return tier_native(x);
             if (__builtin_expect(--tier_countdown < 0, 0)) return tier_value(x);
             return scalar_value(x);
         }
