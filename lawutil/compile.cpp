@@ -67,8 +67,8 @@
 // run_point(..., link)), so a dispatch is one load and one jump.  An operand the
 // previous step made is taken from the pass itself (v), not reloaded from the register
 // it was just stored to, which would put a store-to-load forwarding on the critical path
-// of every step.  A program that is one polynomial or one quotient of polynomials of an
-// input (E5, E2) is computed by evaluate itself, without entering the pass and its frame.
+// of every step.  Without machine code, a program that is one polynomial or one quotient
+// of polynomials of an input (E5, E2) is computed without entering the pass and its frame.
 // Without rewrites a quotient of two polynomial chains of one input is one step too, and
 // a chain making the value returns it; a chain all of whose readers took it in is dropped.
 // The gradient pass of a law of one or two inputs is threaded like the unfused code;
@@ -76,19 +76,22 @@
 //
 // Machine code.  On x86-64 Linux the constructor also hands the single-point pass's code
 // to compile_jit.cpp, which turns it into one native function (its design note has the
-// details), and evaluate calls that instead of run_point: the same operations in the same
-// order and the same libm functions, so the same bits, without a dispatch a step.  Every
+// details), and evaluate (inline in the header: one indirect call a point) calls that
+// instead of run_point: the same operations in the same order and the same libm
+// functions, so the same bits, without a dispatch a step.  The exact program's own steps
+// (powers through the tree's arithmetic, polynomial chains and their quotients) are
+// called back through noexcept functions of this file (call_whole_power ...).  Every
 // domain test and special case of the pass (a NaN where one is tested, a fallback to the
-// tree that raises) makes the machine code hand the point to run_point, which gives its
-// value or raises the tree's code.  Steps are translated by name; a program with a step
-// the generator does not know (one added since) keeps the interpreter, as does the
-// `interpreted` mode.  Measured (bench_eval, E1-E8 one point a call, ratio to native,
-// three runs each on a shared machine): geometric mean 1.80-2.27 on the interpreter,
-// 1.55-1.56 with machine code, against a floor of 1.44-1.51; E1, E3 and E6-E8 from
-// 1.08-2.06 to 1.05-1.16, E4 from 2.35-2.83 to 1.37-1.42.  E2 and E5 keep evaluate's own
-// shortcut and at times run twice as slow with the machine's load (geometric mean up to
-// 1.84 then).  Making the code adds 10-15 us to compiling (mapping and protecting a
-// page: BM_CompileCost).
+// tree that raises, a zero-over-zero quotient) makes the machine code hand the point to
+// run_point, which gives its value or raises the tree's code; a borrowed program (a law's
+// own, law_tier.cpp) hands it to its law's tree instead, so the law never re-enters its
+// program.  Steps are translated by name; a program with a step the generator does not
+// know (one added since) keeps the interpreter, as does the `interpreted` mode.
+// Measured (bench_eval, E1-E8 one point a call, ratio to native, three runs each on a
+// shared machine): geometric mean 1.80-2.27 on the interpreter, 1.52-1.53 with machine
+// code, against a floor of 1.48-1.49; E1, E3 and E6-E8 from 1.08-2.06 to 1.04-1.14, E4
+// from 2.35-2.83 to 1.26-1.28, E2 and E5 at their floor.  Making the code adds 10-15 us
+// to compiling (mapping and protecting a page: BM_CompileCost).
 //
 // Routines.  law_evaluator is how a numerical routine uses all this: the tree for the
 // first compile_after evaluations, then the exact program without fallback derivatives

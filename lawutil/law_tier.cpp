@@ -9,11 +9,16 @@
 // scalar, compiling raised), which stays on its tree and is not asked again (its count
 // restarts at INT_MAX).  A node over leaves is known to be one instruction without
 // compiling.  A law with a program keeps its count at zero after each evaluation, so
-// every one comes back here.
+// every one comes back here.  A law whose program has machine code (x86-64 Linux) keeps
+// its entry (tier_native), and evaluateM_R calls it first, inline, before any other test:
+// one load, one test of the off switch and one indirect call a point.
 //
 // Values.  The program is exact: its values are the tree's, bit for bit.  Where it raises,
 // the tree is evaluated itself (scalar_value, bypassing the program) and raises its own
-// exception, with its code and all it carries.
+// exception, with its code and all it carries.  The machine code of a law's own program
+// never raises: a point it does not take (a domain test, a zero-over-zero quotient, a
+// call-back that failed) goes to the law's tree (tree_value), which gives the value or
+// raises.
 //
 // Re-entry.  The program's fallbacks call node->evaluateM_R (a zero-over-zero division
 // hands the point to its division node, which may be this law; an unknown class runs its
