@@ -82,8 +82,8 @@ struct jit_step {
 
 // Native code for `count` steps (those past the first that ends never run), over
 // `registers` registers of which the first `inputs` are the inputs (read from x, never
-// from reg); `reg` is where the program keeps its registers for the code's life, and the
-// `pool_size` constants at `pool` are copied into the code.  Returns the entry point and sets
+// from reg); the values at `reg` (the constants' registers) and the `pool_size` constants
+// at `pool` are copied into the code, which never touches reg.  Returns the entry point and sets
 // `memory` and `size` (to give to jit_release), or returns null where it declines (an operation it
 // does not know, the system refusing executable memory) or where machine code is not built
 // (LAWUTIL_JIT is 0).
