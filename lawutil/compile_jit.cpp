@@ -519,11 +519,6 @@ class generator {
     // The accumulator is r's new value, read last by step `until`: cached only, stored
     // when evicted or before a call while still read.
     void keep(int r, int until) { cache(r, until, true); }
-    // A result that libm stored itself (sincos): cached from memory.
-    void cache_stored(int r, int until) {
-        a.load(acc, home(r));
-        cache(r, until, false);
-    }
 
   private:
     struct slot {
@@ -828,13 +823,21 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
     for (int i = 0; i < count; ++i)
         if (!known(steps[i])) return nullptr;
 
-    // The last step that reads each result (2i: step i's, 2i+1: a sincos's cosine), or -1.
-    tracked_vector<int> until(2 * count, -1), made_by(registers, -1);
+    // The last and the first step that read each result (2i: step i's, 2i+1: a sincos's
+    // cosine), or -1.
+    tracked_vector<int> until(2 * count, -1), made_by(registers, -1), first_read(2 * count, -1);
+    // The first step after each that calls something, or count.
+    tracked_vector<int> next_call(count, count);
+    for (int i = count - 1; i-- > 0;)
+        next_call[i] = library_function(steps[i + 1].op) ? i + 1 : next_call[i + 1];
     for (int i = 0; i < count; ++i) {
         const jit_step& s = steps[i];
         int r[3];
         for (int k = reads(s, r); k--;)
-            if (made_by[r[k]] >= 0) until[made_by[r[k]]] = i;
+            if (made_by[r[k]] >= 0) {
+                until[made_by[r[k]]] = i;
+                if (first_read[made_by[r[k]]] < 0) first_read[made_by[r[k]]] = i;
+            }
         if (ending(s)) break;
         made_by[s.dst] = 2 * i;
         if (s.op == jit_op::sincos) made_by[s.b] = 2 * i + 1;
@@ -898,13 +901,14 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
             g.forget(s.dst);
             g.acc_holds = -1;
             if (s.op == jit_op::sincos) {
-                // the sine and cosine are in the frame already
+                // the sine and cosine are in their slots, read from there
                 g.forget(s.b);
-                if (until[2 * i] >= 0) g.cache_stored(s.dst, until[2 * i]);
-                if (until[2 * i + 1] >= 0) g.cache_stored(s.b, until[2 * i + 1]);
             } else {
                 g.acc_holds = s.dst;
-                if (until[2 * i] >= 0) pending = s.dst, pending_until = until[2 * i];
+                if (first_read[2 * i] > next_call[i])
+                    g.a.store(g.home(s.dst), acc);  // read only after a call: to its slot now
+                else if (until[2 * i] >= 0)
+                    pending = s.dst, pending_until = until[2 * i];
             }
         }
         if (!tail) {
