@@ -26,27 +26,28 @@
 // input, do not notice.
 //
 // Registers and frame.  The pool is copied into the code and read RIP-relative, with the
-// reciprocal of each power of two in it (a division by 2 is a multiplication by 0.5, the
-// same bits), and so are the registers' values at compile time: the constants' registers
-// are read from there.  xmm0 is the step's accumulator, xmm1 and xmm15 scratch, and
-// xmm2..xmm14 cache results (a free one, else one no later step reads, else the least
-// recently used).  A result only the next step reads, as the operand it starts from,
-// stays in the accumulator; one read later is copied to a cache register, and the next
-// step still takes it from the accumulator.  A result's home is a slot of the generated
-// frame: it is stored there only when evicted, or before a call while still read (a call
-// clobbers every xmm register, so the cache is emptied and later reads go to the slot);
-// sincos writes its two values to their slots itself.  Inputs are read from x where the
-// caller keeps them: from rdi, or, in a program that reads one (or hands x to a law)
-// after a call, from rbx, pushed and set on entry; x is put in a slot of its own when
-// only a bail after a call needs it.  A frame of the slots, 16 bytes at its bottom for a
-// called-back law's input, padded so the stack is 16-byte aligned at calls; a program
-// that calls nothing keeps its slots in the red zone, without a frame (up to 128 bytes).
-// A first pass over the steps finds what the frame needs (rbx, the x slot, the slots);
-// the second writes the code.  Calls are call rel32 where libm is within 2 GB of the
-// mapping (it is asked for near libm), else through rax; a program whose last step
-// returns a libm function's value (the end of SIN(...)) ends in a jump to it instead.
-// reg (the program's registers in memory) is the interpreter's alone: the code never
-// touches it.
+// reciprocal of each power of two in it (a division by 2 is a multiplication by 0.5,
+// the same bits), and so are the registers' values at compile time: the constants'
+// registers are read from there.  xmm0 is the step's accumulator, xmm1 and xmm15
+// scratch, and xmm2..xmm14 cache results (a free one, else one no later step reads,
+// else the least recently used).  A result only the next step reads, as the operand it
+// starts from, stays in the accumulator; one read later is copied to a cache register,
+// and the next step still takes it from the accumulator.  A result's home is a slot of
+// the generated frame: it is stored there only when evicted, or before a call while
+// still read (a call clobbers every xmm register, so the cache is emptied and later
+// reads go to the slot), or at once, uncached, where no step reads it before the next
+// call; sincos writes its two values to their slots itself, and they are read from
+// there.  Inputs are read from x where the caller keeps them: from rdi, or, in a program
+// that reads one (or hands x to a law) after a call, from rbx, pushed and set on entry;
+// x is put in a slot of its own when only a bail after a call needs it.  A frame of the
+// slots, 16 bytes at its bottom for a called-back law's input, padded so the stack is
+// 16-byte aligned at calls; a program that calls nothing keeps its slots in the red
+// zone, without a frame (up to 128 bytes).  A first pass over the steps finds what the
+// frame needs (rbx, the x slot, the slots); the second writes the code.  Calls are call
+// rel32 where libm is within 2 GB of the mapping (it is asked for near libm), else
+// through rax; a program whose last step returns a libm function's value (the end of
+// SIN(...)) ends in a jump to it instead.  The program's registers in memory (reg) are
+// the interpreter's alone: the code never touches them.
 //
 // Memory.  One mapping a program: written while read-write, then made read-execute
 // (never both), asked for 256 MB below libm's exp (the kernel takes the hint where that
