@@ -811,9 +811,9 @@ class generator {
 
 }  // namespace
 
-jit_function jit_make(const jit_step* steps, int count, int inputs, int registers, double* reg,
-                      const double* pool, int pool_size, jit_fallback fallback, const void* program,
-                      void*& memory, std::size_t& size) {
+jit_function jit_make(const jit_step* steps, int count, int inputs, int registers,
+                      const double* reg, const double* pool, int pool_size, jit_fallback fallback,
+                      const void* program, void*& memory, std::size_t& size) {
     memory = nullptr;
     size = 0;
     // The first step that ends is the last that runs (the pass keeps an end past it).
@@ -980,8 +980,8 @@ void jit_release(void* memory, std::size_t size) {
 
 #else
 
-jit_function jit_make(const jit_step*, int, int, int, double*, const double*, int, jit_fallback,
-                      const void*, void*& memory, std::size_t& size) {
+jit_function jit_make(const jit_step*, int, int, int, const double*, const double*, int,
+                      jit_fallback, const void*, void*& memory, std::size_t& size) {
     memory = nullptr;
     size = 0;
     return nullptr;

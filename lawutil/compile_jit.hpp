@@ -87,9 +87,9 @@ struct jit_step {
 // `memory` and `size` (to give to jit_release), or returns null where it declines (an operation it
 // does not know, the system refusing executable memory) or where machine code is not built
 // (LAWUTIL_JIT is 0).
-jit_function jit_make(const jit_step* steps, int count, int inputs, int registers, double* reg,
-                      const double* pool, int pool_size, jit_fallback fallback, const void* program,
-                      void*& memory, std::size_t& size);
+jit_function jit_make(const jit_step* steps, int count, int inputs, int registers,
+                      const double* reg, const double* pool, int pool_size, jit_fallback fallback,
+                      const void* program, void*& memory, std::size_t& size);
 void jit_release(void* memory, std::size_t size);
 
 }  // namespace lawutil
