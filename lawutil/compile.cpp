@@ -314,10 +314,10 @@ inline double power_sum(const double* t, int terms, double a) {
 // The exact program's own steps as the machine code calls them back (jit_call), given
 // their instruction: the handlers' arithmetic; what would raise, and a zero-over-zero
 // quotient, are bails (the interpreter, or the law's tree, then takes the point).
-jit_result call_whole_power(const void* q, const double*, const double*, double a) noexcept;
-jit_result call_exponent(const void* q, const double* pool, const double*, double a) noexcept;
-jit_result call_power_sum(const void* q, const double* pool, const double*, double a) noexcept;
-jit_result call_sum_ratio(const void* q, const double* pool, const double*, double a) noexcept;
+jit_result call_whole_power(const void* q, const double*, double a) noexcept;
+jit_result call_exponent(const void* q, const double* pool, double a) noexcept;
+jit_result call_power_sum(const void* q, const double* pool, double a) noexcept;
+jit_result call_sum_ratio(const void* q, const double* pool, double a) noexcept;
 
 // The square root of an operand whose domain test has passed: the processor's
 // instruction, without the library's errno test behind it (the same value).
@@ -1514,11 +1514,11 @@ law_program::~law_program() {
 
 namespace {
 
-jit_result call_whole_power(const void* q, const double*, const double*, double a) noexcept {
+jit_result call_whole_power(const void* q, const double*, double a) noexcept {
     return {whole_power(a, static_cast<const instruction*>(q)->n), 0};
 }
 
-jit_result call_exponent(const void* q, const double* pool, const double*, double a) noexcept {
+jit_result call_exponent(const void* q, const double* pool, double a) noexcept {
     try {
         return {exponent_value(a, pool[static_cast<const instruction*>(q)->aux]), 0};
     } catch (...) {
@@ -1526,12 +1526,12 @@ jit_result call_exponent(const void* q, const double* pool, const double*, doubl
     }
 }
 
-jit_result call_power_sum(const void* q, const double* pool, const double*, double a) noexcept {
+jit_result call_power_sum(const void* q, const double* pool, double a) noexcept {
     const instruction* p = static_cast<const instruction*>(q);
     return {power_sum(pool + p->aux, p->n, a), 0};
 }
 
-jit_result call_sum_ratio(const void* q, const double* pool, const double*, double a) noexcept {
+jit_result call_sum_ratio(const void* q, const double* pool, double a) noexcept {
     const instruction* p = static_cast<const instruction*>(q);
     double num = power_sum(pool + p->aux, p->n, a);
     double den = power_sum(pool + p->part, p->b, a);

@@ -25,26 +25,39 @@
 // A point that bails runs the steps before it twice, which laws, being functions of their
 // input, do not notice.
 //
-// Registers.  x and the program's registers stay in rbx and r14 (callee-saved; in a
-// program that calls nothing, in the argument registers, without a frame); the pool is
-// copied into the code and read RIP-relative, with the reciprocal of each power of two
-// in it (a division by 2 is a multiplication by 0.5, the same bits).  The program's
-// registers in memory are the truth; xmm2..xmm14 cache results (a free one, else one no
-// later step reads, else the least recently used), xmm0 is the step's accumulator and
-// xmm1, xmm15 scratch.  A result that a later step reads (before its register is
-// written again) is cached, and stored only when it is evicted or before a call while
-// still read: a call clobbers every xmm register, so the cache is emptied and later
-// reads go to memory.  Inputs are read from x where the caller keeps them.  Two pushes
-// and 8 bytes (24 with room for a called-back law's input) keep the stack 16-byte
-// aligned at calls.
+// Registers and frame.  The pool is copied into the code and read RIP-relative, with the
+// reciprocal of each power of two in it (a division by 2 is a multiplication by 0.5,
+// the same bits), and so are the registers' values at compile time: the constants'
+// registers are read from there.  xmm0 is the step's accumulator, xmm1 and xmm15
+// scratch, and xmm2..xmm14 cache results (a free one, else one no later step reads,
+// else the least recently used).  A result only the next step reads, as the operand it
+// starts from, stays in the accumulator; one read later is copied to a cache register,
+// and the next step still takes it from the accumulator.  A result's home is a slot of
+// the generated frame: it is stored there only when evicted, or before a call while
+// still read (a call clobbers every xmm register, so the cache is emptied and later
+// reads go to the slot), or at once, uncached, where no step reads it before the next
+// call; sincos writes its two values to their slots itself, and they are read from
+// there.  Inputs are read from x where the caller keeps them: from rdi, or, in a program
+// that reads one (or hands x to a law) after a call, from rbx, pushed and set on entry;
+// x is put in a slot of its own when only a bail after a call needs it.  A frame of the
+// slots, 16 bytes at its bottom for a called-back law's input, padded so the stack is
+// 16-byte aligned at calls; a program that calls nothing keeps its slots in the red
+// zone, without a frame (up to 128 bytes).  A first pass over the steps finds what the
+// frame needs (rbx, the x slot, the slots); the second writes the code.  Calls are call
+// rel32 where libm is within 2 GB of the mapping (it is asked for near libm), else
+// through rax; a program whose last step returns a libm function's value (the end of
+// SIN(...)) ends in a jump to it instead.  The program's registers in memory (reg) are
+// the interpreter's alone: the code never touches them.
 //
 // Memory.  One mapping a program: written while read-write, then made read-execute
-// (never both).  It cannot come from the base allocator (which has no executable
-// memory); it is unmapped with the program.  Where the system refuses, the program
-// keeps the interpreter.  The mapping starts with the constants the code reads
-// RIP-relative (masks, tiny, the normal range, the pool), 16-byte aligned.  Mapping, writing,
-// protecting and unmapping a page costs about 10 us here, several times the rest of
-// compiling (BM_CompileCost).
+// (never both), asked for 256 MB below libm's exp (the kernel takes the hint where that
+// is free) so that calls reach libm by rel32; sized from the first pass's code.  It cannot
+// come from the base allocator (which has no executable memory); it is unmapped with the
+// program.  Where the system refuses, the program keeps the interpreter.  The mapping
+// starts with the constants the code reads RIP-relative (masks, tiny, the normal range,
+// the pool, the registers' values), 16-byte aligned.  Mapping, writing, protecting and
+// unmapping a page costs about 10 us here, several times the rest of compiling
+// (BM_CompileCost).
 
 #include "lawutil/compile_jit.hpp"
 
@@ -86,7 +99,8 @@ enum : int {
     data_min = 48,  // DBL_MIN
     data_max = 56,  // DBL_MAX
     data_one = 64,
-    data_pool = 80  // the pool, then the reciprocals of its powers of two (or 0), then code
+    data_pool = 80  // the pool, then the reciprocals of its powers of two (or 0), then the
+                    // registers' values when compiled (the constants'), then code
 };
 
 // General registers.
@@ -129,12 +143,15 @@ class assembler {
   public:
     tracked_vector<unsigned char> bytes;
 
-    // The constants, then the pool's n values and their reciprocals where exact.
-    assembler(const double* pool, int n) : bytes(data_pool + 16 * n, 0) {
+    // The constants, then the pool's n values and their reciprocals where exact, then the
+    // registers' values; `origin` is where the mapping will be (0: not known yet).
+    assembler(const double* pool, int n, const double* reg, int registers, std::uintptr_t origin)
+        : bytes(data_pool + 16 * n + 8 * registers, 0), origin_(origin) {
         for (int k = 0; k < n; ++k) {
             put(data_pool + 8 * k, pool[k]);
             put(data_pool + 8 * (n + k), exact_reciprocal(pool[k]));
         }
+        for (int r = 0; r < registers; ++r) put(data_pool + 16 * n + 8 * r, reg[r]);
         while (bytes.size() % 16) bytes.push_back(0);
         code_start = here();
         std::uint64_t abs_mask = 0x7fffffffffffffffull, sign = 0x8000000000000000ull;
@@ -200,12 +217,27 @@ class assembler {
         std::int32_t rel = here() - (patch + 4);
         std::memcpy(&bytes[patch], &rel, 4);
     }
-    // lea r64, [base + disp32]
-    void address(int r, int base, int disp) {
-        byte(0x48 | (base >= 8 ? 1 : 0));
-        byte(0x8d);
-        byte(0x80 | (r & 7) << 3 | (base & 7));
-        dword(disp);
+    // lea r64, [rsp + disp32]
+    void address(int r, int disp) { r64(0x8d, r, rsp, disp); }
+    // mov [rsp + disp32], r64 and mov r64, [rsp + disp32]
+    void spill(int disp, int r) { r64(0x89, r, rsp, disp); }
+    void fill(int r, int disp) { r64(0x8b, r, rsp, disp); }
+    // mov r64, r64 (both below r8)
+    void copy(int to, int from) {
+        byte(0x48);
+        byte(0x89);
+        byte(0xc0 | from << 3 | to);
+    }
+    // sub rsp, n and add rsp, n
+    void frame(int n, bool down) {
+        if (!n) return;
+        byte(0x48);
+        byte(n < 128 ? 0x83 : 0x81);
+        byte(down ? 0xc4 : 0xec);
+        if (n < 128)
+            byte(n);
+        else
+            dword(n);
     }
     // mov r64, imm64
     void move(int r, const void* p) {
@@ -214,13 +246,30 @@ class assembler {
         byte(0xb8 | (r & 7));
         for (int k = 0; k < 8; ++k) byte((int)(v >> (8 * k)) & 0xff);
     }
-    void call(const void* f) {
+    // call f or jmp f: rel32 where the mapping's place is known and f within reach, else
+    // through rax.
+    void call(const void* f, bool jump = false) {
+        std::intptr_t rel = (std::intptr_t)f - (std::intptr_t)(origin_ + here() + 5);
+        if (origin_ && rel == (std::int32_t)rel) {
+            byte(jump ? 0xe9 : 0xe8);
+            dword((std::int32_t)rel);
+            return;
+        }
         move(rax, f);
-        byte(0xff);  // call rax
-        byte(0xd0);
+        byte(0xff);  // call rax, jmp rax
+        byte(jump ? 0xe0 : 0xd0);
     }
 
   private:
+    // REX.W op ModRM(r, [base + disp32])
+    void r64(int op, int r, int base, int disp) {
+        byte(0x48);
+        byte(op);
+        byte(0x80 | (r & 7) << 3 | (base & 7));
+        if (base == rsp) byte(0x24);
+        dword(disp);
+    }
+    std::uintptr_t origin_;
     template <class T>
     void put(int offset, T v) {
         std::memcpy(&bytes[offset], &v, sizeof v);
@@ -266,6 +315,11 @@ const void* library_function(jit_op op) {
     }
 }
 
+// What a step calls, or null.
+const void* called(const jit_step& s) {
+    return s.op == jit_op::call ? (const void*)s.function : library_function(s.op);
+}
+
 bool known(const jit_step& s) {
     bool function = s.op >= jit_op::sin && s.op <= jit_op::sincos;
     if (s.pre != jit_pre::none && !function) return false;
@@ -304,24 +358,100 @@ bool ending(const jit_step& s) {
     return s.ends || s.op == jit_op::end || s.op == jit_op::end_mul_add;
 }
 
+// Whether a step's code starts by loading its operand a into the accumulator (and reads
+// a nowhere else but through a cache register): then a value the accumulator holds
+// already is not loaded again.
+bool loads_a_first(const jit_step& s) {
+    switch (s.op) {
+        case jit_op::add:
+        case jit_op::sub:
+        case jit_op::mul:
+        case jit_op::div:
+        case jit_op::neg:
+        case jit_op::mulc:
+        case jit_op::addc:
+        case jit_op::affine:
+        case jit_op::divc:
+        case jit_op::sqr:
+        case jit_op::half:
+        case jit_op::end:
+        case jit_op::end_mul_add:
+            return true;
+        case jit_op::sin:
+        case jit_op::cos:
+        case jit_op::exp:
+        case jit_op::ln:
+        case jit_op::sqrt:
+        case jit_op::abs:
+        case jit_op::sinh:
+        case jit_op::cosh:
+        case jit_op::sincos:
+            return s.pre != jit_pre::rsub && s.pre != jit_pre::horner;
+        default:
+            return false;
+    }
+}
+
+// A function of libm whose value is the program's (the step before an end that returns
+// it): its call can be the code's last jump.
+bool tail_call(const jit_step& s, const jit_step& end) {
+    return end.op == jit_op::end && !s.ends && end.a == s.dst &&
+           (s.op == jit_op::sin || s.op == jit_op::cos || s.op == jit_op::exp ||
+            s.op == jit_op::ln || s.op == jit_op::sinh || s.op == jit_op::cosh);
+}
+
+// The generated function's frame, decided by a first pass over the steps.
+struct frame_plan {
+    bool calls = false;   // calls something other than a tail call
+    int room = 0;         // bytes at the bottom for a called-back law's input
+    bool x_reg = false;   // x kept in rbx (read after a call)
+    bool x_slot = false;  // x kept in the frame (only a bail after a call needs it)
+    int slots = 0;        // program registers stored in the frame
+    int tail = -1;        // the step whose call is the last thing done (a jmp), or -1
+    int size = 0;         // sub rsp, size (0: none; the red zone where nothing is called)
+    int bottom = 0;       // rsp + bottom: the frame's lowest byte
+};
+
 class generator {
   public:
-    // Where x and the registers are kept: callee-saved registers in a program
-    // that calls libm, else the argument registers (no frame at all).
-    generator(int inputs, int registers, int steps, bool calls, const double* pool, int pool_size)
-        : base_x(calls ? rbx : rdi),
-          base_reg(calls ? r14 : rsi),
-          a(pool, pool_size),
+    generator(const frame_plan& f, int inputs, int registers, int steps, const double* reg,
+              const double* pool, int pool_size, std::uintptr_t origin)
+        : plan(f),
+          base_x(f.x_reg ? rbx : rdi),
+          a(pool, pool_size, reg, registers, origin),
+          written_(registers, 0),
           pool_values_(pool),
           pool_size_(pool_size),
           inputs_(inputs),
           registers_(registers),
-          where_(registers + steps, -1) {}
-    const int base_x, base_reg;
+          registers_data_(data_pool + 16 * pool_size),
+          where_(registers + steps, -1),
+          slot_of_(registers, -1) {}
+    const frame_plan plan;
+    const int base_x;
 
     assembler a;
     tracked_vector<int> bail_jumps;
     int now = 0;  // the step being generated
+    // What the first pass learns for the frame: x read (or a law called at x) after a
+    // call, a bail after a call, the slots used.
+    bool x_after_call = false, bail_after_call = false;
+    int slots_used = 0;
+    // The registers steps write (the others, past the inputs, are constants).
+    tracked_vector<char> written_;
+    // The program register whose value the accumulator holds (the last step's), or -1.
+    int acc_holds = -1;
+
+    // Where register r lives outside the cache: x for an input, a slot of the frame for a
+    // result, the copy in the mapping for a constant.
+    operand home(int r) {
+        if (r < inputs_) return at(base_x, 8 * r);
+        if (!written_[r]) return constant(registers_data_ + 8 * r);
+        if (slot_of_[r] < 0) slot_of_[r] = slots_used++;
+        return at(rsp, plan.bottom + plan.room + 8 * slot_of_[r]);
+    }
+    // The step's operand a, for the load that starts it: the accumulator where it is there.
+    operand first(int r) { return acc_holds == r ? in_xmm(acc) : of(r); }
     // By step: the earlier step whose function argument is this one's, or -1; the last
     // later step that takes this one's argument again, or -1.
     tracked_vector<int> same_argument_, argument_read_;
@@ -332,7 +462,8 @@ class generator {
             slots_[where_[r]].used = ++clock_;
             return in_xmm(where_[r]);
         }
-        return r < inputs_ ? at(base_x, 8 * r) : at(base_reg, 8 * r);
+        if (r < inputs_ && called_) x_after_call = true;
+        return home(r);
     }
     // r's value in an SSE register: its cache, or loaded into `spare`.
     int in_register(int r, int spare) {
@@ -349,17 +480,39 @@ class generator {
         else
             a.div(x, pool(k));
     }
-    void bail_if(int cc) { bail_jumps.push_back(a.jump_if(cc)); }
+    void bail_if(int cc) {
+        bail_after_call = bail_after_call || called_;
+        bail_jumps.push_back(a.jump_if(cc));
+    }
 
     // A call clobbers every SSE register: what a later step still reads is stored first.
+    // The tail step's call is a jump, its frame down first: its value is the program's.
     void call(const void* f) {
+        if (now == plan.tail) {
+            frame_down();
+            a.call(f, true);
+            return;
+        }
         for (int x = first_cached; x <= last_cached; ++x) {
             slot& c = slots_[x];
-            if (c.reg >= 0 && c.dirty && c.until > now) a.store(at(base_reg, 8 * c.reg), x);
+            if (c.reg >= 0 && c.dirty && c.until > now) a.store(home(c.reg), x);
         }
         a.call(f);
+        called_ = true;
         for (int x = first_cached; x <= last_cached; ++x) drop(x);
     }
+    // push rbx; sub rsp; mov rbx, rdi (or x to its slot)
+    void frame_up() {
+        if (plan.x_reg) a.byte(0x53);
+        a.frame(plan.size, false);
+        if (plan.x_reg) a.copy(rbx, rdi);
+        if (plan.x_slot) a.spill(x_slot(), rdi);
+    }
+    void frame_down() {
+        a.frame(plan.size, true);
+        if (plan.x_reg) a.byte(0x5b);  // pop rbx
+    }
+    int x_slot() const { return plan.bottom + plan.room + 8 * plan.slots; }
     // Register r is written: its cached value is stale.
     void forget(int r) {
         if (where_[r] >= 0) drop(where_[r]);
@@ -367,11 +520,6 @@ class generator {
     // The accumulator is r's new value, read last by step `until`: cached only, stored
     // when evicted or before a call while still read.
     void keep(int r, int until) { cache(r, until, true); }
-    // A result that libm stored itself (sincos): cached from memory.
-    void cache_stored(int r, int until) {
-        a.load(acc, at(base_reg, 8 * r));
-        cache(r, until, false);
-    }
 
   private:
     struct slot {
@@ -395,7 +543,7 @@ class generator {
             best = first_cached;
             for (int x = first_cached; x <= last_cached; ++x)
                 if (slots_[x].used < slots_[best].used) best = x;
-            if (slots_[best].dirty) a.store(at(base_reg, 8 * slots_[best].reg), best);
+            if (slots_[best].dirty) a.store(home(slots_[best].reg), best);
         }
         drop(best);
         slots_[best] = slot{r, dirty, until, ++clock_};
@@ -409,8 +557,11 @@ class generator {
     int pool_size_;
     int inputs_;
     int registers_;
-    tracked_vector<int> where_;  // program register -> SSE register caching it, or -1
-    slot slots_[16];             // by SSE register
+    int registers_data_;
+    tracked_vector<int> where_;    // program register -> SSE register caching it, or -1
+    tracked_vector<int> slot_of_;  // program register -> its slot in the frame, or -1
+    bool called_ = false;          // a call has been made (x's register is gone)
+    slot slots_[16];               // by SSE register
     long clock_ = 0;
 
   public:
@@ -455,7 +606,7 @@ class generator {
         if (argument_read_[now] >= 0) cache(own, argument_read_[now], false);
     }
     void made_argument(const jit_step& s) {
-        operand x = of(s.a);
+        operand x = loads_a_first(s) ? first(s.a) : of(s.a);
         switch (s.pre) {
             case jit_pre::none:
                 a.load(acc, x);
@@ -515,24 +666,9 @@ class generator {
 
     // One step's value into the accumulator (or, for sincos, into its two registers).
     void step(const jit_step& s) {
-        switch (s.op) {
-            case jit_op::add:
-            case jit_op::end:
-            case jit_op::end_mul_add:
-            case jit_op::sub:
-            case jit_op::mul:
-            case jit_op::neg:
-            case jit_op::mulc:
-            case jit_op::addc:
-            case jit_op::affine:
-            case jit_op::divc:
-            case jit_op::sqr:
-            case jit_op::half:
-                a.load(acc, of(s.a));
-                break;
-            default:
-                break;
-        }
+        // (a function's argument is loaded by its pre-step)
+        if (loads_a_first(s) && !(s.op >= jit_op::sin && s.op <= jit_op::sincos))
+            a.load(acc, first(s.a));
         switch (s.op) {
             case jit_op::add:
                 a.add(acc, of(s.b));
@@ -544,7 +680,6 @@ class generator {
                 a.mul(acc, of(s.b));
                 break;
             case jit_op::div: {
-                a.load(acc, of(s.a));
                 int b = in_register(s.b, scratch);
                 bail_if_both_tiny(acc, b);
                 a.div(acc, in_xmm(b));
@@ -630,8 +765,8 @@ class generator {
                 break;
             case jit_op::sincos:
                 argument(s);
-                a.address(rdi, base_reg, 8 * s.dst);
-                a.address(rsi, base_reg, 8 * s.b);
+                a.address(rdi, home(s.dst).disp);
+                a.address(rsi, home(s.b).disp);
                 call(library_function(s.op));
                 break;
             case jit_op::sin:
@@ -655,10 +790,13 @@ class generator {
                     a.store(at(rsp, 0), acc);
                     if (s.op == jit_op::apply2) a.store(at(rsp, 8), in_register(s.b, scratch));
                 }
+                if (s.op == jit_op::tree) {
+                    x_after_call = true;  // x is in rbx, not rdi, by the call's time
+                    a.copy(rsi, base_x);
+                } else {
+                    a.copy(rsi, rsp);
+                }
                 a.move(rdi, s.node);
-                a.byte(0x48);  // mov rsi, rsp, or mov rsi, x
-                a.byte(0x89);
-                a.byte(0xc6 | (s.op == jit_op::tree ? base_x : rsp) << 3);
                 call(library_function(s.op));
                 a.byte(0x48);  // test rax, rax
                 a.byte(0x85);
@@ -666,14 +804,11 @@ class generator {
                 bail_if(cc_ne);
                 break;
             case jit_op::call:
-                // function(node, pool, x, a)
+                // function(node, pool, a)
                 a.load(acc, of(s.a));
                 a.move(rdi, s.node);
                 a.move(rsi, pool_values_);
-                a.byte(0x48);  // mov rdx, x
-                a.byte(0x89);
-                a.byte(0xc2 | (base_x & 7) << 3);
-                call((const void*)s.function);
+                call(called(s));
                 a.byte(0x48);  // test rax, rax
                 a.byte(0x85);
                 a.byte(0xc0);
@@ -687,9 +822,9 @@ class generator {
 
 }  // namespace
 
-jit_function jit_make(const jit_step* steps, int count, int inputs, int registers, double* reg,
-                      const double* pool, int pool_size, jit_fallback fallback, const void* program,
-                      void*& memory, std::size_t& size) {
+jit_function jit_make(const jit_step* steps, int count, int inputs, int registers,
+                      const double* reg, const double* pool, int pool_size, jit_fallback fallback,
+                      const void* program, void*& memory, std::size_t& size) {
     memory = nullptr;
     size = 0;
     // The first step that ends is the last that runs (the pass keeps an end past it).
@@ -700,36 +835,37 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
     for (int i = 0; i < count; ++i)
         if (!known(steps[i])) return nullptr;
 
-    // The last step that reads each result (2i: step i's, 2i+1: a sincos's cosine), or -1.
-    tracked_vector<int> until(2 * count, -1), made_by(registers, -1);
+    // The last and the first step that read each result (2i: step i's, 2i+1: a sincos's
+    // cosine), or -1.
+    tracked_vector<int> until(2 * count, -1), made_by(registers, -1), first_read(2 * count, -1);
+    // The first step after each that calls something, or count.
+    tracked_vector<int> next_call(count, count);
+    for (int i = count - 1; i-- > 0;)
+        next_call[i] = called(steps[i + 1]) ? i + 1 : next_call[i + 1];
     for (int i = 0; i < count; ++i) {
         const jit_step& s = steps[i];
         int r[3];
         for (int k = reads(s, r); k--;)
-            if (made_by[r[k]] >= 0) until[made_by[r[k]]] = i;
+            if (made_by[r[k]] >= 0) {
+                until[made_by[r[k]]] = i;
+                if (first_read[made_by[r[k]]] < 0) first_read[made_by[r[k]]] = i;
+            }
         if (ending(s)) break;
         made_by[s.dst] = 2 * i;
         if (s.op == jit_op::sincos) made_by[s.b] = 2 * i + 1;
     }
 
-    bool calls = false, laws = false;
-    for (int i = 0; i < count; ++i) {
-        calls = calls || library_function(steps[i].op) || steps[i].op == jit_op::call;
-        laws = laws || steps[i].op >= jit_op::apply1;
-    }
-    generator g(inputs, registers, count, calls, pool, pool_size);
     // Functions of the same pre-step of the same operands, the operands not written between.
-    g.same_argument_.assign(count, -1);
-    g.argument_read_.assign(count, -1);
+    tracked_vector<int> same_argument(count, -1), argument_read(count, -1);
     for (int i = 0; i < count; ++i) {
         const jit_step& s = steps[i];
         if (s.pre == jit_pre::none || s.op < jit_op::sin || s.op > jit_op::sincos) continue;
         for (int k = i + 1; k < count; ++k) {
             const jit_step& t = steps[k];
             if (t.pre == s.pre && t.a == s.a && t.b == s.b && t.aux == s.aux &&
-                t.op >= jit_op::sin && t.op <= jit_op::sincos && g.same_argument_[k] < 0) {
-                g.same_argument_[k] = g.same_argument_[i] >= 0 ? g.same_argument_[i] : i;
-                g.argument_read_[g.same_argument_[k]] = k;
+                t.op >= jit_op::sin && t.op <= jit_op::sincos && same_argument[k] < 0) {
+                same_argument[k] = same_argument[i] >= 0 ? same_argument[i] : i;
+                argument_read[same_argument[k]] = k;
             }
             // a written operand ends the sharing (the step reads it before writing)
             if (ending(t) || t.dst == s.a || t.dst == s.b ||
@@ -737,62 +873,116 @@ jit_function jit_make(const jit_step* steps, int count, int inputs, int register
                 break;
         }
     }
-    assembler& a = g.a;
-    // push rbx, r14; sub rsp, 8 (the stack is then 16-byte aligned at calls), or 24 with
-    // room for a law's input; mov rbx, rdi
-    int room = laws ? 24 : 8;
-    if (calls)
-        for (int b : {0x53, 0x41, 0x56, 0x48, 0x83, 0xec, room, 0x48, 0x89, 0xfb}) a.byte(b);
-    a.move(g.base_reg, reg);
+
+    frame_plan plan;
+    if (count >= 2 && tail_call(steps[count - 2], steps[count - 1])) plan.tail = count - 2;
     for (int i = 0; i < count; ++i) {
-        const jit_step& s = steps[i];
-        g.now = i;
-        g.step(s);
-        if (ending(s)) break;
-        g.forget(s.dst);
-        if (s.op == jit_op::sincos) {
-            // the sine and cosine are in memory already
-            g.forget(s.b);
-            if (until[2 * i] >= 0) g.cache_stored(s.dst, until[2 * i]);
-            if (until[2 * i + 1] >= 0) g.cache_stored(s.b, until[2 * i + 1]);
-        } else if (until[2 * i] >= 0) {
-            g.keep(s.dst, until[2 * i]);
-        }
+        plan.calls = plan.calls || (called(steps[i]) && i != plan.tail);
+        if (steps[i].op >= jit_op::apply1) plan.room = 16;
     }
-    // add rsp, room; pop r14, rbx
-    auto frame_down = [&] {
-        if (calls)
-            for (int b : {0x48, 0x83, 0xc4, room, 0x41, 0x5e, 0x5b}) a.byte(b);
+    plan.x_reg = plan.calls;
+
+    // The code for a frame, at `origin` (0: not known; calls through rax).
+    auto generate = [&](generator& g) {
+        assembler& a = g.a;
+        g.same_argument_ = same_argument;
+        g.argument_read_ = argument_read;
+        for (int i = 0; i < count; ++i)
+            if (!ending(steps[i])) {
+                g.written_[steps[i].dst] = 1;
+                if (steps[i].op == jit_op::sincos) g.written_[steps[i].b] = 1;
+            }
+        g.frame_up();
+        // a result only the next step reads, and only as the operand it starts from, stays
+        // in the accumulator; another is cached when the next step begins
+        int pending = -1, pending_until = -1;
+        bool tail = false;
+        for (int i = 0; i < count; ++i) {
+            const jit_step& s = steps[i];
+            g.now = i - 1;  // the pending result is kept as of the step that made it
+            if (pending >= 0) {
+                int r[3], hits = 0;
+                for (int k = reads(s, r); k--;) hits += r[k] == pending;
+                if (!(pending_until == i && loads_a_first(s) && hits == 1 && s.a == pending))
+                    g.keep(pending, pending_until);
+                pending = -1;
+            }
+            g.now = i;
+            g.step(s);
+            if (ending(s) || (tail = i == plan.tail)) break;
+            g.forget(s.dst);
+            g.acc_holds = -1;
+            if (s.op == jit_op::sincos) {
+                // the sine and cosine are in their slots, read from there
+                g.forget(s.b);
+            } else {
+                g.acc_holds = s.dst;
+                if (first_read[2 * i] > next_call[i])
+                    g.a.store(g.home(s.dst), acc);  // read only after a call: to its slot now
+                else if (until[2 * i] >= 0)
+                    pending = s.dst, pending_until = until[2 * i];
+            }
+        }
+        if (!tail) {
+            g.frame_down();
+            a.byte(0xc3);  // ret
+        }
+        // A bail: the frame is taken down, then a jump to fallback(program, x), which
+        // returns to evaluate's caller; what it raises never meets a frame of generated code.
+        if (g.bail_jumps.empty()) return;
+        for (int j : g.bail_jumps) a.land(j);
+        if (plan.x_slot)
+            a.fill(rsi, g.x_slot());
+        else
+            a.copy(rsi, g.base_x);
+        g.frame_down();
+        a.move(rdi, program);
+        a.call((const void*)fallback, true);
     };
-    frame_down();
-    a.byte(0xc3);  // ret
-    // A bail: the frame is taken down, then a jump to fallback(program, x), which returns
-    // to evaluate's caller; what it raises never meets a frame of generated code.
-    for (int j : g.bail_jumps) a.land(j);
-    a.byte(0x48);  // mov rsi, x
-    a.byte(0x89);
-    a.byte(0xc6 | (g.base_x & 7) << 3);
-    frame_down();
-    a.move(rdi, program);
-    a.move(rax, (const void*)fallback);
-    a.byte(0xff);  // jmp rax
-    a.byte(0xe0);
+
+    // A first pass learns what the frame needs and the code's size.
+    generator first(plan, inputs, registers, count, reg, pool, pool_size, 0);
+    generate(first);
+    plan.x_reg = first.x_after_call;
+    plan.x_slot = !plan.x_reg && first.bail_after_call;
+    plan.slots = first.slots_used;
+    int bytes = plan.room + 8 * (plan.slots + plan.x_slot);
+    if (plan.calls) {
+        // 16-byte aligned at calls: the return address, rbx, the frame
+        while ((8 + 8 * plan.x_reg + bytes) % 16) bytes += 8;
+        plan.size = bytes;
+    } else if (bytes <= 128) {
+        plan.bottom = -bytes;  // the red zone, below the return address
+    } else {
+        plan.size = bytes;
+    }
 
     long page = sysconf(_SC_PAGESIZE);
     if (page <= 0) page = 4096;
-    std::size_t bytes = (a.bytes.size() + page - 1) / page * page;
+    // The second pass is at most a few bytes longer (x in the frame instead of rbx).
+    std::size_t length = (first.a.bytes.size() + 64 + page - 1) / page * page;
     // The one allocation outside the base allocator: executable memory comes only from
-    // the system.  Written while read-write, then read-execute, never both.
-    void* m = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    // the system.  Written while read-write, then read-execute, never both.  Asked for
+    // near libm, so that calls reach it by a 32-bit displacement.
+    std::uintptr_t near =
+        (std::uintptr_t)library_function(jit_op::exp) & ~(std::uintptr_t)(page - 1);
+    void* hint = near > (1u << 28) ? (void*)(near - (1u << 28)) : nullptr;
+    void* m = mmap(hint, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (m == MAP_FAILED) return nullptr;
-    std::memcpy(m, a.bytes.data(), a.bytes.size());
-    if (mprotect(m, bytes, PROT_READ | PROT_EXEC) != 0) {
-        munmap(m, bytes);
+    generator g(plan, inputs, registers, count, reg, pool, pool_size, (std::uintptr_t)m);
+    generate(g);
+    if (g.a.bytes.size() > length) {
+        munmap(m, length);
+        return nullptr;
+    }
+    std::memcpy(m, g.a.bytes.data(), g.a.bytes.size());
+    if (mprotect(m, length, PROT_READ | PROT_EXEC) != 0) {
+        munmap(m, length);
         return nullptr;
     }
     memory = m;
-    size = bytes;
-    return reinterpret_cast<jit_function>(static_cast<char*>(m) + a.code_start);
+    size = length;
+    return reinterpret_cast<jit_function>(static_cast<char*>(m) + g.a.code_start);
 }
 
 void jit_release(void* memory, std::size_t size) {
@@ -801,8 +991,8 @@ void jit_release(void* memory, std::size_t size) {
 
 #else
 
-jit_function jit_make(const jit_step*, int, int, int, double*, const double*, int, jit_fallback,
-                      const void*, void*& memory, std::size_t& size) {
+jit_function jit_make(const jit_step*, int, int, int, const double*, const double*, int,
+                      jit_fallback, const void*, void*& memory, std::size_t& size) {
     memory = nullptr;
     size = 0;
     return nullptr;

@@ -27,9 +27,9 @@ struct jit_result {
     long failed;
 };
 // A step the program computes itself, called back (jit_op::call) with the step's node,
-// the program's pool, x and the operand.  It must not throw: what it would raise, or any
+// the program's pool and the operand.  It must not throw: what it would raise, or any
 // point it does not take, is a bail.
-using jit_call = jit_result (*)(const void* node, const double* pool, const double* x, double a);
+using jit_call = jit_result (*)(const void* node, const double* pool, double a);
 
 // The operations of a step.  Functions (sin .. sincos) may have a pre-step applied to
 // their operand first.
@@ -64,7 +64,7 @@ enum class jit_op : unsigned char {
     apply1,       // node (a law of one input) at a; raising: bail
     apply2,       // node (a law of two inputs) at a, r[b]; raising: bail
     tree,         // node at the program's inputs; raising: bail
-    call,         // function(node, pool, x, a); failed: bail
+    call,         // function(node, pool, a); failed: bail
 };
 
 // A function's pre-step (its argument made from a): the constant ones read pool[aux]
@@ -95,14 +95,14 @@ struct jit_step {
 
 // Native code for `count` steps (those past the first that ends never run), over
 // `registers` registers of which the first `inputs` are the inputs (read from x, never
-// from reg); `reg` is where the program keeps its registers for the code's life, and the
-// `pool_size` constants at `pool` are copied into the code.  Returns the entry point and sets
+// from reg); the values at `reg` (the constants' registers) and the `pool_size` constants
+// at `pool` are copied into the code, which never touches reg.  Returns the entry point and sets
 // `memory` and `size` (to give to jit_release), or returns null where it declines (an operation it
 // does not know, the system refusing executable memory) or where machine code is not built
 // (LAWUTIL_JIT is 0).
-jit_function jit_make(const jit_step* steps, int count, int inputs, int registers, double* reg,
-                      const double* pool, int pool_size, jit_fallback fallback, const void* program,
-                      void*& memory, std::size_t& size);
+jit_function jit_make(const jit_step* steps, int count, int inputs, int registers,
+                      const double* reg, const double* pool, int pool_size, jit_fallback fallback,
+                      const void* program, void*& memory, std::size_t& size);
 void jit_release(void* memory, std::size_t size);
 
 }  // namespace lawutil
