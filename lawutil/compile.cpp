@@ -1371,18 +1371,21 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
     int m = inputs_;
     reg_ = VORX_ALLOC_ARRAY(double, registers_);
     grad_ = VORX_ALLOC_ARRAY(double, (size_t)registers_*(m ? m : 1));
-    block_ = VORX_ALLOC_ARRAY(double, (size_t)registers_* block_lanes);
     block_in_ = VORX_ALLOC_ARRAY(const double*, m ? m : 1);
     for (int r = 0; r < registers_; ++r) {
         reg_[r] = 0.0;
         for (int i = 0; i < m; ++i) grad_[r * m + i] = r == i ? 1.0 : 0.0;
     }
+    tracked_vector<int> constants;
     for (int v = 0; v < values; ++v)
         if (c.is_const_[v] && reg[v] >= 0) {
             reg_[reg[v]] = c.const_value_[v];
-            for (int k = 0; k < block_lanes; ++k)
-                block_[reg[v] * block_lanes + k] = c.const_value_[v];
+            constants.push_back(reg[v]);
         }
+    constant_count_ = (int)constants.size();
+    constant_regs_ = VORX_ALLOC_ARRAY(int, constant_count_ ? constant_count_ : 1);
+    for (int k = 0; k < constant_count_; ++k) constant_regs_[k] = constants[k];
+    if (!(mode & borrowed)) make_block();
     plan_gradient();
 
     // The single-point pass as machine code: its steps in the generator's terms, every
@@ -1506,6 +1509,7 @@ law_program::~law_program() {
     VORX_FREE(reg_);
     VORX_FREE(grad_);
     VORX_FREE(block_);
+    VORX_FREE(constant_regs_);
     VORX_FREE(block_in_);
     VORX_FREE(gradient_code_);
     jit_release(native_memory_, native_size_);
@@ -2791,8 +2795,18 @@ void law_program::run_block(int lanes, double* blk, int* err) const {
     run_block_of(bp, lanes, blk, err);
 }
 
+// The batch registers, constant lanes filled (reg_ holds the constants).
+void law_program::make_block() const {
+    block_ = VORX_ALLOC_ARRAY(double, (size_t)registers_* block_lanes);
+    for (int k = 0; k < constant_count_; ++k) {
+        int r = constant_regs_[k];
+        for (int i = 0; i < block_lanes; ++i) block_[r * block_lanes + i] = reg_[r];
+    }
+}
+
 void law_program::evaluate_batch(int n, const double* const* x, double* y, int* errors) const {
     if (!law_->returns_scalar()) sys_error(LAW_EVALS);
+    if (!block_) make_block();
     int err[block_lanes];
     int failed = 1;  // err[] holds codes of the last block (or garbage before the first)
     for (int start = 0; start < n; start += block_lanes) {

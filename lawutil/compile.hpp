@@ -4,7 +4,8 @@
 //
 // A program keeps a reference to its law and is as immutable as the law; its scratch
 // registers are its own, so one program is used by one thread at a time (like the law
-// tree it came from).  Nothing is allocated when evaluating.
+// tree it came from).  Nothing is allocated when evaluating (but a law's own program,
+// which evaluates one point at a time, makes its batch registers at its first batch).
 //
 // Values.  Without rewrites (law_program::exact) the program performs the tree's own
 // operations in the tree's order and its values are the tree's, bit for bit, at one point
@@ -96,6 +97,7 @@ class law_program : public vorx::VORX_OBJECT {
     template <int inputs>
     double gradient_pass(const double* x, double* grad) const;
     void run_block(int lanes, double* reg, int* err) const;
+    void make_block() const;
     void plan_gradient();
     double run_point(const double* x, bool link = false) const;
     double interpret(const double* x) const;
@@ -111,10 +113,14 @@ class law_program : public vorx::VORX_OBJECT {
     instruction* point_ = nullptr;
     // A program of one step that evaluate computes itself (see compile.cpp), or 0.
     int entry_ = 0;
-    double* pool_ = nullptr;             // constants of the instructions (Horner coefficients)
-    double* reg_ = nullptr;              // registers of a point; inputs first, then constants
-    double* grad_ = nullptr;             // registers x inputs partials of the gradient pass
-    double* block_ = nullptr;            // registers x block lanes of the batch pass
+    double* pool_ = nullptr;  // constants of the instructions (Horner coefficients)
+    double* reg_ = nullptr;   // registers of a point; inputs first, then constants
+    double* grad_ = nullptr;  // registers x inputs partials of the gradient pass
+    // Registers x block lanes of the batch pass; a borrowed program (a law's own, which
+    // evaluates one point at a time) makes them at its first batch (make_block).
+    mutable double* block_ = nullptr;
+    int* constant_regs_ = nullptr;  // the registers holding constants
+    int constant_count_ = 0;
     const double** block_in_ = nullptr;  // where the batch inputs of one block are
     const law** helpers_ = nullptr;      // laws the program owns (adapters, derivatives)
     int helper_count_ = 0;

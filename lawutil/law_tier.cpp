@@ -40,11 +40,12 @@
 //
 // Ownership.  The law owns its program; the program's reference to the law is not counted
 // (law_program::borrowed), or the law would keep itself alive.  The program goes with the
-// law.  Compiling allocates once; evaluating does not.  Measured (bench_eval,
-// BM_TierMemory): a program of E1-E8 takes 6 to 10 KB, most of it the batch pass's block
-// registers (1 KB a register) that a law's own program never uses; the fifth derivatives
-// of E3 and E8 take 39 and 170 KB; in each case the root's program is all (no subtree
-// compiled).
+// law.  Compiling allocates once; evaluating does not.  A law's own program makes no
+// batch registers (1 KB a register) unless asked for a batch.  Measured (bench_eval,
+// BM_TierMemory, tier_bytes): a program of E1-E8 takes 0.7 to 1.8 KB (6 to 10 KB with
+// the batch registers), the fifth derivatives of E3 and E8 12 and 85 KB; in each case the
+// root's program is all (no subtree compiled).  Its machine code takes one page more,
+// mapped from the system (compile_jit.cpp).
 //
 // Threads.  One thread per law tree, as for the rest of the law's caches (eval_form):
 // the count and the program's registers are the law's.  law_tiering_off counts its live
