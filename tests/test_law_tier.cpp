@@ -80,6 +80,17 @@ TEST(Tier, HotLawGivesTheTreesBitsAndCodes) {
         long before = allocations_ever();
         for (double t : points) at(l.get(), t);
         EXPECT_EQ(allocations_ever(), before);
+        // Its program makes batch registers when first asked for a batch.
+        if (const law_program* p = l->tier_program()) {
+            std::vector<double> y(points.size()), second;
+            for (double t : points) second.push_back(0.5 - t);
+            const double* in[2] = {points.data(), second.data()};
+            p->evaluate_batch((int)points.size(), in, y.data());
+            for (size_t k = 0; k < points.size(); ++k)
+                if (tree[k].error.empty()) {
+                    EXPECT_EQ(y[k], tree[k].value) << points[k];
+                }
+        }
     }
 }
 
