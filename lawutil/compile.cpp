@@ -1425,8 +1425,8 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
             jit_step s{jit_op::end, jit_pre::none, false, q.dst,  q.a,
                        q.b,         q.n,           q.aux, q.part, q.node};
             // the steps called back are given their instruction
-            auto back = [&](jit_call f, bool ends) {
-                s.op = jit_op::call;
+            auto back = [&](jit_call f, bool ends, jit_op op = jit_op::call) {
+                s.op = op;
                 s.function = f;
                 s.node = point_ + k;
                 s.ends = ends;
@@ -1472,12 +1472,12 @@ law_program::law_program(const law* l, int mode) : law_(l), mode_(mode) {
                 case op_apply1: s.op = jit_op::apply1; break;
                 case op_apply2: s.op = jit_op::apply2; break;
                 case op_tree: s.op = jit_op::tree; break;
-                case op_xpowi: back(call_whole_power, false); break;
+                case op_xpowi: back(call_whole_power, false, jit_op::cpow); break;
                 case op_xpow: back(call_exponent, false); break;
-                case op_psum: back(call_power_sum, false); break;
-                case step_end_psum: back(call_power_sum, true); break;
-                case step_sum_ratio: back(call_sum_ratio, false); break;
-                case step_end_sum_ratio: back(call_sum_ratio, true); break;
+                case op_psum: back(call_power_sum, false, jit_op::chain); break;
+                case step_end_psum: back(call_power_sum, true, jit_op::chain); break;
+                case step_sum_ratio: back(call_sum_ratio, false, jit_op::chain_ratio); break;
+                case step_end_sum_ratio: back(call_sum_ratio, true, jit_op::chain_ratio); break;
                 default: known = false;  // a step unknown here
             }
             // clang-format on

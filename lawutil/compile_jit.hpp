@@ -65,6 +65,14 @@ enum class jit_op : unsigned char {
     apply2,       // node (a law of two inputs) at a, r[b]; raising: bail
     tree,         // node at the program's inputs; raising: bail
     call,         // function(node, pool, a); failed: bail
+    // The exact program's compensated powers (the tree's), inline where the processor has
+    // fma, else function(node, pool, a) as call: a^n (cpow), the polynomial chain of the
+    // terms at pool[aux] (degree, then c and k of each of n terms), and the quotient of
+    // two chains (the denominator's at pool[part], b terms).  Outside the compensated
+    // range, and for a quotient of two tiny values: bail.
+    cpow,
+    chain,
+    chain_ratio,
 };
 
 // A function's pre-step (its argument made from a): the constant ones read pool[aux]
