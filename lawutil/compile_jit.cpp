@@ -579,9 +579,24 @@ class generator {
     bool inline_powers(const jit_step& s) const {
         if (!fma_) return false;
         if (s.op == jit_op::cpow) return s.n >= 3 && s.n <= 16;
+        return chain_degree(s) <= (s.op == jit_op::chain_ratio ? 9 : 10);
+    }
+    // The highest power a chain step needs (of both chains of a quotient).
+    int chain_degree(const jit_step& s) const {
         int degree = (int)pool_values_[s.aux];
         if (s.op == jit_op::chain_ratio) degree = std::max(degree, (int)pool_values_[s.part]);
-        return degree <= (s.op == jit_op::chain_ratio ? 9 : 10);
+        return degree;
+    }
+    // function(node, pool, a) of a step called back; a failure is a bail.
+    void call_back(const jit_step& s) {
+        a.load(acc, of(s.a));
+        a.move(rdi, s.node);
+        a.move(rsi, pool_values_);
+        call(called(s));
+        a.byte(0x48);  // test rax, rax
+        a.byte(0x85);
+        a.byte(0xc0);
+        bail_if(cc_ne);
     }
     bool fma_ = (__builtin_cpu_init(), __builtin_cpu_supports("fma"));
 
@@ -891,14 +906,7 @@ class generator {
             case jit_op::chain:
             case jit_op::chain_ratio: {
                 if (!inline_powers(s)) {
-                    a.load(acc, of(s.a));
-                    a.move(rdi, s.node);
-                    a.move(rsi, pool_values_);
-                    call(called(s));
-                    a.byte(0x48);  // test rax, rax
-                    a.byte(0x85);
-                    a.byte(0xc0);
-                    bail_if(cc_ne);
+                    call_back(s);
                     break;
                 }
                 a.load(scratch, of(s.a));
@@ -907,9 +915,7 @@ class generator {
                     a.load(acc, in_xmm(powers(s.n, false)));
                     break;
                 }
-                int degree = (int)pool_values_[s.aux];
-                if (s.op == jit_op::chain_ratio)
-                    degree = std::max(degree, (int)pool_values_[s.part]);
+                int degree = chain_degree(s);
                 if (degree >= 2) {
                     a.load(2, in_xmm(scratch));
                     a.mul(2, in_xmm(scratch));  // a^2, the rounded square
@@ -924,15 +930,7 @@ class generator {
                 break;
             }
             case jit_op::call:
-                // function(node, pool, a)
-                a.load(acc, of(s.a));
-                a.move(rdi, s.node);
-                a.move(rsi, pool_values_);
-                call(called(s));
-                a.byte(0x48);  // test rax, rax
-                a.byte(0x85);
-                a.byte(0xc0);
-                bail_if(cc_ne);
+                call_back(s);
                 break;
             case jit_op::end:
                 break;
